@@ -1,0 +1,30 @@
+#pragma once
+
+#include <mutex>
+
+namespace Velmor {
+
+/// Where a thread that is to be ended by force stops for good: each service call that may wait or that reaches the
+/// system passes one. It never returns then, and unwinds nothing.
+void checkpoint();
+
+/// While one lives, the thread passes checkpoints: it holds something that others could never get back from it.
+class StopDeferral {
+public:
+    StopDeferral();
+    StopDeferral(const StopDeferral&) = delete;
+    StopDeferral& operator=(const StopDeferral&) = delete;
+    ~StopDeferral();
+};
+
+/// Holds a mutex that is internal to a service.
+class ServiceLock {
+public:
+    explicit ServiceLock(std::mutex& mutex) : guard_(mutex) {}
+
+private:
+    StopDeferral deferral_; // first taken, last given back
+    std::lock_guard<std::mutex> guard_;
+};
+
+} // namespace Velmor

@@ -1,0 +1,57 @@
+#include "platform/linux/LinuxNamedLocks.h"
+
+#include "platform/Errors.h"
+#include "platform/linux/Checkpoint.h"
+#include "platform/linux/Directories.h"
+#include "platform/linux/Errno.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/file.h>
+
+namespace Velmor {
+
+namespace {
+constexpr mode_t lockFileMode = 0600;
+
+class LockedFile : public NamedLock {
+public:
+    explicit LockedFile(FileDescriptor file) : file_(std::move(file)) {}
+
+private:
+    StopDeferral deferral_;
+    FileDescriptor file_;
+};
+
+FileDescriptor openLockFile(const std::string& directory, const std::string& name) {
+    const std::string path = directory + "/" + name;
+    const auto open = [&] { return FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, lockFileMode)); };
+    FileDescriptor file = open();
+    if (!file && errno == ENOENT && makeDirectoryTree(directory))
+        return open();
+    return file;
+}
+} // namespace
+
+FileDescriptor takeNamedLock(std::string_view name, uint32_t& error) {
+    FileDescriptor file = openLockFile(runtimeDirectory() + "/lock", asFileName(std::string(name)));
+    if (!file) {
+        error = nativeError(errno);
+        return FileDescriptor();
+    }
+    if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        error = errno == EWOULDBLOCK ? NativeError::alreadyExists : nativeError(errno);
+        return FileDescriptor();
+    }
+    error = NativeError::success;
+    return file;
+}
+
+NamedLockHandle LinuxNamedLocks::create(std::string_view name, uint32_t& error) {
+    checkpoint();
+    const StopDeferral deferral;
+    FileDescriptor file = takeNamedLock(name, error);
+    return file ? std::make_unique<LockedFile>(std::move(file)) : nullptr;
+}
+
+} // namespace Velmor

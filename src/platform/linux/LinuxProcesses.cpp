@@ -1,0 +1,245 @@
+#include "platform/linux/LinuxProcesses.h"
+
+#include "platform/Errors.h"
+#include "platform/linux/Capabilities.h"
+#include "platform/linux/Checkpoint.h"
+#include "platform/linux/Errno.h"
+#include "platform/linux/ProcFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <dirent.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+
+namespace Velmor {
+
+namespace {
+struct LinuxProcess : NativeProcess {
+    std::shared_ptr<ProcessRecord> record;
+    std::string executable;           // when it was opened
+    std::vector<std::string> modules; // behind the executable, as `modules` read them last
+};
+
+struct LinuxToken : NativeToken {
+    uid_t owner = 0;
+};
+
+LinuxProcess& opened(const ProcessHandle& process) {
+    return static_cast<LinuxProcess&>(*process);
+}
+
+/// The kernel's answer about a process descriptor, as far as it is asked for here.
+struct DescriptorInfo {
+    uint64_t mask;
+    uint64_t cgroup;
+    uint32_t ids[11];
+    int32_t waitStatus;
+};
+constexpr uint64_t exitInfo = 1U << 3U;
+constexpr unsigned long getInfoCall = _IOWR(0xFF, 11, DescriptorInfo);
+
+bool askDescriptor(int descriptor, uint32_t& waitStatus) {
+    DescriptorInfo info{};
+    info.mask = exitInfo;
+    if (ioctl(descriptor, getInfoCall, &info) != 0 || !(info.mask & exitInfo))
+        return false;
+    waitStatus = static_cast<uint32_t>(info.waitStatus);
+    return true;
+}
+
+/// The code of an ended process that its parent hasn't waited for. Others than its owner need a right to see it, and
+/// would read a 0 that means nothing.
+bool askStatLine(const ProcessRecord& record, uint32_t& waitStatus) {
+    if (record.owner != geteuid() && !hasCapability(Capability::sysPtrace))
+        return false;
+    ProcStat line;
+    if (!readProcStat(record.pid, line) || !line.hasEnded() || line.startTime != record.startTime)
+        return false;
+    waitStatus = line.waitStatus;
+    return true;
+}
+
+/// File-backed executable mappings, each path once, without the executable itself.
+std::vector<std::string> readMappings(uint32_t pid, const std::string& executable) {
+    std::string text;
+    std::vector<std::string> paths;
+    if (!readProcFile(procPath(pid, "maps"), text))
+        return paths;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        const std::string_view line = std::string_view(text).substr(begin, end - begin);
+        begin = end + 1;
+        const size_t rights = line.find(' ');
+        const size_t pathBegin = line.find(" /");
+        if (rights == std::string_view::npos || pathBegin == std::string_view::npos || line.size() < rights + 4 ||
+            line[rights + 3] != 'x' || line.substr(pathBegin + 1).starts_with("/memfd:"))
+            continue;
+        std::string path(line.substr(pathBegin + 1));
+        if (constexpr std::string_view mark = " (deleted)"; path.ends_with(mark))
+            path.resize(path.size() - mark.size());
+        maskControlBytes(path);
+        if (path != executable && std::find(paths.begin(), paths.end(), path) == paths.end())
+            paths.push_back(std::move(path));
+    }
+    return paths;
+}
+} // namespace
+
+bool LinuxProcesses::enumerate(std::vector<uint32_t>& ids) {
+    checkpoint();
+    ids.clear();
+    const StopDeferral deferral;
+    struct Closer {
+        void operator()(DIR* open) const { closedir(open); }
+    };
+    const std::unique_ptr<DIR, Closer> entries(opendir("/proc"));
+    if (!entries)
+        return false;
+    while (const dirent* entry = readdir(entries.get())) {
+        const auto pid = static_cast<uint32_t>(std::strtoul(static_cast<const char*>(entry->d_name), nullptr, 10));
+        if (pid != 0 && (table_->findAlive(pid) || isApplication(pid, entry->d_ino)))
+            ids.push_back(pid);
+    }
+    return true;
+}
+
+/// Whether an id that nobody holds is a process that runs, and no thread of the kernel's.
+bool LinuxProcesses::isApplication(uint32_t pid, uint64_t inode) {
+    {
+        const ServiceLock lock(mutex_);
+        if (const auto known = kernelThreads_.find(pid); known != kernelThreads_.end() && known->second == inode)
+            return false;
+    }
+    char target = 0;
+    if (readlink(procPath(pid, "exe").c_str(), &target, 1) >= 0)
+        return true;
+    ProcStat line;
+    if (!readProcStat(pid, line))
+        return false;
+    if (!line.isKernelThread())
+        return !line.hasEnded();
+    const ServiceLock lock(mutex_);
+    kernelThreads_[pid] = inode;
+    return false;
+}
+
+ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
+    checkpoint();
+    auto process = std::make_unique<LinuxProcess>();
+    process->record = table_->findAlive(pid);
+    if (process->record) {
+        // The kernel forgets the link when the main thread has ended; then what was read before still holds.
+        if (readExecutable(pid, process->executable))
+            process->record->noteExecutable(process->executable);
+        else
+            process->executable = process->record->lastExecutable();
+    } else {
+        process->record = table_->open(pid, process->executable);
+    }
+    if (!process->record) {
+        error = nativeError(errno);
+        if (error != NativeError::accessDenied && error != NativeError::tooManyOpenFiles)
+            error = NativeError::invalidParameter;
+        return nullptr;
+    }
+    error = NativeError::success;
+    return process;
+}
+
+bool LinuxProcesses::exitCode(const ProcessHandle& process, uint32_t& code, uint32_t& error) {
+    checkpoint();
+    error = NativeError::success;
+    const ProcessRecord& record = *opened(process).record;
+    if (record.isAlive()) {
+        code = stillActive;
+        return true;
+    }
+    uint32_t waitStatus = 0;
+    // Asked twice: between the two sources the parent may have waited for it.
+    for (int i = 0; i < 2; ++i) {
+        if ((sources_.descriptor && askDescriptor(record.descriptor.get(), waitStatus)) ||
+            (sources_.statLine && askStatLine(record, waitStatus))) {
+            code = exitCodeOf(waitStatus);
+            return true;
+        }
+    }
+    error = NativeError::invalidParameter;
+    return false;
+}
+
+bool LinuxProcesses::modules(const ProcessHandle& process, std::vector<ModuleId>& modules, size_t& count,
+                             uint32_t& error) {
+    checkpoint();
+    LinuxProcess& looked = opened(process);
+    if (looked.executable.empty()) {
+        error = NativeError::invalidParameter;
+        return false;
+    }
+    error = NativeError::success;
+    looked.modules.clear();
+    if (modules.size() > 1)
+        looked.modules = readMappings(looked.record->pid, looked.executable);
+    count = looked.modules.size() + 1;
+    for (size_t i = 0; i < std::min(count, modules.size()); ++i)
+        modules[i] = i;
+    return true;
+}
+
+bool LinuxProcesses::modulePath(const ProcessHandle& process, ModuleId module, std::string& path, uint32_t& error) {
+    const LinuxProcess& looked = opened(process);
+    if (module > looked.modules.size()) {
+        error = NativeError::invalidHandle;
+        return false;
+    }
+    path = module == 0 ? looked.executable : looked.modules[module - 1];
+    error = NativeError::success;
+    return true;
+}
+
+bool LinuxProcesses::moduleName(const ProcessHandle& process, ModuleId module, std::string& name, uint32_t& error) {
+    if (!modulePath(process, module, name, error))
+        return false;
+    name.erase(0, name.rfind('/') + 1);
+    return true;
+}
+
+bool LinuxProcesses::imageName(const ProcessHandle& process, std::string& path, uint32_t& error) {
+    return modulePath(process, 0, path, error);
+}
+
+TokenHandle LinuxProcesses::openToken(const ProcessHandle& process, uint32_t& error) {
+    auto token = std::make_unique<LinuxToken>();
+    token->owner = opened(process).record->owner;
+    error = NativeError::success;
+    return token;
+}
+
+bool LinuxProcesses::tokenUser(const TokenHandle& token, std::string& sid, uint32_t& error) {
+    sid = "S-1-22-1-" + std::to_string(static_cast<const LinuxToken&>(*token).owner);
+    error = NativeError::success;
+    return true;
+}
+
+bool LinuxProcesses::startTime(const ProcessHandle& process, uint64_t& time) {
+    time = opened(process).record->startTime;
+    return true;
+}
+
+/// Tried on a child of our own, since the kernel answers only for a process that has ended.
+bool LinuxProcesses::descriptorsTellExitCodes() {
+    static const bool answer = [] {
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(0);
+        const FileDescriptor descriptor(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+        waitpid(child, nullptr, 0);
+        uint32_t waitStatus = 0;
+        return descriptor && askDescriptor(descriptor.get(), waitStatus);
+    }();
+    return answer;
+}
+
+} // namespace Velmor

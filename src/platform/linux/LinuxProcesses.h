@@ -1,0 +1,48 @@
+#pragma once
+
+#include "platform/Processes.h"
+#include "platform/linux/ProcessTable.h"
+
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+
+namespace Velmor {
+
+/// Processes are thread groups, looked at through pidfds and /proc. Handles of one process share what doesn't change,
+/// so that a process that is still held costs little to open again.
+class LinuxProcesses : public Processes {
+public:
+    /// The sources of exit codes, in the order in which they are asked.
+    struct Sources {
+        bool descriptor = true; // the pidfd's information call
+        bool statLine = true;   // of a process that nobody has waited for yet
+    };
+
+    LinuxProcesses() : LinuxProcesses(Sources{}) {}
+    explicit LinuxProcesses(Sources sources) : sources_(sources), table_(std::make_shared<ProcessTable>()) {}
+
+    bool enumerate(std::vector<uint32_t>& ids) override;
+    ProcessHandle open(uint32_t pid, uint32_t& error) override;
+    bool exitCode(const ProcessHandle& process, uint32_t& code, uint32_t& error) override;
+    bool modules(const ProcessHandle& process, std::vector<ModuleId>& modules, size_t& count, uint32_t& error) override;
+    bool modulePath(const ProcessHandle& process, ModuleId module, std::string& path, uint32_t& error) override;
+    bool moduleName(const ProcessHandle& process, ModuleId module, std::string& name, uint32_t& error) override;
+    bool imageName(const ProcessHandle& process, std::string& path, uint32_t& error) override;
+    TokenHandle openToken(const ProcessHandle& process, uint32_t& error) override;
+    bool tokenUser(const TokenHandle& token, std::string& sid, uint32_t& error) override;
+    bool startTime(const ProcessHandle& process, uint64_t& time) override;
+
+    /// Whether this kernel tells the exit code of an ended process through its descriptor.
+    static bool descriptorsTellExitCodes();
+
+private:
+    bool isApplication(uint32_t pid, uint64_t inode);
+
+    Sources sources_;
+    std::shared_ptr<ProcessTable> table_;                  // outlived by no record
+    std::mutex mutex_;                                     // guards the next
+    std::unordered_map<uint32_t, uint64_t> kernelThreads_; // id to inode of its directory: told apart once
+};
+
+} // namespace Velmor

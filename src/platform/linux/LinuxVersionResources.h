@@ -1,0 +1,28 @@
+#pragma once
+
+#include "platform/VersionResources.h"
+#include "platform/linux/DesktopIndex.h"
+#include "platform/linux/PackageIndex.h"
+
+#include <mutex>
+
+namespace Velmor {
+
+/// What executables say about themselves: the package note in the file, a desktop entry that starts it, or the package
+/// that owns it, whichever there is first.
+class LinuxVersionResources : public VersionResources {
+public:
+    LinuxVersionResources() = default;
+    /// Looks for desktop entries and packages below other roots than the system's.
+    LinuxVersionResources(std::string applications, std::string packages)
+        : desktop_(std::move(applications)), packages_(std::move(packages)) {}
+
+    std::unique_ptr<VersionResource> open(std::string_view path) override;
+
+private:
+    std::mutex mutex_; // guards both indexes
+    DesktopIndex desktop_;
+    PackageIndex packages_;
+};
+
+} // namespace Velmor

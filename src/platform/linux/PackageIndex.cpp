@@ -1,0 +1,86 @@
+#include "platform/linux/PackageIndex.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string_view>
+
+namespace Velmor {
+
+namespace {
+constexpr std::string_view programDirectories[] = {"/bin/", "/sbin/", "/libexec/", "/games/", "/lib/", "/opt/"};
+constexpr std::string_view mergedDirectories[] = {"/bin/", "/sbin/", "/lib/", "/lib64/"}; // links into /usr
+
+bool mayBeProgram(std::string_view path) {
+    const bool inPlace = std::any_of(std::begin(programDirectories), std::end(programDirectories),
+                                     [&](std::string_view part) { return path.find(part) != std::string_view::npos; });
+    const std::string_view name = path.substr(path.rfind('/') + 1);
+    const bool isOther = name.find(".so") != std::string_view::npos || name.ends_with(".py") || name.ends_with(".h") ||
+                         name.ends_with(".ko") || name.ends_with(".a") || name.ends_with(".pm");
+    return inPlace && !isOther;
+}
+
+/// A file counts under its place below /usr, however the package that brought it calls it.
+uint64_t hashOf(std::string_view path) {
+    std::string normal(path);
+    for (const std::string_view merged : mergedDirectories)
+        if (path.starts_with(merged))
+            normal = "/usr" + normal;
+    return std::hash<std::string>{}(normal);
+}
+} // namespace
+
+PackageIndex::PackageIndex(const std::string& root) : root_(root + "/var/lib/dpkg/"), watch_({root_ + "info", root_}) {}
+
+bool PackageIndex::find(const std::string& executable, FileDescription& description) {
+    if (watch_.hasChanged())
+        read();
+    const std::pair<uint64_t, uint32_t> wanted{hashOf(executable), 0};
+    const auto owner = std::lower_bound(owners_.begin(), owners_.end(), wanted);
+    if (owner == owners_.end() || owner->first != wanted.first)
+        return false;
+    description.product = packages_[owner->second];
+    description.version = versionOf(description.product);
+    return true;
+}
+
+void PackageIndex::read() {
+    packages_.clear();
+    owners_.clear();
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(root_ + "info", error)) {
+        if (entry.path().extension() != ".list")
+            continue;
+        std::string package = entry.path().stem().string();
+        package.resize(std::min(package.size(), package.find(':'))); // without the architecture
+        const size_t before = owners_.size();
+        readList(entry.path().string(), static_cast<uint32_t>(packages_.size()));
+        if (owners_.size() > before)
+            packages_.push_back(std::move(package));
+    }
+    std::sort(owners_.begin(), owners_.end());
+    owners_.shrink_to_fit();
+}
+
+void PackageIndex::readList(const std::string& path, uint32_t package) {
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);)
+        if (mayBeProgram(line))
+            owners_.emplace_back(hashOf(line), package);
+}
+
+/// Looked up in the status file when it is asked for, which is once for each executable.
+std::string PackageIndex::versionOf(const std::string& package) const {
+    std::ifstream file(root_ + "status");
+    bool inPackage = false;
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with("Package: "))
+            inPackage = line.compare(9, std::string::npos, package) == 0;
+        else if (inPackage && line.starts_with("Version: "))
+            return line.substr(9);
+    }
+    return {};
+}
+
+} // namespace Velmor

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "platform/linux/DirectoryWatch.h"
+#include "platform/linux/FileDescription.h"
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Velmor {
+
+/// Which package owns an executable, by the lists that the package database keeps. Read at the first question, and
+/// again when packages have come or gone. Only files where programs lie are kept, as hashes of their paths.
+class PackageIndex {
+public:
+    PackageIndex() : PackageIndex("") {}
+    /// Below another root than the system's.
+    explicit PackageIndex(const std::string& root);
+
+    bool find(const std::string& executable, FileDescription& description);
+
+private:
+    void read();
+    void readList(const std::string& path, uint32_t package);
+    std::string versionOf(const std::string& package) const;
+
+    std::string root_;
+    DirectoryWatch watch_;
+    std::vector<std::string> packages_;
+    std::vector<std::pair<uint64_t, uint32_t>> owners_; // hash of a path to the place in packages_, sorted
+};
+
+} // namespace Velmor

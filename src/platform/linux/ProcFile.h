@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace Velmor {
+
+/// What a process's `stat` line tells.
+struct ProcStat {
+    char state = 0;
+    uint32_t flags = 0;
+    uint32_t threads = 0;
+    uint64_t startTime = 0;  // clock ticks since the system's start
+    uint32_t waitStatus = 0; // of a zombie, as a parent gets it; 0 to whoever may not know it
+
+    bool isKernelThread() const;
+    /// The whole thread group has ended; a main thread that ended before the others doesn't count.
+    bool hasEnded() const;
+};
+
+/// "/proc/<pid>/<entry>"; for an empty entry the process's directory.
+std::string procPath(uint32_t pid, const char* entry);
+
+/// Reads a small file of /proc whole; false if it can't be read, with errno.
+bool readProcFile(const std::string& path, std::string& text);
+
+bool readProcStat(uint32_t pid, ProcStat& stat);
+
+/// The path of the executable as the kernel knows it now, without the mark of a deleted file, and with "?" for control
+/// bytes. False with errno.
+bool readExecutable(uint32_t pid, std::string& path);
+
+/// Puts "?" in place of control bytes: a name can't forge the separators of records and messages.
+void maskControlBytes(std::string& text);
+
+/// The exit code as the collector counts it: the exit status, or 128 plus the signal.
+uint32_t exitCodeOf(uint32_t waitStatus);
+
+} // namespace Velmor

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "platform/linux/FileDescriptor.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include <sys/types.h>
+
+namespace Velmor {
+
+class ProcessTable;
+
+/// What the handles of one process share. Nothing in it changes but the path, which a program's exec may.
+struct ProcessRecord {
+    ProcessRecord(uint32_t processId, FileDescriptor pidfd, std::weak_ptr<ProcessTable> home)
+        : pid(processId), descriptor(std::move(pidfd)), table_(std::move(home)) {}
+    ProcessRecord(const ProcessRecord&) = delete;
+    ProcessRecord& operator=(const ProcessRecord&) = delete;
+    ~ProcessRecord();
+
+    /// Whether any thread of it lives; one poll of the descriptor.
+    bool isAlive() const;
+
+    /// The executable, read last by any handle.
+    std::string lastExecutable();
+    void noteExecutable(const std::string& path);
+
+    const uint32_t pid;
+    const FileDescriptor descriptor; // of the process itself: its id can't be mistaken while this is held
+    uint64_t startTime = 0;          // clock ticks since the system's start
+    uid_t owner = 0;                 // effective
+
+private:
+    std::weak_ptr<ProcessTable> table_;
+    std::mutex mutex_; // guards the path
+    std::string executable_;
+};
+
+/// The records that somebody holds, by process id.
+class ProcessTable : public std::enable_shared_from_this<ProcessTable> {
+public:
+    /// The record of a process that still lives; null if nobody holds one.
+    std::shared_ptr<ProcessRecord> findAlive(uint32_t pid);
+
+    /// Opens the process and reads what doesn't change of it. Null with errno: EACCES or ESRCH.
+    std::shared_ptr<ProcessRecord> open(uint32_t pid, std::string& executable);
+
+    /// Takes the place of a record that is gone out of the table.
+    void forget(uint32_t pid);
+
+private:
+    std::mutex mutex_; // guards the map
+    std::unordered_map<uint32_t, std::weak_ptr<ProcessRecord>> records_;
+};
+
+} // namespace Velmor

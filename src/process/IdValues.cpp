@@ -1,0 +1,121 @@
+#include "process/IdValues.h"
+
+#include "process/Process.h"
+#include "shared/library/common/BasicFile.h"
+#include "shared/library/common/FileOps.h"
+#include "shared/library/common/FileUtils.h"
+#include "shared/library/common/Monopoly.h"
+#include "shared/library/common/StringSearcher.h"
+#include "shared/library/common/SystemInfo.h"
+#include "shared/library/common/TextUtils.h"
+
+#include <cstdlib>
+
+namespace Velmor {
+
+namespace {
+constexpr int32_t cleaningInterval = 300; // seconds
+constexpr std::string_view extension = ".idval";
+
+/// What the look-ups of all threads share.
+struct IdValueState {
+    Monopoly monopoly; // guards the rest
+    std::string directory;
+    int32_t lastCleaning = 0; // seconds since 1970
+};
+
+IdValueState& state() {
+    static IdValueState instance;
+    return instance;
+}
+
+/// Where the files lie; empty, and asked for again at the next use, while the family's value can't be read.
+std::string findDirectory() {
+    IdValueState& shared = state();
+    const MonopolyHold hold(shared.monopoly);
+    if (shared.directory.empty() && getResourceValue("InstallDir", shared.directory) == ResourceResult::success) {
+        FileUtils::addSeparator(shared.directory);
+        shared.directory += "Log\\temp\\";
+    }
+    return shared.directory;
+}
+
+bool isCleaningDue() {
+    IdValueState& shared = state();
+    const int32_t now = DateTime().getSeconds();
+    const MonopolyHold hold(shared.monopoly);
+    if (now - shared.lastCleaning < cleaningInterval)
+        return false;
+    shared.lastCleaning = now;
+    return true;
+}
+
+std::string fileKey(std::string_view key) {
+    std::string text(key);
+    StringSearcher::replaceChar(text, ' ', '_');
+    return text;
+}
+
+/// The value in the second line of a file; false if it can't be opened.
+bool readValue(const std::string& path, std::string& value) {
+    BasicFile file;
+    if (!file.open(path, BasicFile::MODE_READ))
+        return false;
+    file.readLine();
+    value = file.readLine();
+    firstField(value, '=');
+    return true;
+}
+
+/// Whether the process that a file was left for still runs, going by the id and the image in its name.
+bool isOfRunningProcess(std::string name) {
+    firstField(name, '-');
+    firstField(name, '-');
+    const auto pid = static_cast<uint32_t>(std::atol(firstField(name, '-').c_str()));
+    FileUtils::stripExtension(name);
+    const Process process(pid, 0, Process::Mode::running, true);
+    return toLowerCopy(FileUtils::getBaseName(process.getExecutable())) == toLowerCopy(name);
+}
+} // namespace
+
+bool getIdValues(const std::string& user, std::string& text, std::string_view firstKey, std::string_view secondKey,
+                 uint32_t pid, const std::string& executable) {
+    getIdValue(user, text, firstKey, pid, executable);
+    getIdValue(user, text, secondKey, pid, executable);
+    return true;
+}
+
+bool getIdValue(const std::string& user, std::string& text, std::string_view key, uint32_t pid,
+                const std::string& executable) {
+    std::string value;
+    if (readProcessIdValue(user, key, value, pid, executable) && !value.empty())
+        text.append("|").append(key).append("=").append(value);
+    return true;
+}
+
+bool readProcessIdValue(const std::string& user, std::string_view key, std::string& value, uint32_t pid,
+                        const std::string& executable) {
+    const std::string directory = findDirectory();
+    cleanIdValues();
+    const std::string path = directory + fileKey(key) + "-" + user + "-" + std::to_string(pid) + "-" +
+                             FileUtils::getBaseName(executable) + std::string(extension);
+    return FileOps::exists(path) ? readValue(path, value) : readUserIdValue(user, key, value);
+}
+
+bool readUserIdValue(const std::string& user, std::string_view key, std::string& value) {
+    const std::string directory = findDirectory();
+    cleanIdValues();
+    const std::string path = directory + fileKey(key) + "-" + user + std::string(extension);
+    return FileOps::exists(path) && readValue(path, value);
+}
+
+void cleanIdValues() {
+    if (!isCleaningDue())
+        return;
+    const std::string directory = findDirectory();
+    for (const DirectoryEntry& entry : FileOps::scanDirectory(directory, "*-*-*-*.idval"))
+        if (entry.isFile && !isOfRunningProcess(entry.name))
+            FileUtils::remove(directory + entry.name, true);
+}
+
+} // namespace Velmor

@@ -1,0 +1,20 @@
+#pragma once
+
+#include "shared/library/logger/Logger.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace Velmor {
+
+/// What all `Process` objects share.
+struct ProcessShared {
+    Logger logger;
+    std::string localComputerName;
+    std::atomic<int32_t> systemNumber{0}; // major version times ten plus minor; 0 until it is asked for
+};
+
+ProcessShared& processShared();
+
+} // namespace Velmor

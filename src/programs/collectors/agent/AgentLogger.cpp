@@ -1,0 +1,10 @@
+#include "programs/collectors/agent/AgentLogger.h"
+
+namespace Velmor {
+
+Logger& agentLogger() {
+    static Logger logger;
+    return logger;
+}
+
+} // namespace Velmor

@@ -1,0 +1,154 @@
+#include "programs/collectors/agent/DataDelivery.h"
+
+#include "platform/Platform.h"
+#include "platform/Threads.h"
+#include "programs/collectors/agent/AgentLogger.h"
+#include "programs/collectors/agent/ProgramState.h"
+#include "shared/library/common/Timer.h"
+
+namespace Velmor {
+
+namespace {
+const TimeSpan tickSpan(10);
+const TimeSpan statusSpan(20);
+constexpr uint32_t roundPause = 500; // milliseconds
+constexpr uint32_t quitPause = 25;   // milliseconds
+
+DateTime alignedNow(const TimeSpan& span) {
+    DateTime now;
+    now.alignTo(span);
+    return now;
+}
+
+void deliver(const std::string& key, const LogFileEntry& entry) {
+    if (entry.beforeDelivery)
+        entry.beforeDelivery();
+    releaseLogFile(key);
+}
+
+/// Whether the entry's period has passed; if so, the next one begins. The schedule is the aligned clock's: a change of
+/// daylight saving moves it, and periods that were missed are not caught up.
+bool isDue(const std::string& key, LogFileEntry& entry, const DateTime& now) {
+    if (entry.lastDelivered.isZero()) {
+        entry.lastDelivered = alignedNow(entry.interval);
+        return false;
+    }
+    const DateTime due = entry.lastDelivered + entry.interval;
+    if (due > now)
+        return false;
+    const bool missedPeriod = due + entry.interval <= now;
+    entry.lastDelivered = alignedNow(entry.interval);
+    if (missedPeriod)
+        agentLogger().debug(5, "Adjusted LastDelivered time of %s after resuming.", key);
+    return true;
+}
+
+void adoptDefaultInterval() {
+    for (auto& [key, entry] : logFileRegistry())
+        if (entry.interval.isZero())
+            entry.interval = programState().defaultInterval;
+}
+
+void runRounds(ThreadRecord& record) {
+    DateTime nextStatusLine = DateTime::minDate;
+    DeliverySchedule schedule;
+    adoptDefaultInterval();
+    while (record.report != Report::stop) {
+        const DateTime now;
+        reportStatus(record.report, false);
+        if (nextStatusLine <= now) {
+            nextStatusLine = now + statusSpan;
+            logThreadStatus(record);
+        }
+        if (programState().quitFlag) {
+            Timer::sleep(quitPause);
+            continue;
+        }
+        if (schedule.tick(now))
+            DeliverySchedule::deliverDue(now);
+        Timer::sleep(roundPause);
+    }
+}
+} // namespace
+
+LogFileRegistry& logFileRegistry() {
+    static LogFileRegistry registry;
+    return registry;
+}
+
+void registerLogFile(const std::string& stem, const std::string& key, const TimeSpan& interval, bool forcedOnly,
+                     BeforeDelivery beforeDelivery) {
+    const auto [place, isNew] = logFileRegistry().try_emplace(key);
+    if (!isNew)
+        return;
+    LogFileEntry& entry = place->second;
+    entry.file = SmartPointer<LogFile>(new LogFile());
+    entry.file->setName(stem);
+    entry.interval = interval;
+    entry.forcedOnly = forcedOnly ? 1 : 0;
+    entry.beforeDelivery = beforeDelivery;
+}
+
+SmartPointer<LogFile> getLogFile(const std::string& key) {
+    agentLogger().debug(5, "Getting log file for ID=%s.", key);
+    const auto entry = logFileRegistry().find(key);
+    if (entry == logFileRegistry().end()) {
+        agentLogger().debug(5, " Log file not found.");
+        return {};
+    }
+    agentLogger().debug(5, "   Found log file.");
+    return entry->second.file;
+}
+
+bool releaseLogFile(const std::string& key) {
+    agentLogger().debug(1, "Releasing log file for %s...", key);
+    const auto entry = logFileRegistry().find(key);
+    if (entry == logFileRegistry().end() || entry->second.file.isNull())
+        return true;
+    LogFile& file = *entry->second.file;
+    try {
+        file.end();
+    } catch (...) {
+        agentLogger().error(13, file.getName());
+    }
+    agentLogger().debug(1, "Log file released.");
+    return true;
+}
+
+void deliverAll(bool force) {
+    agentLogger().debug(1, "Now delivering all data...");
+    for (const auto& [key, entry] : logFileRegistry())
+        if (!entry.forcedOnly || force)
+            deliver(key, entry);
+}
+
+DeliverySchedule::DeliverySchedule() : nextTick_(alignedNow(tickSpan)) {}
+
+bool DeliverySchedule::tick(const DateTime& now) {
+    if (nextTick_ > now)
+        return false;
+    nextTick_ += tickSpan;
+    if (nextTick_ <= now)
+        nextTick_ = alignedNow(tickSpan);
+    return true;
+}
+
+void DeliverySchedule::deliverDue(const DateTime& now) {
+    for (auto& [key, entry] : logFileRegistry())
+        if (isDue(key, entry, now))
+            deliver(key, entry);
+}
+
+uint32_t dataDelivery(void* argument) {
+    auto& record = *static_cast<ThreadRecord*>(argument);
+    agentLogger().debug(1, "START THREAD %s (%i).", record.name, platform().threads->currentId());
+    try {
+        runRounds(record);
+    } catch (...) {
+        agentLogger().debug(1, "ERROR while running %s thread", record.name);
+    }
+    agentLogger().debug(1, "END THREAD" + record.name);
+    return 0;
+}
+
+} // namespace Velmor

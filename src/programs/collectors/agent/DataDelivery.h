@@ -1,0 +1,62 @@
+#pragma once
+
+#include "programs/collectors/agent/LogFile.h"
+#include "programs/collectors/agent/ThreadRecord.h"
+#include "shared/library/common/DateTime.h"
+#include "shared/library/common/SmartPointer.h"
+#include "shared/library/common/TimeSpan.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace Velmor {
+
+/// Called just before a data file is ended, so that what belongs in this period gets written.
+using BeforeDelivery = void (*)();
+
+/// A data file of the collector and its schedule.
+struct LogFileEntry {
+    SmartPointer<LogFile> file;
+    TimeSpan interval;         // 0: the default interval
+    DateTime lastDelivered{0}; // start of the present delivery period; 0 until the delivery thread has looked
+    uint8_t forcedOnly = 0;    // 1: left out by a delivery without force
+    BeforeDelivery beforeDelivery = nullptr;
+};
+
+/// The data files by their data type word. Changed only while no worker runs.
+using LogFileRegistry = std::map<std::string, LogFileEntry>;
+LogFileRegistry& logFileRegistry();
+
+/// Enters a new data file; a word that is there already stays as it is. `stem` is a path with its directory.
+void registerLogFile(const std::string& stem, const std::string& key, const TimeSpan& interval, bool forcedOnly,
+                     BeforeDelivery beforeDelivery);
+
+/// The data file of a word; an empty pointer if there is none.
+SmartPointer<LogFile> getLogFile(const std::string& key);
+
+/// Ends the file of a word, which leaves it to the core service; a failure is reported. Always true.
+bool releaseLogFile(const std::string& key);
+
+/// Delivers all data files now; those with `forcedOnly` only with `force`. The schedule stays.
+void deliverAll(bool force);
+
+/// Decides when each data file is due, by the local clock. What the delivery thread does in a round, without sleeping.
+class DeliverySchedule {
+public:
+    DeliverySchedule();
+
+    /// Whether a tick of ten seconds has come; ticks that were missed count once.
+    bool tick(const DateTime& now);
+
+    /// Delivers what is due.
+    static void deliverDue(const DateTime& now);
+
+private:
+    DateTime nextTick_;
+};
+
+/// The delivery thread. `record` is its `ThreadRecord`.
+uint32_t dataDelivery(void* record);
+
+} // namespace Velmor

@@ -1,0 +1,172 @@
+#include "programs/collectors/agent/LogFile.h"
+
+#include "platform/Machine.h"
+#include "platform/Platform.h"
+#include "programs/collectors/agent/AgentLogger.h"
+#include "shared/library/common/DateTime.h"
+#include "shared/library/common/FileException.h"
+#include "shared/library/common/FileFactory.h"
+#include "shared/library/common/FileOps.h"
+#include "shared/library/common/FileUtils.h"
+
+#include <atomic>
+
+namespace Velmor {
+
+namespace {
+std::atomic<uint32_t> fileCounter{0};
+
+constexpr uint16_t dataFileAccess = FileBase::ACCESS_WRITE | FileBase::ACCESS_TRUNCATE | FileBase::ACCESS_CREATE;
+constexpr std::string_view workingWord = "make";
+constexpr std::string_view finalWord = "data";
+constexpr int32_t openFailed = 2;
+constexpr int32_t writeFailed = 4;
+
+std::string finalName(const std::string& workingName) {
+    std::string base = FileUtils::getBaseName(workingName);
+    if (const size_t word = base.find(workingWord); word != std::string::npos)
+        base.replace(word, workingWord.size(), finalWord);
+    return FileUtils::getDirectory(workingName) + base;
+}
+
+void reportFailure(int32_t message, const std::string& fileName, const FileException& failure) {
+    agentLogger().error(message, fileName, failure.getCodeText());
+    agentLogger().debug(1, "LogFile:" + failure.getFullDescription());
+}
+} // namespace
+
+LogFile::~LogFile() {
+    try {
+        end();
+    } catch (const Exception& failure) {
+        agentLogger().debug(1, "LogFile:" + failure.getFullDescription());
+    }
+}
+
+void LogFile::setName(const std::string& stem) {
+    const MonopolyHold hold(lock_);
+    if (isOpen())
+        end();
+    file_.release();
+    const std::string name = stem + "-" + std::to_string(DateTime().getSeconds()) + "-" +
+                             std::to_string(platform().machine->processId()) + "-" + std::to_string(++fileCounter) +
+                             "." + std::string(workingWord);
+    file_ = FileFactory::create(name);
+    agentLogger().debug(3, "LogFile: Set name = \"%s\".", name);
+}
+
+std::string LogFile::getName() {
+    const MonopolyHold hold(lock_);
+    return file_.isNull() ? std::string() : file_->getName();
+}
+
+bool LogFile::open() {
+    agentLogger().debug(3, "LogFile: Opening file: %s...", getName());
+    const MonopolyHold hold(lock_);
+    if (file_.isNull()) {
+        agentLogger().error(1, "Open logfile", "");
+        return false;
+    }
+    try {
+        if (isOpen())
+            end();
+        rescueUnfinished();
+        file_->open(dataFileAccess);
+        agentLogger().debug(4, "   LogFile: File opened.");
+        return true;
+    } catch (const FileException& failure) {
+        reportFailure(openFailed, file_->getName(), failure);
+    } catch (...) {
+        agentLogger().error(openFailed, file_->getName(), "UNKNOWN");
+    }
+    return false;
+}
+
+/// A file whose closing failed still holds its records under its ".tmp" name. Opening that name again would empty it.
+void LogFile::rescueUnfinished() {
+    const std::string name = file_->getName();
+    const std::string unfinished = name + ".tmp";
+    if (FileUtils::getFileSize(unfinished) == 0)
+        return;
+    updateName();
+    rename(unfinished, finalName(name));
+    FileUtils::remove(name, false); // the empty file that stood for it
+}
+
+bool LogFile::write(std::string_view text) {
+    agentLogger().debug(5, "LogFile: Writing...");
+    const MonopolyHold hold(lock_);
+    if (file_.isNull()) {
+        agentLogger().error(3, "LogFile:write: Trying to write to NULL file object.");
+        return false;
+    }
+    if (!isOpen()) {
+        agentLogger().debug(5, "   LogFile: File is not open. Opening...");
+        if (!open())
+            return false;
+    }
+    try {
+        file_->write(text.data(), text.size());
+        return true;
+    } catch (const FileException& failure) {
+        reportFailure(writeFailed, file_->getName(), failure);
+    } catch (...) {
+        agentLogger().error(writeFailed, file_->getName(), "UNKNOWN");
+    }
+    return false;
+}
+
+bool LogFile::flushLine() {
+    const MonopolyHold hold(lock_);
+    if (isOpen())
+        file_->flush();
+    return write("\n");
+}
+
+bool LogFile::writeRecord(std::string_view record) {
+    const MonopolyHold hold(lock_);
+    return write(record) && flushLine();
+}
+
+void LogFile::end() {
+    const MonopolyHold hold(lock_);
+    retryRenames();
+    if (!isOpen())
+        return;
+    const std::string oldName = file_->getName();
+    agentLogger().debug(4, "LogFile: Ending file \"%s\"...", oldName);
+    file_->close();
+    const std::string newName = finalName(oldName);
+    rename(oldName, newName);
+    updateName();
+    agentLogger().debug(4, "LogFile: Updated file name from \"%s\" to \"%s\".", FileUtils::getBaseName(newName),
+                        FileUtils::getBaseName(file_->getName()));
+}
+
+void LogFile::rename(const std::string& from, const std::string& to) {
+    agentLogger().debug(4, "LogFile: Renaming file \"%s\" to \"%s\".", FileUtils::getBaseName(from),
+                        FileUtils::getBaseName(to));
+    if (FileOps::move(from, to, true)) {
+        agentLogger().debug(2, "LogFile: Ended file \"" + from + "\".");
+        return;
+    }
+    agentLogger().warning(10, from, to);
+    failedRenames_.push_back({from, to});
+}
+
+void LogFile::retryRenames() {
+    std::erase_if(failedRenames_,
+                  [](const Rename& r) { return !FileOps::exists(r.from) || FileOps::move(r.from, r.to, true); });
+}
+
+void LogFile::updateName() {
+    if (file_.isNull()) {
+        agentLogger().debug(1, "UpdateName ERROR: Trying to update void file object.");
+        return;
+    }
+    const std::string name = file_->getName();
+    const std::string base = FileUtils::getBaseName(name);
+    setName(FileUtils::getDirectory(name) + base.substr(0, base.find('-')));
+}
+
+} // namespace Velmor

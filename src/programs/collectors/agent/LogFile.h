@@ -1,0 +1,68 @@
+#pragma once
+
+#include "shared/library/common/FileBase.h"
+#include "shared/library/common/Monopoly.h"
+#include "shared/library/common/SmartPointer.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Velmor {
+
+/// The collector's data file: a series of files with one stem, of which one at a time takes records. It comes into
+/// being at the first `write` as stem-seconds-pid-counter.make.tmp, and `end` turns it into
+/// stem-seconds-pid-counter.data, which belongs to the core service from then on. Any thread may use an object.
+class LogFile {
+public:
+    LogFile() = default;
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
+    /// Ends the file.
+    virtual ~LogFile();
+
+    /// Names the next file; one that is open is ended first. `stem` is a path whose last component holds no "-".
+    void setName(const std::string& stem);
+
+    /// The present file's name, ending in ".make"; empty before `setName`.
+    std::string getName();
+
+    /// Writes a text, and opens the file before if need be. False if the text is lost, which is reported.
+    bool write(std::string_view text);
+
+    /// Hands what was written to the system, and ends the line.
+    bool flushLine();
+
+    /// `write` and `flushLine` in one, so that no delivery can come between a record and its end.
+    bool writeRecord(std::string_view record);
+
+    /// Opens a new file; one that is open is ended first. False on failure, which is reported.
+    bool open();
+
+    /// Closes the file and gives it its final name; a file that nothing was written to stays as it is. Throws
+    /// `FileException` if it can't be closed: the object then has its old name and a closed file.
+    void end();
+
+    /// Gives the object a fresh name with the same stem.
+    void updateName();
+
+    /// The lock that guards the file, for the repair after a lost thread.
+    Monopoly& lock() { return lock_; }
+
+private:
+    struct Rename {
+        std::string from;
+        std::string to;
+    };
+
+    bool isOpen() const { return !file_.isNull() && file_->isOpen(); }
+    void rescueUnfinished();
+    void rename(const std::string& from, const std::string& to);
+    void retryRenames();
+
+    SmartPointer<FileBase> file_;
+    std::vector<Rename> failedRenames_; // tried again at each end, so that what is whole isn't left behind
+    Monopoly lock_;                     // guards all of the above
+};
+
+} // namespace Velmor

@@ -1,0 +1,10 @@
+#include "programs/collectors/agent/ProgramState.h"
+
+namespace Velmor {
+
+ProgramState& programState() {
+    static ProgramState state;
+    return state;
+}
+
+} // namespace Velmor

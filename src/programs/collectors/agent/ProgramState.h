@@ -1,0 +1,36 @@
+#pragma once
+
+#include "shared/library/common/Monopoly.h"
+#include "shared/library/common/TimeSpan.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+namespace Velmor {
+
+/// The machine's names as records carry them, filled by `getStaticInfo` at each configuration.
+struct StaticInfo {
+    std::string domain;
+    std::string computerName;
+    std::string architecture;
+    std::string osName;
+};
+
+/// The words and values of the whole program. The atomic ones are written and polled by any thread; the others are
+/// written while no worker runs.
+struct ProgramState {
+    std::atomic<uint8_t> quitFlag{0};        // set once when the program is to end, never cleared
+    std::atomic<uint8_t> reconfigureFlag{0}; // the configuration is to be read again
+    std::atomic<uint32_t> mainThreadId{0};   // where the quit message goes
+    std::string tempDirectory;
+    StaticInfo staticInfo;
+    std::string dataDirectory;  // where data files lie until they are taken away
+    TimeSpan defaultInterval;   // of deliveries, for a data file that has none of its own
+    Monopoly deliveryMonopoly;  // keeps a delivery by command and a reconfiguration apart
+    std::string startupFailure; // what a start-up that failed says to whoever started it: the cause and the remedy
+};
+
+ProgramState& programState();
+
+} // namespace Velmor

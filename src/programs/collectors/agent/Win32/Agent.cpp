@@ -1,0 +1,217 @@
+#include "programs/collectors/agent/Win32/Agent.h"
+
+#include "platform/Platform.h"
+#include "platform/Registry.h"
+#include "platform/Threads.h"
+#include "programs/collectors/agent/AgentLogger.h"
+#include "programs/collectors/agent/DataDelivery.h"
+#include "programs/collectors/agent/ProgramState.h"
+#include "rules/PrimeTime.h"
+#include "shared/library/common/FileOps.h"
+#include "shared/library/common/FileUtils.h"
+#include "shared/library/common/IPCException.h"
+#include "shared/library/common/JobException.h"
+#include "shared/library/common/SystemInfo.h"
+#include "shared/library/common/TextUtils.h"
+
+namespace Velmor {
+
+Agent::Agent(std::string_view commandLine) : arguments_(parseCommandLine(commandLine)) {
+    if (!arguments_.empty())
+        arguments_.erase(arguments_.begin()); // the program's own word
+}
+
+Agent::~Agent() {
+    if (!ipcServer_.isNull())
+        ipcServer_->stop();
+    ipcServer_.destroy();
+    logFileRegistry().clear();
+    instanceGuard_.relax();
+    agentLogger().destroy();
+    LogMessenger::setCatalogue(nullptr);
+    loggerContext_.conf.destroy();
+    loggerContext_.logger.destroy();
+    loggerContext_.messenger.destroy();
+    loggerContext_.centre.destroy();
+}
+
+std::string Agent::lowerName() const {
+    return toLowerCopy(name_);
+}
+
+bool Agent::fail(const std::string& causeAndRemedy) {
+    programState().startupFailure = causeAndRemedy;
+    return false;
+}
+
+bool Agent::configure() {
+    std::string directory;
+    if (!startOwnLogging() || !takeInstanceGuard())
+        return false;
+    if (loggerContext_.conf.isNull())
+        loggerContext_.conf = SmartPointer<ConfReader>(new ConfReader(loggerContext_.centre));
+    if (!agentLogger().isSet())
+        agentLogger().set(SmartPointer<LoggerUnit>(new LoggerUnit(loggerContext_.centre, LogModule::agent)));
+    if (!readConfigurationDirectory(directory) || !loadConfiguration(directory))
+        return false;
+    loadLogMessages();
+    configureLogging(loggerContext_);
+    int32_t level = 0;
+    if (conf().getInteger(lowerName() + ".log.debug-level", level) == 0)
+        LoggerUnit::setDebugLevel(level);
+    if (!loadPrimeTime(directory))
+        return false;
+    readStaticInfo();
+    if (programState().mainThreadId == 0)
+        programState().mainThreadId = platform().threads->currentId();
+    if (!prepareDataDelivery())
+        return fail("The data delivery thread can't be prepared; see the debug log.");
+    if (conf().getDirName("Velmor.directories.temp", programState().tempDirectory) != 0)
+        return fail("The key \"Velmor.directories.temp\" is missing in the configuration file; add it as a DirName.");
+    if (!configureCollector())
+        return false;
+    agentLogger().debug(1, "Finished configuring.");
+    return true;
+}
+
+bool Agent::startOwnLogging() {
+    std::string cause;
+    if (!platform().registry->isReadable(cause))
+        return fail(cause);
+    if (getResourceValue(name_ + "DebugLog", loggerContext_.debugLogName) != 0)
+        loggerContext_.debugLogName = name_ + "Debug.log";
+    loggerContext_.programId = LogCommons::programFromName(name_);
+    if (loggerContext_.programId == LogProgram::unknown)
+        return fail("\"" + name_ + "\" isn't a program of the family.");
+    loggerContext_.moduleId = LogCommons::moduleFromName(name_);
+    if (loggerContext_.moduleId == LogModule::unknown)
+        return fail("\"" + name_ + "\" isn't a module of the family.");
+    try {
+        if (startLogging(loggerContext_))
+            return true;
+    } catch (const FileException& failure) {
+        return fail("The debug log can't be written (" + failure.getDescription() +
+                    "); make its directory writable, or set StartupLogDir to one that is.");
+    }
+    return fail("Logging can't be started.");
+}
+
+bool Agent::takeInstanceGuard() {
+    if (instanceGuard_.isEnforced())
+        return true;
+    instanceGuard_.setName(name_);
+    if (instanceGuard_.enforce())
+        return true;
+    Logger logger;
+    logger.set(loggerContext_.logger);
+    logger.fatal(14, name_);
+    return fail("Another " + name_ + " runs on this machine already; end it before starting a second one.");
+}
+
+bool Agent::readConfigurationDirectory(std::string& directory) {
+    if (getResourceValue("ConfigurationDir", directory) != 0) {
+        agentLogger().debug(1, "Could not get configuration dir from system.");
+        return fail("The value ConfigurationDir is missing among the family's values; set it to the directory of the "
+                    "configuration files.");
+    }
+    FileUtils::normalisePath(directory);
+    FileUtils::addSeparator(directory);
+    return true;
+}
+
+bool Agent::loadConfiguration(const std::string& directory) {
+    std::string file = directory + lowerName() + ".conf";
+    if (!arguments_.empty() && arguments_.front().first == "c") {
+        file = arguments_.front().second;
+        arguments_.erase(arguments_.begin());
+    }
+    if (configurationFile_.empty())
+        configurationFile_ = file;
+    loggerContext_.conf->buildDOMTree(configurationFile_);
+    const std::string problem = loggerContext_.conf->getLastError();
+    if (problem.empty())
+        return true;
+    // What was read before the mistake is in force; without the keys that must be there the start-up fails by them.
+    programState().startupFailure = problem;
+    return true;
+}
+
+void Agent::loadLogMessages() {
+    agentLogger().debug(1, "Loading log messages...");
+    std::string directory;
+    if (conf().getDirName("Velmor.directories.conf", directory) != 0) {
+        agentLogger().error(9, "Velmor.directories.conf");
+        return;
+    }
+    const LoadResult result = logMessages_.loadMessages(
+        directory, toLowerCopy(LogCommons::moduleName(loggerContext_.moduleId)) + ",configuration,agent");
+    for (size_t i = 0; i < result.loaded.size(); ++i)
+        agentLogger().debug(2, "Loaded %i messages for module \"%s\".", result.counts[i], result.loaded[i]);
+    if (result.loaded.empty())
+        agentLogger().debug(1, "No log messages were loaded.");
+    for (const std::string& name : result.rejected)
+        agentLogger().debug(2, "Messages for module \"%s\" were rejected.", name);
+    if (!result.ok)
+        agentLogger().error(6, result.error);
+    LogMessenger::setCatalogue(&logMessages_);
+}
+
+bool Agent::loadPrimeTime(const std::string& directory) {
+    std::string file = directory + "primetime";
+    conf().getFileName(lowerName() + ".primetime-file", file);
+    FileUtils::normalisePath(file);
+    if (!FileOps::exists(file) || primeTimeCalendar().readFile(file))
+        return true;
+    agentLogger().fatal(5, "GENERAL");
+    return fail("The prime time file \"" + file + "\" can't be read; make it readable, or remove it.");
+}
+
+void Agent::readStaticInfo() {
+    StaticInfo info = programState().staticInfo;
+    try {
+        getStaticInfo(info.domain, info.computerName, info.architecture, info.osName);
+    } catch (...) {
+        agentLogger().debug(
+            3, "Agent::configure: Exception occured in getStaticInfo. Check status of Workstation service.");
+    }
+    programState().staticInfo = info;
+}
+
+bool Agent::reconfigure() {
+    programState().reconfigureFlag = 0;
+    const MonopolyHold hold(programState().deliveryMonopoly);
+    if (!stopAndVerify())
+        return false;
+    threads_.clear();
+    logFileRegistry().clear();
+    return configure() && startThreads();
+}
+
+bool Agent::startIPCServer(const std::string& name, IPCCallback callback) {
+    try {
+        ipcServer_ = SmartPointer<IPCServer>(new IPCServer(name, loggerContext_.centre, callback));
+        return !ipcServer_.isNull();
+    } catch (IPCException& failure) {
+        failure.addPosition(__FILE__, __LINE__);
+        agentLogger().fatal(15, failure.getCodeText());
+        agentLogger().debug(1, failure.getDescription());
+    } catch (JobException& failure) {
+        failure.addPosition(__FILE__, __LINE__);
+        agentLogger().fatal(15, failure.getCodeText());
+        agentLogger().debug(1, failure.getDescription());
+    } catch (...) { // NOLINT(bugprone-empty-catch): the caller is told
+    }
+    return false;
+}
+
+bool Agent::prepareDataDelivery() {
+    agentLogger().debug(2, "Preparing data delivery thread...");
+    if (!prepareThread("DataDelivery", ThreadRecord::takesPart, dataDelivery)) {
+        agentLogger().critical(1, "prepare data delivery");
+        return false;
+    }
+    agentLogger().debug(3, "   Done.");
+    return true;
+}
+
+} // namespace Velmor

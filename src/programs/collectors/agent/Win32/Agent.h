@@ -1,0 +1,121 @@
+#pragma once
+
+#include "programs/collectors/agent/ThreadRecord.h"
+#include "programs/collectors/agent/Win32/CommandLine.h"
+#include "shared/library/common/IPCServer.h"
+#include "shared/library/common/Monopoly.h"
+#include "shared/library/common/SmartPointer.h"
+#include "shared/library/logger/LogCommons.h"
+#include "shared/library/logger/LoggerContext.h"
+
+#include <cstdint>
+#include <list>
+#include <string>
+#include <vector>
+
+namespace Velmor {
+
+/// Called with the id of a thread that was found silent or dead, so that locks that it held can be freed.
+using ThreadLostHook = void (*)(uint32_t threadId);
+
+/// The base of a collector program: start-up, the list of worker threads and their supervision, the instance lock, the
+/// mailslot server. One object lives for the whole run.
+class Agent {
+public:
+    /// Takes the program's command line as one text.
+    explicit Agent(std::string_view commandLine);
+    Agent(const Agent&) = delete;
+    Agent& operator=(const Agent&) = delete;
+    virtual ~Agent();
+
+    /// Runs until the program is to end.
+    virtual void run() = 0;
+
+    /// Stops the workers, configures anew and starts them again. False if one of these failed: the workers stay down.
+    virtual bool reconfigure();
+
+    /// The collector's own part of the configuration. False if it can't go on.
+    virtual bool configureCollector() = 0;
+
+    /// The whole start-up, up to the point where the threads could start. False if the program can't run; the cause is
+    /// in the log and in `ProgramState::startupFailure`.
+    bool configure();
+
+    /// Enters a worker; the stored record stays where it is and is the argument of the thread function.
+    ThreadRecord& addThread(const ThreadRecord& record);
+
+    /// Adds the worker `name` that runs `routine`. False if it can't be made.
+    bool prepareThread(const std::string& name, uint16_t reporting, ThreadRoutine routine);
+
+    /// Starts all workers, each whatever becomes of the others. False if one can't be started.
+    bool startThreads();
+    /// Tells those that take part to end, and ends the others.
+    void stopThreads();
+    /// Ends by force what still runs. False if something does so all the same.
+    bool verifyStoppedThreads();
+    /// `stopThreads`, a pause, `verifyStoppedThreads`.
+    bool stopAndVerify();
+    /// One pass of supervision: looks at all workers, and mends what isn't well. False if the program must end.
+    bool checkThreads();
+    /// The look alone, in two phases that alternate: ask, and check for answers. False if a worker isn't well.
+    bool monitorThreads();
+
+    /// Listens for commands. False if that can't be.
+    bool startIPCServer(const std::string& name, IPCCallback callback);
+
+    /// The record of a data delivery worker.
+    bool prepareDataDelivery();
+
+    /// Deals with the working files that a crash left in the data directory: files with data go to the core service,
+    /// the others are deleted. Before any data file is opened.
+    static void handleLeftovers();
+
+    /// What the supervisor does before its first look, so that the workers have come up.
+    virtual void awaitWorkers();
+    /// What the supervisor does besides in each of its rounds, twice a second.
+    virtual void supervisionRound() {}
+
+    void setThreadLostHook(ThreadLostHook hook) { threadLostHook_ = hook; }
+    const LoggerContext& loggerContext() const { return loggerContext_; }
+    const ConfReader& conf() const { return *loggerContext_.conf; }
+
+protected:
+    /// The stem of registry values, configuration keys and the instance lock.
+    void setName(std::string_view name) { name_ = name; }
+
+    /// Notes what a start-up that fails says to whoever started it. Always false.
+    static bool fail(const std::string& causeAndRemedy);
+
+private:
+    bool startOwnLogging();
+    bool takeInstanceGuard();
+    bool readConfigurationDirectory(std::string& directory);
+    bool loadConfiguration(const std::string& directory);
+    void loadLogMessages();
+    bool loadPrimeTime(const std::string& directory);
+    void readStaticInfo();
+    std::string lowerName() const;
+
+    bool monitorThread(ThreadRecord& record, bool initiating);
+    bool checkThread(ThreadRecord& record);
+    bool killSilent(ThreadRecord& record);
+    bool restart(ThreadRecord& record);
+    bool stopThread(ThreadRecord& record);
+    void threadLost(const ThreadRecord& record) const;
+
+    std::string name_;
+    Monopoly instanceGuard_; // keeps a second copy of the collector from starting
+    LoggerContext loggerContext_;
+    std::vector<Argument> arguments_;
+    std::string configurationFile_; // found at the first configuration, read again at each later one
+    LogCommons logMessages_;        // the message catalogue
+    SmartPointer<IPCServer> ipcServer_;
+    bool initiating_ = true; // the next look at the threads asks
+    ThreadLostHook threadLostHook_ = nullptr;
+    std::list<ThreadRecord> threads_; // last, so that a thread that still runs is ended before what it uses
+};
+
+/// The supervisor's thread; its argument is the `Agent`. At its end it posts the quit message to the main thread.
+uint32_t statusMonitor(void* agent);
+
+} // namespace Velmor

@@ -1,0 +1,236 @@
+// The collector's memory of what runs: its maps, and the protocol by which threads share them.
+
+#include "platform/Platform.h"
+#include "platform/Threads.h"
+#include "programs/collectors/agent/DataDelivery.h"
+#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
+#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "shared/library/common/StructuredException.h"
+#include "shared/library/common/Timer.h"
+
+#include <algorithm>
+
+namespace Velmor {
+
+namespace {
+constexpr int enforceRounds = 500;
+constexpr uint32_t enforcePause = 10;   // milliseconds
+constexpr uint32_t resettingPause = 20; // milliseconds
+constexpr uint32_t statusInvalidHandle = 0xC0000008;
+constexpr int32_t reuseWarning = 25;
+
+enum class Outcome : uint8_t { acquired, invalidHandle, timeout };
+
+ProcessRegistry& registry() {
+    return runtallyState().registry;
+}
+
+const Logger& logger() {
+    return runtallyState().logger;
+}
+
+Outcome tryEnforceTimed(Monopoly& monopoly) {
+    try {
+        bool busy = false;
+        bool held = monopoly.tryEnforce(busy);
+        for (int i = 0; i < enforceRounds && !held; ++i) {
+            if (busy)
+                while (monopoly.isResetting())
+                    Timer::sleep(resettingPause);
+            Timer::sleep(enforcePause);
+            held = monopoly.tryEnforce(busy);
+        }
+        return held ? Outcome::acquired : Outcome::timeout;
+    } catch (const StructuredException& failure) {
+        if (failure.code != statusInvalidHandle)
+            throw;
+        return Outcome::invalidHandle;
+    }
+}
+
+void freeIfHeldBy(Monopoly& monopoly, uint32_t threadId) {
+    if (monopoly.isEnforced() && monopoly.getOwner() == threadId)
+        monopoly.reset();
+}
+
+/// The entry under the id of `process`, if it is another process that had this id before.
+ProcessPointer findPredecessor(const ProcessPointer& process) {
+    const auto known = registry().processMap.find(process->pid());
+    const bool another = known != registry().processMap.end() && !known->second->isSameProcess(*process);
+    return another ? known->second : ProcessPointer();
+}
+
+/// Ends the logging of a process whose id is in use again: it has ended when its successor started at the latest.
+void endPredecessor(const ProcessPointer& predecessor, const ProcessPointer& process) {
+    logger().warning(reuseWarning, process->pid());
+    logger().debug(5, "Ending logging of application \"%s\"...", predecessor->getApplication());
+    predecessor->setState(ProcessState::ended);
+    predecessor->setEnd(std::max(predecessor->getStart(), process->getStart(),
+                                 [](const DateTime& a, const DateTime& b) { return a < b; }));
+    Runtally::logProcess(predecessor);
+    Runtally::removeProcess(process->pid());
+}
+
+/// Writes the record of a process whose end is known already, if that end is its own.
+void consumeStopEvent(const ProcessPointer& process, const ProcessPointer& stopEvent) {
+    if (stopEvent->getExecutable() != process->getExecutable() || process->getStart() > stopEvent->getEnd())
+        return;
+    logger().debug(1, "addProcess: Pending stop-event for %i (%s). Will log won't add to map.", process->pid(),
+                   process->getExecutable());
+    process->setState(ProcessState::ended);
+    process->setEnd(stopEvent->getEnd());
+    Runtally::logProcessData(process);
+}
+
+ProcessPointer findStopEvent(uint32_t pid) {
+    const MonopolyHold hold(registry().endedMapMonopoly);
+    const auto found = registry().endedProcessMap.find(pid);
+    return found == registry().endedProcessMap.end() ? ProcessPointer() : found->second;
+}
+} // namespace
+
+RuntallyState& runtallyState() {
+    static RuntallyState state;
+    return state;
+}
+
+bool Runtally::enforceMonopoly(std::string_view name, uint32_t retriedBy) {
+    Monopoly& monopoly = registry().processMonopoly;
+    logger().debug(5, "**ENFORCE %s", name);
+    switch (tryEnforceTimed(monopoly)) {
+    case Outcome::acquired:
+        logger().debug(5, "**ENFORCED %s %i", name, monopoly.getCount());
+        return true;
+    case Outcome::invalidHandle:
+        logger().debug(1, "**FAILED %s - Got exception STATUS_INVALID_HANDLE.", name);
+        return false;
+    case Outcome::timeout:
+        break;
+    }
+    if (monopoly.isResetting()) {
+        logger().debug(1, "**FAILED %s - monopoly destroyed.", name);
+        return false;
+    }
+    const uint32_t self = platform().threads->currentId();
+    if (retriedBy == self)
+        logger().debug(1, "**FAILED %s - second timeout.", name);
+    else
+        logger().debug(1, "**FAILED %s - timeout. Monpoly locked to thread %i.", name, monopoly.getOwner());
+    if (monopoly.getOwner() != 0)
+        return false;
+    logger().debug(1, "**RETRY %s - Will try again, renewing the monopoly...", name);
+    monopoly.reset();
+    return enforceMonopoly(name, self);
+}
+
+void Runtally::relaxMonopoly(std::string_view name) {
+    Monopoly& monopoly = registry().processMonopoly;
+    logger().debug(5, "**RELAX %s %i", name, monopoly.getCount());
+    if (monopoly.relax())
+        logger().debug(5, "**RELAXED %i", monopoly.getCount());
+    else
+        logger().debug(1, "**RELAX FAILED %s %i", name, monopoly.getCount());
+}
+
+void Runtally::freeLocksOf(uint32_t threadId) {
+    ProcessRegistry& maps = registry();
+    for (Monopoly* monopoly : {&maps.processMonopoly, &maps.endedMapMonopoly, &maps.pendingInfoMonopoly})
+        freeIfHeldBy(*monopoly, threadId);
+    for (auto& [key, entry] : logFileRegistry())
+        if (!entry.file.isNull())
+            freeIfHeldBy(entry.file->lock(), threadId);
+}
+
+bool Runtally::checkOut(uint32_t pid, ProcessPointer& process) {
+    if (!enforceMonopoly("checkOut", 0))
+        return false;
+    const auto found = registry().processMap.find(pid);
+    if (found != registry().processMap.end()) {
+        process = found->second;
+        return true;
+    }
+    relaxMonopoly("checkOut");
+    logger().debug(5, "--RELAX checkOut - not found");
+    process = ProcessPointer();
+    return true;
+}
+
+void Runtally::checkIn(ProcessPointer& process) {
+    process = ProcessPointer();
+    relaxMonopoly("checkIn");
+}
+
+bool Runtally::checkOutAll() {
+    return enforceMonopoly("checkOut all", 0);
+}
+
+void Runtally::checkInAll() {
+    relaxMonopoly("checkIn All");
+}
+
+bool Runtally::addProcess(const ProcessPointer& process) {
+    const uint32_t pid = process->pid();
+    if (const ProcessPointer stopEvent = findStopEvent(pid)) {
+        consumeStopEvent(process, stopEvent);
+        const MonopolyHold hold(registry().endedMapMonopoly);
+        return removeProcessFromEndedProcessMap(pid);
+    }
+    if (!enforceMonopoly("addProcess", 0))
+        return false;
+    if (const ProcessPointer predecessor = findPredecessor(process))
+        endPredecessor(predecessor, process);
+    registry().processMap.try_emplace(pid, process);
+    relaxMonopoly("addProcess");
+    logger().debug(5, "Added process %i", pid);
+    return true;
+}
+
+bool Runtally::removeProcess(uint32_t pid) {
+    logger().debug(5, "Removing ended process %i from internal structure", pid);
+    if (!enforceMonopoly("removeProcess", 0)) {
+        logger().debug(5, "removeProcess: Could not enforce monopoly.");
+        return false;
+    }
+    ProcessRegistry& maps = registry();
+    if (const auto found = maps.processMap.find(pid); found != maps.processMap.end()) {
+        if (found->second->isMonitored())
+            --maps.monitoredCount;
+        maps.processMap.erase(found);
+    } else {
+        logger().debug(5, "removeProcess: Process %i not found, already removed?", pid);
+    }
+    relaxMonopoly("removeProcess");
+    logger().debug(5, "Removed process %i", pid);
+    return true;
+}
+
+bool Runtally::addProcessToEndedProcessMap(const ProcessPointer& process) {
+    if (registry().endedProcessMap.try_emplace(process->pid(), process).second)
+        logger().debug(3, "addProcessToEndedProcessMap: Added process %i", process->pid());
+    return true;
+}
+
+bool Runtally::removeProcessFromEndedProcessMap(uint32_t pid) {
+    registry().endedProcessMap.erase(pid);
+    logger().debug(3, "removeProcessFromEndedProcessMap: Removed process %i", pid);
+    return true;
+}
+
+void Runtally::logProcess(const ProcessPointer& process) {
+    logger().debug(5, "Logging process %i", process->pid());
+    switch (process->getState()) {
+    case ProcessState::started:
+        logStartProcess(process);
+        break;
+    case ProcessState::ended:
+        logEndProcess(process);
+        break;
+    case ProcessState::inUse:
+        logProcessUsage(process);
+        break;
+    case ProcessState::unresolved:
+        break;
+    }
+}
+
+} // namespace Velmor

@@ -1,0 +1,130 @@
+#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
+
+#include "platform/Clock.h"
+#include "platform/Errors.h"
+#include "platform/Machine.h"
+#include "platform/MessageQueues.h"
+#include "platform/Platform.h"
+#include "platform/Threads.h"
+#include "programs/collectors/agent/DataDelivery.h"
+#include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/IpcCommands.h"
+#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "shared/library/common/SystemInfo.h"
+#include "shared/library/common/Timer.h"
+
+namespace Velmor {
+
+namespace {
+constexpr uint32_t stopTime = 1000; // milliseconds that workers have to end
+constexpr uint32_t stopStep = 100;
+constexpr uint32_t monitorLimit = 3000; // milliseconds that the supervisor has to end
+constexpr int32_t startedNotice = 8;
+constexpr int32_t missingRightsNotice = 40;
+
+const Logger& logger() {
+    return runtallyState().logger;
+}
+} // namespace
+
+Runtally::Runtally(std::string_view commandLine)
+    : Agent(commandLine), processStem_("ProcessLog"), moduleStem_("ModuleLog"), performanceStem_("PerfMonLog") {
+    setName("Runtally");
+    setThreadLostHook(freeLocksOf);
+    runtallyState().programStart = platform().clock->now();
+}
+
+Runtally::~Runtally() {
+    RuntallyState& state = runtallyState();
+    logger().debug(1, "Runtally is terminating...");
+    logger().debug(1, "Clearing process poller data...");
+    state.procPoll.clear();
+    logger().debug(1, "   Process poller data cleared.");
+    logger().debug(1, "Clearing data (%i process(es))...", state.registry.processMap.size());
+    state.registry.processMap.clear();
+    logger().debug(1, "   Cleared process data.");
+    state.exeFinder.reset();
+    logger().debug(1, "Destroyed ExeFinder.");
+    logger().debug(1, "Runtally ended.");
+    state.logger.release();
+}
+
+void Runtally::run() {
+    const std::string ids = "pid=" + std::to_string(platform().machine->processId()) +
+                            ";tid=" + std::to_string(platform().threads->currentId());
+    setResourceValue("JOB_Runtally", ids);
+    handleLeftovers();
+    if (!startIPCServer(std::string(collectorMailslot), ipcCallback))
+        return;
+    enableDebugPrivilege();
+    if (!startThreads() || !startStatusMonitor())
+        return;
+    runMessageLoop();
+    logger().debug(1, "Runtally main loop has exited.");
+    stopThreads();
+    const uint32_t begin = platform().clock->ticks();
+    while (platform().clock->ticks() - begin < stopTime)
+        Timer::sleep(stopStep);
+    verifyStoppedThreads();
+    awaitStatusMonitor();
+    deliverAll(true);
+    logger().debug(1, "Runtally main control has ended.");
+}
+
+void Runtally::enableDebugPrivilege() {
+    logger().debug(1, "Enabling debug privileges...");
+    std::string failedCall;
+    uint32_t error = NativeError::success;
+    if (platform().machine->enableDebugPrivilege(failedCall, error))
+        logger().debug(1, "Debug privileges enabled.");
+    else
+        logger().error(16, failedCall, error);
+    const std::string missing = platform().machine->missingRights();
+    if (!missing.empty())
+        logger().notice(missingRightsNotice, missing);
+}
+
+bool Runtally::startStatusMonitor() {
+    logger().debug(1, "Creating statusMonitor thread");
+    uint32_t id = 0;
+    uint32_t error = NativeError::success;
+    statusMonitor_ = platform().threads->create(statusMonitor, static_cast<Agent*>(this), id, error);
+    if (!statusMonitor_) {
+        logger().debug(3, "Failed to create statusMonitor.");
+        return false;
+    }
+    logger().debug(5, "Created statusMonitor.");
+    logger().notice(startedNotice);
+    return true;
+}
+
+void Runtally::runMessageLoop() {
+    logger().debug(1, "START MAIN LOOP");
+    uint32_t message = 0;
+    while (platform().messageQueues->wait(message)) {
+        if (message == WindowMessage::close || message == WindowMessage::destroy || message == WindowMessage::quit) {
+            programState().quitFlag = 1;
+            logger().debug(5, "Main loop: Got Windows message to shut down.");
+            return;
+        }
+        if (message == WindowMessage::settingChange)
+            programState().reconfigureFlag = 1;
+        if (programState().quitFlag)
+            return;
+    }
+}
+
+/// The supervisor works on this object: it must have ended before the object goes.
+void Runtally::awaitStatusMonitor() {
+    programState().quitFlag = 1;
+    uint32_t code = stillActive;
+    uint32_t error = NativeError::success;
+    for (uint32_t waited = 0; waited < monitorLimit; waited += stopStep) {
+        if (!platform().threads->exitCode(statusMonitor_, code, error) || code != stillActive)
+            return;
+        Timer::sleep(stopStep);
+    }
+    platform().threads->terminate(statusMonitor_, 0, error);
+}
+
+} // namespace Velmor

@@ -1,0 +1,268 @@
+// The collector's own part of the configuration.
+
+#include "process/ApplicationMappings.h"
+#include "process/SMScan.h"
+#include "programs/collectors/agent/DataDelivery.h"
+#include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/OptionalRecords.h"
+#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
+#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "shared/library/common/FileException.h"
+#include "shared/library/common/FileOps.h"
+#include "shared/library/common/FilePlain.h"
+#include "shared/library/common/FileUtils.h"
+#include "shared/library/common/SystemInfo.h"
+
+namespace Velmor {
+
+namespace {
+constexpr int32_t defaultDelivery = 43200;           // seconds
+constexpr int32_t defaultPerformanceDelivery = 3600; // seconds
+constexpr int32_t defaultPoll = 300;                 // seconds
+constexpr int32_t defaultPerformancePoll = 5;        // seconds
+constexpr int32_t forcedPoll = 10;                   // seconds, on systems without an event trace
+constexpr int32_t defaultEventLogDays = 7;
+
+RuntallySettings& settings() {
+    return runtallyState().settings;
+}
+
+const Logger& logger() {
+    return runtallyState().logger;
+}
+
+std::string configurationDirectory() {
+    std::string directory;
+    getResourceValue("ConfigurationDir", directory);
+    return directory;
+}
+
+std::string installDirectory() {
+    std::string directory;
+    if (getResourceValue("InstallDir", directory) != ResourceResult::success)
+        directory = FileOps::getCurrentDirectory();
+    FileUtils::normalisePath(directory);
+    FileUtils::addSeparator(directory);
+    return directory;
+}
+} // namespace
+
+bool Runtally::configureCollector() {
+    RuntallyState& state = runtallyState();
+    state.logger.set(loggerContext().logger);
+    Process::setLogger(loggerContext().logger);
+    state.procPoll.setLogger(loggerContext().logger);
+    SMScan::setLogger(loggerContext().logger);
+    LoggerUnit::setShowThreadId(true);
+    if (!prepareDirectories())
+        return false;
+    readIntervals();
+    readPolling();
+    readEventLog();
+    readModules();
+    readEvents();
+    readPerformance();
+    if (!prepareExeFinder())
+        return fail("The executable finder can't be made; see the debug log.");
+    if (!loadRules() || !prepareThreads())
+        return false;
+    registerDataFiles();
+    return true;
+}
+
+bool Runtally::prepareDirectories() {
+    std::string& directory = programState().dataDirectory;
+    const std::string install = installDirectory();
+    if (conf().getDirName("runtally.working-dir", directory) != ConfReader::FOUND)
+        directory = install + "Log" + "\\" + "temp" + "\\" + "Runtally";
+    FileUtils::normalisePath(directory);
+    FileUtils::addSeparator(directory);
+    logger().debug(4, "Working dir: %s.", directory);
+    if (FileUtils::makeDirectories(directory))
+        return true;
+    logger().fatal(1, directory);
+    return fail("The working directory \"" + directory +
+                "\" can't be made; make the directory that it lies in writable, or set runtally.working-dir.");
+}
+
+bool Runtally::getConfInterval(std::string_view key, TimeSpan& span) const {
+    TimeSpanParts parts;
+    if (conf().getTimeSpan(key, parts) != ConfReader::FOUND)
+        return false;
+    span = TimeSpan(parts);
+    return span.getSeconds() > 0;
+}
+
+/// Reads an interval, and says which one is in force.
+void Runtally::readInterval(std::string_view key, TimeSpan& span, const TimeSpan& otherwise) const {
+    if (getConfInterval(key, span)) {
+        logger().debug(1, "   Poll interval is %s.", span.toString());
+        return;
+    }
+    span = otherwise;
+    logger().debug(1, "   No poll interval found. Will be using default interval %s.", span.toString());
+}
+
+void Runtally::readIntervals() {
+    TimeSpanParts parts;
+    const bool found = conf().getTimeSpan("runtally.interval", parts) == ConfReader::FOUND;
+    programState().defaultInterval = found ? TimeSpan(parts) : TimeSpan(defaultDelivery);
+    logger().debug(4, "Data delivery at interval: %s.", programState().defaultInterval.toString());
+    settings().performanceDeliveryInterval = TimeSpan(defaultPerformanceDelivery);
+    if (conf().getTimeSpan("runtally.interval.performance-monitor", parts) == ConfReader::FOUND)
+        settings().performanceDeliveryInterval = TimeSpan(parts);
+}
+
+void Runtally::readPolling() {
+    conf().getBool("runtally.logging.process-data.polling", settings().pollingOn);
+    if (!settings().pollingOn)
+        return;
+    logger().debug(1, "Will be polling process table...");
+    readInterval("runtally.logging.process-data.polling.interval", settings().pollInterval, TimeSpan(defaultPoll));
+}
+
+void Runtally::readEventLog() {
+    conf().getBool("runtally.logging.process-data.log-to-file", settings().eventLogOn);
+    if (!settings().eventLogOn)
+        return;
+    settings().eventLogStem = "procevents";
+    settings().eventLogDays = defaultEventLogDays;
+    conf().getInteger("runtally.logging.process-data.log-to-file.delete-after-days", settings().eventLogDays);
+}
+
+void Runtally::readModules() {
+    conf().getBool("runtally.logging.module-data", settings().moduleLogging);
+    if (!settings().moduleLogging)
+        return;
+    logger().debug(1, "Will be polling process modules...");
+    readInterval("runtally.logging.module-data.interval", settings().modulePollInterval, TimeSpan());
+    std::string& file = settings().moduleFilterFile;
+    conf().getFileName("runtally.logging.module-data.interval.filter", file);
+    if (file.empty())
+        file = configurationDirectory() + "/runtally_modpoller.conf";
+}
+
+void Runtally::readEvents() {
+    bool events = false;
+    if (conf().getBool("runtally.logging.process-data.events", events) != ConfReader::FOUND || !events)
+        return;
+    logger().debug(1, "Will be using process events...");
+    if (programState().staticInfo.osName.find("NT") != std::string::npos) {
+        logger().warning(14);
+        settings().pollingOn = true;
+        if (settings().pollInterval.getSeconds() > forcedPoll)
+            settings().pollInterval = TimeSpan(forcedPoll);
+        return;
+    }
+    bool native = false;
+    if (conf().getBool("runtally.logging.process-data.events.native", native) == ConfReader::FOUND && native)
+        logger().debug(1, "The native event logger isn't part of this collector yet; it polls only.");
+}
+
+void Runtally::readPerformance() {
+    conf().getBool("runtally.logging.performance-monitor", settings().performanceMonitoring);
+    if (!settings().performanceMonitoring)
+        return;
+    const std::string directory = configurationDirectory();
+    logger().debug(1, "Will be monitoring performance...");
+    readInterval("runtally.logging.performance-monitor.interval", settings().performancePollInterval,
+                 TimeSpan(defaultPerformancePoll));
+    const auto readFile = [&](std::string_view key, std::string& file, const char* otherwise) {
+        conf().getFileName(key, file);
+        if (file.empty())
+            file = directory + otherwise;
+    };
+    readFile("runtally.logging.performance-monitor.counters", settings().countersFile, "Runtally_Counters.conf");
+    readFile("runtally.logging.performance-monitor.rules", settings().performanceRulesFile,
+             "Runtally_ProcessRules.conf");
+}
+
+bool Runtally::prepareExeFinder() {
+    std::unique_ptr<ExeFinder>& finder = runtallyState().exeFinder;
+    if (finder)
+        return true;
+    logger().debug(1, "Creating ExeFinder...");
+    finder.reset(new (std::nothrow) ExeFinder(loggerContext().logger));
+    if (!finder) {
+        logger().fatal(5);
+        return false;
+    }
+    loadApplicationMappings();
+    logger().debug(1, "ExeFinder created.");
+    return true;
+}
+
+void Runtally::loadApplicationMappings() {
+    logger().debug(1, "Loading application mappings...");
+    std::string name;
+    if (conf().getDirName("Velmor.directories.conf", name) != ConfReader::FOUND) {
+        logger().debug(1, "Unable to get configuration dir. Cannot load mappings.");
+        return;
+    }
+    name += "components/appmapping.conf";
+    if (!FileOps::exists(name)) {
+        logger().debug(1, "File \"%s\" does not exist. Cannot load mappings.", name);
+        return;
+    }
+    try {
+        FilePlain file(name);
+        file.open(FileBase::ACCESS_READ);
+        ApplicationMappingsReader reader;
+        for (int32_t line = 1; !file.eof(); ++line) {
+            std::string text;
+            file.readLine(text);
+            if (reader.addLine(std::move(text)))
+                continue;
+            logger().error(6, line, "Illegal '{'.");
+            return;
+        }
+        file.close();
+        runtallyState().exeFinder->setMappings(reader.mappings());
+        logger().debug(1, "Application mappings loaded.");
+    } catch (const FileException& failure) {
+        std::string shortText;
+        failure.describe(shortText);
+        logger().debug(1, failure.getFullDescription());
+        logger().error(7, name, shortText);
+    } catch (const std::bad_alloc&) {
+        logger().critical(21, "load application mappings");
+    } catch (...) {
+        logger().error(7, name, "Unknown");
+    }
+}
+
+bool Runtally::loadRules() {
+    std::string file;
+    conf().getFileName("runtally.include-exclude", file);
+    IncludeExclude& rules = runtallyState().includeExclude;
+    rules.clear();
+    std::string error;
+    if (file.empty() || rules.load(file, error))
+        return true;
+    logger().fatal(34, file, error);
+    return fail("The rule file \"" + file + "\" can't be loaded (" + error + "); correct it.");
+}
+
+bool Runtally::prepareThreads() {
+    if (!settings().pollingOn)
+        return true;
+    logger().debug(2, "Preparing process poller thread...");
+    if (!prepareThread("ProcessPoller", ThreadRecord::takesPart, processPoller)) {
+        logger().critical(21, "prepare process poller");
+        return fail("The process poller can't be prepared; see the debug log.");
+    }
+    logger().debug(3, "   Done.");
+    return true;
+}
+
+void Runtally::registerDataFiles() {
+    const std::string& directory = programState().dataDirectory;
+    registerLogFile(directory + processStem_, "process", TimeSpan(), false, dumpAll);
+    if (settings().moduleLogging)
+        registerLogFile(directory + moduleStem_, "module", TimeSpan(), false, nullptr);
+    if (settings().performanceMonitoring)
+        registerLogFile(directory + performanceStem_, "perfmon", settings().performanceDeliveryInterval, true,
+                        dumpPerfMon);
+}
+
+} // namespace Velmor

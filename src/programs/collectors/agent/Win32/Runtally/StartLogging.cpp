@@ -1,0 +1,94 @@
+// How a start becomes a tracked process.
+
+#include "process/IdValues.h"
+#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
+#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+
+namespace Velmor {
+
+namespace {
+constexpr uint32_t lastSystemPid = 9; // ids up to here are the system's own and may have no executable
+constexpr int32_t noAccessWarning = 23;
+constexpr int32_t futureStartWarning = 26;
+
+const Logger& logger() {
+    return runtallyState().logger;
+}
+
+void park(const ProcessPointer& process) {
+    logger().debug(3, "   logStartProcess: Have no process info for %i - will try again later", process->pid());
+    ProcessRegistry& maps = runtallyState().registry;
+    const MonopolyHold hold(maps.pendingInfoMonopoly);
+    maps.pendingInfoMap[process->pid()] = process;
+}
+
+/// Whether the process has no name yet although it should, after another look at it.
+bool lacksName(Process& process) {
+    if (process.pid() <= lastSystemPid || !process.isExecutableUnknown())
+        return false;
+    logger().debug(4, "logStartProcess: Trying to get data for unknown process...");
+    process.refreshInfo();
+    if (process.isExecutableUnknown())
+        logger().debug(4, "   logStartProcess: Failed to get executable - will not log until we get it...");
+    else
+        logger().debug(4, "   logStartProcess: Got executable=\"%s\".", process.getExecutable());
+    return process.isExecutableUnknown();
+}
+
+void clampFutureStart(Process& process) {
+    const DateTime now;
+    if (process.getStart() <= now)
+        return;
+    logger().warning(futureStartWarning, process.getApplication(), process.pid());
+    logger().debug(5, "logStartProcess: adjusted time discrepancy, start:%i, current:%i.",
+                   process.getStart().getSeconds(), now.getSeconds());
+    process.setStart(now);
+    process.setEnd(now);
+}
+
+void addIdValues(Process& process) {
+    std::string text = process.getUser();
+    getIdValues(process.getUser(), text, "user id", "project id", process.pid(), process.getExecutable());
+    process.setUser(text);
+}
+} // namespace
+
+void Runtally::logStartProcess(const ProcessPointer& process) {
+    logger().debug(5, "Logging start of process %i", process->pid());
+    if (lacksName(*process)) {
+        park(process);
+        return;
+    }
+    const std::string name = runtallyState().exeFinder->find(process->getExecutable());
+    if (name == ExeFinder::ignored || Process::isUnknownName(name)) {
+        logger().debug(5, "logStartProcess: Ignoring this process.");
+        return;
+    }
+    process->setApplication(name);
+    clampFutureStart(*process);
+    logger().debug(3, "logStartProcess: Application \"%s\" (pid=%i) started at %i.", name, process->pid(),
+                   process->getStart().getSeconds());
+    if (runtallyState().settings.moduleLogging)
+        process->updateModules();
+    addIdValues(*process);
+    if (!addProcess(process))
+        logger().warning(noAccessWarning, "logStartProcess");
+}
+
+void Runtally::retryPendingInfo() {
+    ProcessRegistry& maps = runtallyState().registry;
+    const MonopolyHold hold(maps.pendingInfoMonopoly);
+    std::vector<uint32_t> named;
+    for (const auto& [pid, process] : maps.pendingInfoMap) {
+        process->refreshInfo();
+        if (!process->isExecutableUnknown())
+            named.push_back(pid);
+    }
+    for (const uint32_t pid : named) {
+        const ProcessPointer process = maps.pendingInfoMap[pid];
+        maps.pendingInfoMap.erase(pid);
+        logProcess(process);
+    }
+}
+
+} // namespace Velmor

@@ -1,0 +1,59 @@
+// The thread that supervises the workers.
+
+#include "platform/MessageQueues.h"
+#include "platform/Platform.h"
+#include "programs/collectors/agent/AgentLogger.h"
+#include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Agent.h"
+#include "shared/library/common/Timer.h"
+
+namespace Velmor {
+
+namespace {
+const TimeSpan passTime(60);
+constexpr uint32_t roundPause = 500; // milliseconds
+constexpr uint32_t startPause = 5000;
+constexpr uint32_t startStep = 100;
+
+void supervise(Agent& agent) {
+    DateTime nextCheck = DateTime() + passTime;
+    while (!programState().quitFlag) {
+        if (programState().reconfigureFlag)
+            agent.reconfigure();
+        const DateTime now;
+        if (nextCheck < now) {
+            nextCheck = now + passTime;
+            agentLogger().debug(5, "statusMonitor is running as normal.");
+            if (!agent.checkThreads()) {
+                agentLogger().debug(1, "statusMonitor is exiting due to failed threads.");
+                programState().quitFlag = 1;
+                return;
+            }
+        }
+        agent.supervisionRound();
+        Timer::sleep(roundPause);
+    }
+}
+} // namespace
+
+void Agent::awaitWorkers() {
+    for (uint32_t waited = 0; waited < startPause && !programState().quitFlag; waited += startStep)
+        Timer::sleep(startStep);
+}
+
+uint32_t statusMonitor(void* argument) {
+    auto& agent = *static_cast<Agent*>(argument);
+    agentLogger().debug(1, "START THREAD statusMonitor.");
+    agent.awaitWorkers();
+    try {
+        supervise(agent);
+    } catch (...) {
+        agentLogger().debug(1, "ERROR while running statusMonitor");
+    }
+    agentLogger().debug(1, "END THREAD statusMonitor.");
+    programState().quitFlag = 1;
+    platform().messageQueues->post(programState().mainThreadId, WindowMessage::quit);
+    return 0;
+}
+
+} // namespace Velmor

@@ -1,0 +1,29 @@
+#include "rules/IncludeExclude.h"
+
+#include "rules/RuleFileReader.h"
+#include "rules/RuleTest.h"
+
+#include <algorithm>
+
+namespace Velmor {
+
+bool IncludeExclude::load(const std::string& fileName, std::string& errorText) {
+    RuleFileReader reader(rules_, references_);
+    return reader.read(fileName, errorText);
+}
+
+bool IncludeExclude::isIncluded(const RuleFacts& facts) {
+    RuleTest test(references_, facts);
+    const auto rule = std::find_if(rules_.begin(), rules_.end(), [&](const Rule& r) { return test.holds(r); });
+    if (rule == rules_.end())
+        return false;
+    matchedLine_.store(rule->line, std::memory_order_relaxed);
+    return rule->status == RuleStatus::include;
+}
+
+void IncludeExclude::clear() {
+    rules_.clear();
+    references_.clear();
+}
+
+} // namespace Velmor

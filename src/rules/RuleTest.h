@@ -1,0 +1,43 @@
+#pragma once
+
+#include "rules/IncludeExclude.h"
+
+#include <optional>
+#include <string>
+
+namespace Velmor {
+
+/// The test of one record's facts against rules. What several conditions need of the machine and of the moment is read
+/// once for the record.
+class RuleTest {
+public:
+    RuleTest(const IncludeExclude::References& references, const RuleFacts& facts)
+        : references_(references), facts_(facts) {}
+
+    /// Whether all conditions of the rule hold.
+    bool holds(const Rule& rule) { return evaluate(rule, true, 0); }
+
+private:
+    /// What the machine itself answers to the keys `host`, `os`, `domain` and `arch`.
+    struct LocalFacts {
+        std::string domain;
+        std::string computerName;
+        std::string architecture;
+        std::string osName;
+    };
+
+    bool evaluate(const Rule& rule, bool all, int depth);
+    bool timeHolds(const RuleCondition& condition);
+    bool matchesLocalFact(const RuleCondition& condition);
+    bool referenceHolds(const Rule& block, int depth);
+    bool matchesFact(const RuleCondition& condition, const RuleCondition& fact) const;
+    const LocalFacts& localFacts();
+    const DateTimeParts& localTime();
+
+    const IncludeExclude::References& references_;
+    const RuleFacts& facts_;
+    std::optional<LocalFacts> localFacts_;
+    std::optional<DateTimeParts> localTime_;
+};
+
+} // namespace Velmor

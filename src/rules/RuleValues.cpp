@@ -1,0 +1,121 @@
+// The words and values of rule files.
+
+#include "rules/RuleFileReader.h"
+
+#include "shared/library/common/Exception.h"
+#include "shared/library/common/TextUtils.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <limits>
+
+namespace Velmor {
+
+namespace {
+struct KeyWord {
+    std::string_view word;
+    RuleKey key;
+};
+
+constexpr std::array<KeyWord, 22> keyWords{{
+    {"before", RuleKey::before},
+    {"after", RuleKey::after},
+    {"wdays", RuleKey::weekDays},
+    {"before-tod", RuleKey::beforeTimeOfDay},
+    {"after-tod", RuleKey::afterTimeOfDay},
+    {"user", RuleKey::user},
+    {"group", RuleKey::group},
+    {"project", RuleKey::project},
+    {"exe", RuleKey::exe},
+    {"app", RuleKey::app},
+    {"module", RuleKey::module},
+    {"host", RuleKey::host},
+    {"os", RuleKey::os},
+    {"platform", RuleKey::platform},
+    {"domain", RuleKey::domain},
+    {"arch", RuleKey::arch},
+    {"datatype", RuleKey::datatype},
+    {"cpu", RuleKey::cpu},
+    {"io", RuleKey::io},
+    {"memory", RuleKey::memory},
+    {"duration", RuleKey::duration},
+    {"ref", RuleKey::ref},
+}};
+
+// In the order of the mask's bits.
+constexpr std::array<std::string_view, 7> weekDays{"mon", "tue", "wed", "thu", "fri", "sat", "sun"};
+
+constexpr size_t unlimited = std::numeric_limits<int32_t>::max();
+constexpr size_t timeOfDayParts = 3;
+} // namespace
+
+std::optional<RuleKey> ruleKeyFromWord(std::string_view word) {
+    const auto row = std::find_if(keyWords.begin(), keyWords.end(), [&](const KeyWord& k) { return k.word == word; });
+    return row == keyWords.end() ? std::nullopt : std::optional(row->key);
+}
+
+bool RuleFileReader::readValue(RuleCondition& condition, const std::string& value) {
+    switch (condition.key) {
+    case RuleKey::before:
+    case RuleKey::after:
+        return readDate(condition, value);
+    case RuleKey::weekDays:
+        return readWeekDays(condition, value);
+    case RuleKey::beforeTimeOfDay:
+    case RuleKey::afterTimeOfDay:
+        return readTimeOfDay(condition, value);
+    case RuleKey::cpu:
+    case RuleKey::io:
+    case RuleKey::memory:
+    case RuleKey::duration:
+        return readNumber(condition, value);
+    default:
+        condition.text = value;
+        return true;
+    }
+}
+
+bool RuleFileReader::readDate(RuleCondition& condition, const std::string& value) {
+    try {
+        condition.date = DateTime(DateTime::fromString(value));
+        return true;
+    } catch (const Exception&) {
+        return fail("Invalid date-time \"", value);
+    }
+}
+
+bool RuleFileReader::readWeekDays(RuleCondition& condition, const std::string& value) {
+    std::vector<std::string> words;
+    split(value, ',', words, unlimited);
+    for (const std::string& word : words) {
+        const auto day = std::find(weekDays.begin(), weekDays.end(), word);
+        if (day == weekDays.end())
+            return fail("Invalid week day \"", word);
+        condition.value |= 1 << (day - weekDays.begin());
+    }
+    return true;
+}
+
+bool RuleFileReader::readTimeOfDay(RuleCondition& condition, const std::string& value) {
+    std::vector<std::string> parts;
+    split(value, ':', parts, unlimited);
+    const bool readable = parts.size() <= timeOfDayParts && std::all_of(parts.begin(), parts.end(), [](const auto& p) {
+                              return p.find_first_not_of("0123456789") == std::string::npos;
+                          });
+    if (!readable)
+        return fail("Invalid time-of-day value \"", value);
+    parts.resize(timeOfDayParts);
+    for (const std::string& part : parts)
+        condition.value = condition.value * 60 + static_cast<int32_t>(std::atol(part.c_str()));
+    return true;
+}
+
+bool RuleFileReader::readNumber(RuleCondition& condition, const std::string& value) {
+    if (value.find_first_not_of("-0123456789.") != std::string::npos)
+        return fail("Invalid numerical value \"", value);
+    condition.number = std::atof(value.c_str());
+    return true;
+}
+
+} // namespace Velmor

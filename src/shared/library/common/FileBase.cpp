@@ -1,0 +1,91 @@
+#include "shared/library/common/FileBase.h"
+
+#include "shared/library/common/FileException.h"
+#include "shared/library/common/FileOps.h"
+#include "shared/library/common/FileUtils.h"
+
+namespace Velmor {
+
+std::string FileBase::getBaseName() const {
+    return FileUtils::getBaseName(name_);
+}
+
+bool FileBase::exists() const {
+    return FileOps::exists(name_);
+}
+
+uint64_t FileBase::size() const {
+    FileInfo info;
+    FileOps::getInfo(name_, info);
+    return info.exists ? (uint64_t{info.sizeHigh} << 32) | info.sizeLow : 0;
+}
+
+void FileBase::lookForLock() {
+    lock_ = std::make_unique<LockFile>(name_);
+    if (!lock_->isLocked() || lock_->release())
+        return;
+    lock_.reset();
+    throw FileException(FL_IS_LOCKED, name_, __FILE__, __LINE__);
+}
+
+bool FileBase::prepareSafeWrite(std::string& nameToOpen) {
+    nameToOpen = temporaryName();
+    safeWrite_ = true;
+    return exists() && FileOps::copy(name_, nameToOpen, true);
+}
+
+void FileBase::takeLock(bool keepOriginal, bool copied) {
+    if (lock_->lock(lockTime_, keepOriginal))
+        return;
+    if (copied)
+        FileUtils::remove(temporaryName(), true);
+    lock_.reset();
+    safeWrite_ = false;
+    throw FileException(FL_CANNOT_LOCK, name_, __FILE__, __LINE__);
+}
+
+void FileBase::releaseLock() {
+    if (!lock_ || lock_->release())
+        return;
+    throw FileException(FL_CANNOT_UNLOCK, name_, __FILE__, __LINE__);
+}
+
+void FileBase::removeOwnFile() {
+    if (lock_ && !lock_->fileExisted())
+        FileUtils::remove(name_, true);
+}
+
+void FileBase::cleanUp() {
+    releaseLock();
+    removeOwnFile();
+    lock_.reset();
+    dropSafeWrite();
+}
+
+void FileBase::becomeClosed() {
+    lock_.reset();
+    closed_ = true;
+    access_ = 0;
+    position_ = 0;
+}
+
+void FileBase::finishSafeWrite(const std::string& description) {
+    if (!safeWrite_)
+        return;
+    safeWrite_ = false;
+    for (int i = 0; i < renameAttempts; ++i) {
+        if (FileOps::move(temporaryName(), name_, true))
+            return;
+        DateTime::wait(renameWait);
+    }
+    throw FileException(FL_RENAME, description, __FILE__, __LINE__);
+}
+
+void FileBase::dropSafeWrite() {
+    if (!safeWrite_)
+        return;
+    safeWrite_ = false;
+    FileUtils::remove(temporaryName(), true);
+}
+
+} // namespace Velmor

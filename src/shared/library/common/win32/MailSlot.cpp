@@ -1,0 +1,93 @@
+#include "shared/library/common/win32/MailSlot.h"
+
+#include "platform/Errors.h"
+#include "platform/Platform.h"
+#include "shared/library/common/IPCException.h"
+#include "shared/library/common/Timer.h"
+
+#include <algorithm>
+
+namespace Velmor {
+
+namespace {
+constexpr std::string_view sourceName = "shared\\library\\common\\win32\\MailSlot";
+constexpr uint32_t noNetwork = 1231;
+
+[[noreturn]] void fail(IPCCode code, std::string description, int32_t line) {
+    throw IPCException(code, std::move(description), sourceName, line);
+}
+
+/// The system's words without the line break that may end them.
+std::string systemText(uint32_t error) {
+    std::string text = platform().mailslots->errorText(error);
+    while (!text.empty() && static_cast<unsigned char>(text.back()) < ' ')
+        text.pop_back();
+    return text;
+}
+
+/// Holds the turn to write from construction to destruction.
+class SendTurn {
+public:
+    explicit SendTurn(Monopoly& lock) : lock_(lock) {
+        // The holder is inside a single write, so a yielded processor is all the wait there should be.
+        while (!lock_.enforce())
+            Timer::sleep(0);
+    }
+    SendTurn(const SendTurn&) = delete;
+    SendTurn& operator=(const SendTurn&) = delete;
+    ~SendTurn() { lock_.relax(); }
+
+private:
+    Monopoly& lock_;
+};
+} // namespace
+
+MailSlot::MailSlot(MailSlotMode mode, std::string_view name) : IPC(mode), name_(name), sendLock_("Velmor_MailSlot") {
+    if (mode_ != MailSlotMode::receiver)
+        return;
+    uint32_t error = NativeError::success;
+    reader_ = platform().mailslots->create(name_, error);
+    if (!reader_)
+        fail(IC_CANNOT_CREATE_COMM, std::to_string(error), __LINE__);
+}
+
+void MailSlot::open() {
+    uint32_t error = NativeError::success;
+    writer_ = platform().mailslots->open(name_, error);
+    if (!writer_)
+        fail(IC_CANNOT_SEND, systemText(error), __LINE__);
+}
+
+bool MailSlot::send(std::string_view text) {
+    if (mode_ == MailSlotMode::receiver)
+        fail(IC_NOT_SENDER, "", __LINE__);
+    if (!writer_)
+        open();
+    std::string message(text);
+    message += '\0';
+    uint32_t error = NativeError::success;
+    bool written = false;
+    {
+        const SendTurn turn(sendLock_);
+        written = writer_->write(message, error);
+    }
+    if (written)
+        return true;
+    writer_.reset();
+    fail(IC_CANNOT_SEND, "Error " + std::to_string(error) + (error == noNetwork ? " - No network" : ""), __LINE__);
+}
+
+void MailSlot::receive(std::vector<std::string>& list) {
+    if (mode_ != MailSlotMode::receiver)
+        fail(IC_NOT_RECEIVER, "", __LINE__);
+    std::vector<std::string> waiting;
+    const bool complete = reader_->read(waiting);
+    for (std::string& message : waiting) {
+        message.resize(std::min(message.size(), message.find('\0')));
+        list.push_back(std::move(message));
+    }
+    if (!complete)
+        fail(IC_CANNOT_RECEIVE, "", __LINE__);
+}
+
+} // namespace Velmor

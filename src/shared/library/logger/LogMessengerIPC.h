@@ -1,0 +1,29 @@
+#pragma once
+
+#include "shared/library/common/Monopoly.h"
+#include "shared/library/logger/LogMessenger.h"
+
+#include <memory>
+
+namespace Velmor {
+
+class IPCClient;
+
+/// A messenger that also sends each numbered message, but no debug message, to the core service. There is no retry:
+/// what the core service doesn't take stays in the debug file alone.
+class LogMessengerIPC : public LogMessenger {
+public:
+    LogMessengerIPC();
+    ~LogMessengerIPC() override;
+
+    /// As `LogMessenger::post`; false also if a numbered message couldn't be forwarded.
+    bool post(const std::string& text) override;
+
+private:
+    bool forward(const std::string& text);
+
+    Monopoly sending_;                  // guards client_, which one thread at a time may use
+    std::unique_ptr<IPCClient> client_; // made at the first numbered message
+};
+
+} // namespace Velmor

@@ -1,0 +1,175 @@
+#include "shared/library/logger/LoggerAgentFile.h"
+
+#include "platform/Platform.h"
+#include "platform/Threads.h"
+#include "shared/library/common/FileException.h"
+#include "shared/library/common/FilePlain.h"
+#include "shared/library/common/FileUtils.h"
+#include "shared/library/common/SystemInfo.h"
+#include "shared/library/common/TimeException.h"
+#include "shared/library/common/Timer.h"
+#include "shared/library/logger/LogFileSettings.h"
+
+#include <algorithm>
+
+namespace Velmor {
+
+namespace {
+constexpr std::string_view lineEnd = "\r\n";
+constexpr int writeAttempts = 40;
+constexpr uint32_t writeAttemptPause = 50; // milliseconds
+constexpr uint32_t rotationPause = 100;    // milliseconds between looks at another thread's rotation
+constexpr uint16_t openFlags = FileBase::ACCESS_WRITE | FileBase::ACCESS_CREATE | FileBase::ACCESS_APPEND |
+                               FileBase::ACCESS_UNSAFE | FileBase::ACCESS_NOLOCK;
+
+constexpr int busyAttempts = 100; // looks at the lock that only yield the processor, before those that sleep
+constexpr int accessAttempts = 600;
+constexpr uint32_t accessPause = 10; // milliseconds
+
+/// Holds the object for one thread. A holder that was ended by force never lets go: after some five seconds the lock is
+/// begun anew, so that one lost thread doesn't silence the program.
+class Access {
+public:
+    explicit Access(Monopoly& lock) : lock_(lock) {
+        while (!tryFor(lock_))
+            lock_.reset();
+    }
+    Access(const Access&) = delete;
+    Access& operator=(const Access&) = delete;
+    ~Access() { lock_.relax(); }
+
+private:
+    static bool tryFor(Monopoly& lock) {
+        bool busy = false;
+        for (int i = 0; i < accessAttempts; ++i) {
+            if (lock.tryEnforce(busy))
+                return true;
+            Timer::sleep(i < busyAttempts ? 0 : accessPause);
+        }
+        return false;
+    }
+
+    Monopoly& lock_;
+};
+
+std::string openedValue() {
+    return logFileSettings().programName + "LogOpened";
+}
+} // namespace
+
+LoggerAgentFile::~LoggerAgentFile() {
+    try {
+        closeWithReason("Quitting Logger Agent");
+    } catch (const Exception&) { // NOLINT(bugprone-empty-catch): the note is lost with the file
+    }
+}
+
+std::string LoggerAgentFile::describe() {
+    return "file:///" + (file_.isNull() ? std::string() : file_->getName());
+}
+
+bool LoggerAgentFile::setFile(const std::string& path) {
+    const Access access(access_);
+    if (!file_.isNull() && file_->getName() == path)
+        return true;
+    SmartPointer<FileBase> next(new FilePlain(path));
+    lockName_ = FileUtils::getBaseName(path);
+    std::replace_if(
+        lockName_.begin(), lockName_.end(), [](char c) { return c == '/' || c == '\\'; }, '_');
+    std::string note;
+    if (!file_.isNull() && file_->isOpen()) {
+        note = "Log continued from \"" + file_->getName() + "\"." + std::string(lineEnd);
+        closeWithReason("Log file moved to \"" + path + "\".");
+    }
+    file_ = std::move(next);
+    if (!note.empty())
+        writeEntry(note, true);
+    return true;
+}
+
+bool LoggerAgentFile::write(std::string_view text) {
+    return writeEntry(text, false);
+}
+
+bool LoggerAgentFile::writeEntry(std::string_view text, bool internal) {
+    while (!internal && rotationState_ != Rotation::idle && access_.getOwner() != platform().threads->currentId())
+        Timer::sleep(rotationPause);
+    const Access access(access_);
+    if (file_.isNull())
+        return false;
+    adoptSettings();
+    if (rotationState_ == Rotation::idle)
+        checkRotation();
+    if (!file_->isOpen())
+        openFile();
+    return append(text);
+}
+
+/// Takes changed settings over; the moment of the next rotation hangs on them.
+void LoggerAgentFile::adoptSettings() {
+    LogFileSettings& settings = logFileSettings();
+    const int32_t period = settings.rotationPeriod;
+    const uint32_t limit = settings.sizeLimit;
+    if (period == settings.lastPeriod && limit == settings.lastSizeLimit)
+        return;
+    settings.lastPeriod = period;
+    settings.lastSizeLimit = limit;
+    workOutNextRotation();
+}
+
+void LoggerAgentFile::openFile() {
+    const bool existed = file_->exists();
+    opened_.setNow();
+    std::string stored;
+    if (!existed) {
+        logFileSettings().rotateAtStart = false;
+    } else if (getResourceValue(openedValue(), stored) == 0) {
+        try {
+            opened_ = DateTime(DateTime::fromString(stored));
+        } catch (const TimeException&) { // NOLINT(bugprone-empty-catch): a damaged value counts as none
+        }
+    }
+    file_->open(openFlags);
+    if (rotationState_ == Rotation::idle)
+        write(std::string(lineEnd) + "Opened log file \"" + file_->getBaseName() +
+              "\". Time: " + DateTime().toString(false, false) + std::string(lineEnd));
+    if (!timeReady_) {
+        workOutNextRotation();
+        timeReady_ = true;
+    }
+    if (!existed)
+        setResourceValue(openedValue(), opened_.toString(true, true));
+    periodBase_ = opened_.getSeconds();
+    workOutNextRotation();
+}
+
+bool LoggerAgentFile::append(std::string_view text) {
+    Monopoly lock(lockName_);
+    const bool ownsLock = rotationState_ == Rotation::idle; // a rotation's own notes run under its lock
+    for (int i = 0; ownsLock && !lock.enforce(); ++i) {
+        if (i == writeAttempts - 1)
+            return false;
+        Timer::sleep(writeAttemptPause);
+    }
+    file_->seek(0, FileBase::OFFSET_END);
+    std::string line(text);
+    line += lineEnd;
+    file_->write(line.data(), line.size());
+    if (ownsLock) {
+        logFileSettings().rotateAtStart = false;
+        lock.relax();
+    }
+    file_->flush();
+    return true;
+}
+
+void LoggerAgentFile::closeWithReason(const std::string& reason) {
+    if (file_.isNull() || !file_->isOpen())
+        return;
+    writeEntry(std::string(lineEnd) + "Closing log file \"" + file_->getBaseName() + "\". Time: " +
+                   DateTime().toString(false, false) + ". Reason: " + reason + "." + std::string(lineEnd),
+               true);
+    file_->close();
+}
+
+} // namespace Velmor

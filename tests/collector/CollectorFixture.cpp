@@ -1,0 +1,122 @@
+#include "collector/CollectorFixture.h"
+
+#include "programs/collectors/agent/AgentLogger.h"
+
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+namespace Velmor {
+
+namespace {
+std::vector<std::string> fieldsOf(const std::string& line) {
+    std::vector<std::string> fields;
+    for (size_t begin = 0;;) {
+        const size_t end = line.find(":0:", begin);
+        fields.push_back(line.substr(begin, end - begin));
+        if (end == std::string::npos)
+            return fields;
+        begin = end + 3;
+    }
+}
+
+/// The files by the number in their names that counts them.
+std::map<long, std::string> filesInOrder(const std::string& directory) {
+    std::map<long, std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+        const std::string name = entry.path().filename().string();
+        if (name.ends_with(".data") || name.ends_with(".tmp"))
+            files[std::stol(name.substr(name.rfind('-') + 1))] = entry.path().string();
+    }
+    return files;
+}
+} // namespace
+
+std::vector<UsageLine> parseRecords(const std::string& text) {
+    std::vector<UsageLine> records;
+    std::istringstream lines(text);
+    std::string identity;
+    std::string measure;
+    while (std::getline(lines, identity)) {
+        if (!std::getline(lines, measure) || lines.eof())
+            throw std::runtime_error("torn record: " + identity);
+        const auto fields = fieldsOf(identity);
+        if (fields.size() != 11 || fields[0].substr(fields[0].size() - 3) != ":31" || measure[1] != ':')
+            throw std::runtime_error("damaged record: " + identity);
+        UsageLine record;
+        record.start = std::stoi(fields[0].substr(2));
+        record.executable = fields[5];
+        record.application = fields[6];
+        record.account = fields[9];
+        record.exitCode = fields[10];
+        record.isFirst = measure[0] == '1';
+        record.duration = std::stoi(measure.substr(2));
+        records.push_back(record);
+    }
+    return records;
+}
+
+Collector::Collector(const std::string& rules) {
+    LoggerUnit::setDebugLevel(0);
+    RuntallyState& state = runtallyState();
+    state.exeFinder = std::make_unique<ExeFinder>(SmartPointer<LoggerUnit>());
+    state.polledOnce = false;
+    state.settings.eventsActive = 0;
+    setPollInterval(2);
+    Process::setLogger({});
+    StaticInfo& info = programState().staticInfo;
+    info = {"WORKGROUP", "pc17", "i386", "Windows XP"};
+    std::string error;
+    state.includeExclude.clear();
+    if (!state.includeExclude.load(directory.write("rules", rules), error))
+        throw std::runtime_error(error);
+    std::filesystem::remove(directory / "rules");
+    programState().dataDirectory = directory.path();
+    registerLogFile(directory / "ProcessLog", "process", TimeSpan(), false, Runtally::dumpAll);
+}
+
+Collector::~Collector() {
+    RuntallyState& state = runtallyState();
+    logFileRegistry().clear();
+    state.procPoll.clear();
+    for (ProcessMap* map :
+         {&state.registry.processMap, &state.registry.endedProcessMap, &state.registry.pendingInfoMap})
+        map->clear();
+    state.registry.monitoredCount = 0;
+    state.exeFinder.reset();
+}
+
+ProcessPointer Collector::report(uint32_t pid, ProcessState state, int32_t when) {
+    ProcessPointer process(new Process(pid, when, Process::Mode::running, true));
+    process->setState(state);
+    process->setEnd(DateTime(when));
+    Runtally::logProcess(process);
+    return process;
+}
+
+std::vector<UsageLine> Collector::records() const {
+    std::string text;
+    for (const auto& [counter, path] : filesInOrder(directory.path()))
+        text += readFile(path);
+    return parseRecords(text);
+}
+
+CapturedLog::CapturedLog(int32_t level) {
+    messenger_ = SmartPointer<LogMessenger>(new LogMessenger());
+    messenger_->setFile(directory_ / "log.log");
+    centre_ = SmartPointer<LoggerCentre>(new LoggerCentre(LogProgram::runtally, messenger_));
+    LoggerUnit::setDebugLevel(level);
+    runtallyState().logger.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre_, LogModule::runtally)));
+    agentLogger().set(SmartPointer<LoggerUnit>(new LoggerUnit(centre_, LogModule::agent)));
+}
+
+CapturedLog::~CapturedLog() {
+    runtallyState().logger.release();
+    agentLogger().release();
+    LoggerUnit::setDebugLevel(0);
+    centre_.release();
+    messenger_.release();
+}
+
+} // namespace Velmor

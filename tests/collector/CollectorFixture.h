@@ -1,0 +1,72 @@
+#pragma once
+
+#include "support/ScriptedPlatform.h"
+#include "support/TempDirectory.h"
+
+#include "programs/collectors/agent/DataDelivery.h"
+#include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
+#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace Velmor {
+
+/// A usage record, taken apart.
+struct UsageLine {
+    int32_t start = 0;
+    std::string executable;
+    std::string application;
+    std::string account;
+    std::string exitCode;
+    bool isFirst = false;
+    int32_t duration = 0;
+    int32_t end() const { return start + duration; }
+};
+
+/// Takes the records of a data file's text apart. Throws for a text that isn't whole records.
+std::vector<UsageLine> parseRecords(const std::string& text);
+
+/// The collector's class-wide operations over a scripted machine, and data files in a directory of their own.
+class Collector {
+public:
+    explicit Collector(const std::string& rules = "include datatype=*\n");
+    Collector(const Collector&) = delete;
+    Collector& operator=(const Collector&) = delete;
+    ~Collector();
+
+    void poll() { Runtally::procPoll(); }
+    void deliver() { deliverAll(false); }
+    void setPollInterval(int32_t seconds) { runtallyState().settings.pollInterval = TimeSpan(seconds); }
+    /// Tracks a process as a source of events would report it.
+    ProcessPointer report(uint32_t pid, ProcessState state, int32_t when);
+    const ProcessMap& tracked() const { return runtallyState().registry.processMap; }
+
+    /// The records in all data files, delivered or not, in the order of their files.
+    std::vector<UsageLine> records() const;
+    std::string fileNames() const { return directory.names(); }
+
+    ScriptedPlatform os;
+    TempDirectory directory;
+};
+
+/// What stands in the debug log while it lives, which is all of it.
+class CapturedLog {
+public:
+    explicit CapturedLog(int32_t level);
+    CapturedLog(const CapturedLog&) = delete;
+    CapturedLog& operator=(const CapturedLog&) = delete;
+    ~CapturedLog();
+    std::string text() const { return readFile(directory_ / "log.log"); }
+    bool has(const std::string& part) const { return text().find(part) != std::string::npos; }
+
+private:
+    TempDirectory directory_;
+    SmartPointer<LogMessenger> messenger_;
+    SmartPointer<LoggerCentre> centre_;
+};
+
+} // namespace Velmor

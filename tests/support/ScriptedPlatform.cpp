@@ -1,0 +1,275 @@
+#include "support/ScriptedPlatform.h"
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+
+namespace Velmor {
+
+namespace {
+constexpr int32_t beginning = 1000000000; // 2001-09-09T01:46:40Z
+
+struct PaperHandle : NativeProcess {
+    std::shared_ptr<ScriptedProcess> process;
+};
+
+struct PaperToken : NativeToken {
+    std::string sid;
+};
+
+ScriptedProcess& on(const ProcessHandle& handle) {
+    return *static_cast<const PaperHandle&>(*handle).process;
+}
+} // namespace
+
+void ScriptedClock::sleep(uint32_t milliseconds) {
+    milliseconds_ += milliseconds;
+    ticks_ += milliseconds;
+}
+
+void ScriptedClock::advance(int32_t seconds) {
+    milliseconds_ += int64_t{seconds} * 1000;
+    ticks_ += int64_t{seconds} * 1000;
+}
+
+CalendarFields ScriptedClock::utc(int32_t seconds) {
+    const time_t time = seconds;
+    tm broken{};
+    gmtime_r(&time, &broken);
+    return {broken.tm_year + 1900, broken.tm_mon + 1, broken.tm_mday, (broken.tm_wday + 6) % 7,
+            broken.tm_hour,        broken.tm_min,     broken.tm_sec};
+}
+
+bool ScriptedProcesses::enumerate(std::vector<uint32_t>& ids) {
+    ++enumerations;
+    ids.clear();
+    for (const auto& [pid, process] : table_)
+        if (process->isAlive)
+            ids.push_back(pid);
+    return canEnumerate;
+}
+
+ProcessHandle ScriptedProcesses::open(uint32_t pid, uint32_t& error) {
+    ++opens;
+    const auto found = table_.find(pid);
+    const bool runs = found != table_.end() && found->second->isAlive;
+    error = runs ? found->second->openError : NativeError::invalidParameter;
+    if (error != NativeError::success)
+        return nullptr;
+    auto handle = std::make_unique<PaperHandle>();
+    handle->process = found->second;
+    return handle;
+}
+
+bool ScriptedProcesses::exitCode(const ProcessHandle& process, uint32_t& code, uint32_t& error) {
+    if (!on(process).knowsExitCode) {
+        error = NativeError::accessDenied;
+        return false;
+    }
+    code = on(process).isAlive ? stillActive : on(process).exitCode;
+    return true;
+}
+
+bool ScriptedProcesses::modules(const ProcessHandle& process, std::vector<ModuleId>& modules, size_t& count,
+                                uint32_t& error) {
+    if (on(process).modulesFail > 0) {
+        --on(process).modulesFail;
+        error = NativeError::invalidParameter;
+        return false;
+    }
+    count = on(process).modules.size() + 1;
+    for (size_t i = 0; i < std::min(count, modules.size()); ++i)
+        modules[i] = i;
+    return true;
+}
+
+bool ScriptedProcesses::modulePath(const ProcessHandle& process, ModuleId module, std::string& path, uint32_t&) {
+    path = module == 0 ? on(process).path : on(process).modules.at(module - 1);
+    return true;
+}
+
+bool ScriptedProcesses::moduleName(const ProcessHandle& process, ModuleId module, std::string& name, uint32_t& error) {
+    modulePath(process, module, name, error);
+    name.erase(0, name.find_last_of("\\/") + 1);
+    return true;
+}
+
+bool ScriptedProcesses::imageName(const ProcessHandle& process, std::string& path, uint32_t&) {
+    path = on(process).image;
+    return !path.empty();
+}
+
+TokenHandle ScriptedProcesses::openToken(const ProcessHandle& process, uint32_t& error) {
+    error = NativeError::accessDenied;
+    if (!on(process).hasToken)
+        return nullptr;
+    auto token = std::make_unique<PaperToken>();
+    token->sid = on(process).sid;
+    return token;
+}
+
+bool ScriptedProcesses::tokenUser(const TokenHandle& token, std::string& sid, uint32_t&) {
+    sid = static_cast<const PaperToken&>(*token).sid;
+    return true;
+}
+
+bool ScriptedProcesses::startTime(const ProcessHandle& process, uint64_t& time) {
+    time = on(process).startTime;
+    return true;
+}
+
+ScriptedProcess& ScriptedProcesses::start(uint32_t pid, const std::string& path) {
+    if (table_.contains(pid))
+        end(pid, 0);
+    auto process = std::make_shared<ScriptedProcess>();
+    process->path = path;
+    process->startTime = ++startCount_;
+    table_[pid] = process;
+    return *process;
+}
+
+void ScriptedProcesses::end(uint32_t pid, uint32_t exitCode) {
+    const auto found = table_.find(pid);
+    if (found == table_.end())
+        return;
+    found->second->isAlive = false;
+    found->second->exitCode = exitCode;
+    table_.erase(found);
+}
+
+bool ScriptedAccounts::lookup(std::string_view sid, std::string& user, std::string& domain, uint32_t& error) {
+    const auto found = accounts.find(sid);
+    error = NativeError::noneMapped;
+    if (found == accounts.end())
+        return false;
+    std::tie(user, domain) = found->second;
+    return true;
+}
+
+bool ScriptedRegistry::read(std::string_view name, uint32_t& type, std::string& data, uint32_t& error) {
+    const auto found = values.find(name);
+    error = NativeError::fileNotFound;
+    if (found == values.end())
+        return false;
+    std::tie(type, data) = found->second;
+    return true;
+}
+
+bool ScriptedRegistry::writeText(std::string_view name, std::string_view text, uint32_t&) {
+    values[std::string(name)] = {RegistryType::text, std::string(text)};
+    return true;
+}
+
+void ScriptedRegistry::setNumber(const std::string& name, int32_t number) {
+    std::string data(sizeof(number), '\0');
+    std::memcpy(data.data(), &number, sizeof(number));
+    values[name] = {RegistryType::number, data};
+}
+
+bool ScriptedMachine::computerName(std::string& answer) {
+    answer = name;
+    return true;
+}
+
+bool ScriptedMachine::domain(std::string& answer) {
+    answer = domainName;
+    return !domainName.empty();
+}
+
+bool ScriptedMachine::systemVersion(SystemVersion& answer) {
+    answer = version;
+    return true;
+}
+
+bool ScriptedFileSystem::find(std::string_view path, FoundFile& found, uint32_t& error) {
+    if (const auto paper = paperFiles.find(path); paper != paperFiles.end()) {
+        found.name = paper->second;
+        return true;
+    }
+    return LinuxFileSystem::find(path, found, error);
+}
+
+bool ScriptedFileSystem::deviceOfDrive(std::string_view drive, std::string& device) {
+    const auto found = devices.find(drive);
+    if (found == devices.end())
+        return false;
+    device = found->second;
+    return true;
+}
+
+bool ScriptedFileSystem::fullPath(std::string_view path, std::string& full, uint32_t& error) {
+    if (currentDrive.empty())
+        return LinuxFileSystem::fullPath(path, full, error);
+    full = currentDrive + std::string(path);
+    return true;
+}
+
+uint32_t ScriptedFileSystem::driveType(std::string_view drive) {
+    return devices.contains(drive) ? DriveType::fixed : LinuxFileSystem::driveType(drive);
+}
+
+bool ScriptedFileSystem::windowsDirectory(std::string& path, uint32_t&) {
+    path = "c:\\windows";
+    return true;
+}
+
+bool ScriptedFileSystem::environment(std::string_view name, std::string& value) {
+    const auto found = variables.find(name);
+    if (found == variables.end())
+        return false;
+    value = found->second;
+    return true;
+}
+
+namespace {
+class PaperResource : public VersionResource {
+public:
+    explicit PaperResource(ScriptedVersionResources::Entry entry) : entry_(std::move(entry)) {}
+    std::vector<Translation> translations() override { return entry_.translations; }
+    bool string(Translation translation, std::string_view name, std::string& value) override {
+        const auto& strings = entry_.strings[translation.language];
+        const auto found = strings.find(name);
+        if (found == strings.end())
+            return false;
+        value = found->second + '\0';
+        return true;
+    }
+
+private:
+    ScriptedVersionResources::Entry entry_;
+};
+} // namespace
+
+std::unique_ptr<VersionResource> ScriptedVersionResources::open(std::string_view path) {
+    ++opens;
+    const auto found = entries.find(path);
+    return found == entries.end() ? nullptr : std::make_unique<PaperResource>(found->second);
+}
+
+void ScriptedVersionResources::describe(const std::string& path, const std::string& description,
+                                        const std::string& product) {
+    auto& strings = entries[path].strings[1033];
+    if (!description.empty())
+        strings["FileDescription"] = description;
+    if (!product.empty())
+        strings["ProductName"] = product;
+    strings["FileVersion"] = "1.0";
+}
+
+ScriptedPlatform::ScriptedPlatform() : ports_(nativePlatform()) {
+    clock.set(beginning);
+    ports_.clock = &clock;
+    ports_.processes = &processes;
+    ports_.accounts = &accounts;
+    ports_.registry = &registry;
+    ports_.machine = &machine;
+    ports_.fileSystem = &fileSystem;
+    ports_.versionResources = &versionResources;
+    usePlatform(&ports_);
+}
+
+ScriptedPlatform::~ScriptedPlatform() {
+    usePlatform(nullptr);
+}
+
+} // namespace Velmor

@@ -1,0 +1,176 @@
+#pragma once
+
+#include "platform/Accounts.h"
+#include "platform/Clock.h"
+#include "platform/Errors.h"
+#include "platform/Machine.h"
+#include "platform/Platform.h"
+#include "platform/Processes.h"
+#include "platform/Registry.h"
+#include "platform/VersionResources.h"
+#include "platform/linux/LinuxFileSystem.h"
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Velmor {
+
+/// A clock that moves only when it is told to, or when somebody sleeps.
+class ScriptedClock : public Clock {
+public:
+    int32_t now() override { return static_cast<int32_t>(milliseconds_ / 1000); }
+    uint32_t ticks() override { return static_cast<uint32_t>(ticks_.load()); }
+    void sleep(uint32_t milliseconds) override;
+    CalendarFields utc(int32_t seconds) override;
+    CalendarFields local(int32_t seconds) override { return utc(seconds + 60 * zoneMinutes); }
+
+    void set(int32_t seconds) { milliseconds_ = int64_t{seconds} * 1000; }
+    /// Time passes.
+    void advance(int32_t seconds);
+    /// Somebody sets the clock.
+    void step(int32_t seconds) { milliseconds_ += int64_t{seconds} * 1000; }
+
+    int32_t zoneMinutes = 0; // of the local time, east of Greenwich
+
+private:
+    std::atomic<int64_t> milliseconds_{0};
+    std::atomic<int64_t> ticks_{0};
+};
+
+/// A process as the test writes it down.
+struct ScriptedProcess {
+    std::string path;
+    std::string sid = "S-bob";
+    uint64_t startTime = 0;
+    bool isAlive = true;
+    uint32_t exitCode = 0;
+    bool knowsExitCode = true;
+    uint32_t openError = NativeError::success; // what opening answers
+    int modulesFail = 0;                       // how many looks at the modules fail before one succeeds
+    bool hasToken = true;
+    std::string image; // device path
+    std::vector<std::string> modules;
+};
+
+class ScriptedProcesses : public Processes {
+public:
+    bool enumerate(std::vector<uint32_t>& ids) override;
+    ProcessHandle open(uint32_t pid, uint32_t& error) override;
+    bool exitCode(const ProcessHandle& process, uint32_t& code, uint32_t& error) override;
+    bool modules(const ProcessHandle& process, std::vector<ModuleId>& modules, size_t& count, uint32_t& error) override;
+    bool modulePath(const ProcessHandle& process, ModuleId module, std::string& path, uint32_t& error) override;
+    bool moduleName(const ProcessHandle& process, ModuleId module, std::string& name, uint32_t& error) override;
+    bool imageName(const ProcessHandle& process, std::string& path, uint32_t& error) override;
+    TokenHandle openToken(const ProcessHandle& process, uint32_t& error) override;
+    bool tokenUser(const TokenHandle& token, std::string& sid, uint32_t& error) override;
+    bool startTime(const ProcessHandle& process, uint64_t& time) override;
+
+    /// Starts a process; one under the same id has ended.
+    ScriptedProcess& start(uint32_t pid, const std::string& path);
+    void end(uint32_t pid, uint32_t exitCode);
+    ScriptedProcess& at(uint32_t pid) { return *table_.at(pid); }
+    bool contains(uint32_t pid) const { return table_.contains(pid); }
+    const std::map<uint32_t, std::shared_ptr<ScriptedProcess>>& table() const { return table_; }
+
+    bool canEnumerate = true;
+    size_t enumerations = 0;
+    size_t opens = 0;
+
+private:
+    std::map<uint32_t, std::shared_ptr<ScriptedProcess>> table_;
+    uint64_t startCount_ = 0;
+};
+
+class ScriptedAccounts : public Accounts {
+public:
+    bool lookup(std::string_view sid, std::string& user, std::string& domain, uint32_t& error) override;
+    std::map<std::string, std::pair<std::string, std::string>, std::less<>> accounts{{"S-bob", {"bob", "PC17"}}};
+};
+
+class ScriptedRegistry : public Registry {
+public:
+    bool isReadable(std::string&) override { return true; }
+    bool read(std::string_view name, uint32_t& type, std::string& data, uint32_t& error) override;
+    bool writeText(std::string_view name, std::string_view text, uint32_t& error) override;
+    void set(const std::string& name, const std::string& text) { values[name] = {RegistryType::text, text}; }
+    void setNumber(const std::string& name, int32_t number);
+
+    std::map<std::string, std::pair<uint32_t, std::string>, std::less<>> values;
+};
+
+class ScriptedMachine : public Machine {
+public:
+    bool computerName(std::string& name) override;
+    bool domain(std::string& name) override;
+    uint16_t architecture() override { return architectureNumber; }
+    bool systemVersion(SystemVersion& answer) override;
+    std::string platformWord() override { return word; }
+    bool isWow64() override { return false; }
+    uint64_t physicalMemory() override { return 0; }
+    bool enableDebugPrivilege(std::string&, uint32_t&) override { return true; }
+    std::string missingRights() override { return {}; }
+    uint32_t processId() override { return 77; }
+    void raiseHandleLimit() override {}
+
+    std::string name = "pc17";
+    std::string domainName = "WORKGROUP";
+    uint16_t architectureNumber = 0;
+    SystemVersion version{2, 5, 1, true, 0, false, {}};
+    std::string word = "windows";
+};
+
+/// The real file system, with drives and devices that only exist on paper.
+class ScriptedFileSystem : public LinuxFileSystem {
+public:
+    bool find(std::string_view path, FoundFile& found, uint32_t& error) override;
+    bool deviceOfDrive(std::string_view drive, std::string& device) override;
+    bool fullPath(std::string_view path, std::string& full, uint32_t& error) override;
+    uint32_t driveType(std::string_view drive) override;
+    bool windowsDirectory(std::string& path, uint32_t& error) override;
+    bool environment(std::string_view name, std::string& value) override;
+    bool hasShortNames() override { return !paperFiles.empty(); }
+
+    std::map<std::string, std::string, std::less<>> devices;    // "C:" to a device path
+    std::map<std::string, std::string, std::less<>> paperFiles; // a path as asked for to the stored name
+    std::map<std::string, std::string, std::less<>> variables;
+    std::string currentDrive; // put in front of what has no drive, if set
+};
+
+class ScriptedVersionResources : public VersionResources {
+public:
+    struct Entry {
+        std::vector<Translation> translations{{1033, 1200}};
+        std::map<uint16_t, std::map<std::string, std::string, std::less<>>> strings; // by language
+    };
+    std::unique_ptr<VersionResource> open(std::string_view path) override;
+    void describe(const std::string& path, const std::string& description, const std::string& product);
+
+    std::map<std::string, Entry, std::less<>> entries;
+    size_t opens = 0;
+};
+
+/// Puts scripted ports in force while it lives. Locks, threads, queues and mailslots stay the system's own.
+class ScriptedPlatform {
+public:
+    ScriptedPlatform();
+    ScriptedPlatform(const ScriptedPlatform&) = delete;
+    ScriptedPlatform& operator=(const ScriptedPlatform&) = delete;
+    ~ScriptedPlatform();
+
+    ScriptedClock clock;
+    ScriptedProcesses processes;
+    ScriptedAccounts accounts;
+    ScriptedRegistry registry;
+    ScriptedMachine machine;
+    ScriptedFileSystem fileSystem;
+    ScriptedVersionResources versionResources;
+
+private:
+    Platform ports_;
+};
+
+} // namespace Velmor
