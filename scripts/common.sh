@@ -1,0 +1,29 @@
+# What the scripts share: finding the project, installing what is missing, building.
+
+project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+packages=(g++ cmake ninja-build ccache zlib1g-dev libtomlplusplus-dev libgtest-dev libbenchmark-dev libcli11-dev
+          nlohmann-json3-dev)
+
+# install PACKAGE...: installs those that are missing.
+install() {
+    local missing=() package
+    for package in "$@"; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    local root=()
+    [ "$(id -u)" -eq 0 ] || root=(sudo)
+    echo "Installing ${missing[*]}"
+    "${root[@]}" apt-get update -qq
+    "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
+}
+
+# build PRESET [TARGET...]
+build() {
+    local preset=$1
+    shift
+    local targets=()
+    [ $# -eq 0 ] || targets=(--target "$@")
+    (cd "$project" && cmake --preset "$preset" >/dev/null && cmake --build --preset "$preset" "${targets[@]}")
+}

@@ -1,0 +1,114 @@
+#include "programs/runtallyctl/Commands.h"
+
+#include "platform/Clock.h"
+#include "platform/Machine.h"
+#include "platform/MessageQueues.h"
+#include "platform/Platform.h"
+#include "shared/library/common/IPCClient.h"
+#include "shared/library/common/IPCException.h"
+#include "shared/library/common/IPCMessage.h"
+#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/Timer.h"
+#include "shared/library/common/win32/MailSlot.h"
+#include "shared/library/logger/LogCommons.h"
+
+#include <functional>
+#include <iostream>
+
+namespace Velmor {
+
+namespace {
+constexpr std::string_view collectorSlot = "Velmor_Runtally";
+constexpr std::string_view coreSlot = "Velmor_Core";
+constexpr uint32_t lookPause = 50; // milliseconds
+
+/// The fields of a message; the type is empty if it isn't the family's.
+IPCMessage parse(std::string line) {
+    IPCMessage message;
+    if (firstField(line, IPCMessage::separator) != IPCMessage::address)
+        return message;
+    message.type = firstField(line, IPCMessage::separator);
+    message.reference = firstField(line, IPCMessage::separator);
+    message.text = firstField(line, IPCMessage::separator);
+    message.replyTo = firstField(line, IPCMessage::separator);
+    return message;
+}
+
+bool send(const std::string& command, const std::string& reference, const std::string& replyTo) {
+    try {
+        IPCClient(collectorSlot).send("COMMAND", reference, command, replyTo);
+        return true;
+    } catch (const IPCException& failure) {
+        std::cerr << "No collector listens on this machine (" << failure.getDescription() << ")\n";
+        return false;
+    }
+}
+
+/// Looks for messages until `take` answers true, or for `milliseconds`; false then.
+bool receiveUntil(MailSlot& slot, uint32_t milliseconds, const std::function<bool(const IPCMessage&)>& take) {
+    const uint32_t begin = platform().clock->ticks();
+    while (platform().clock->ticks() - begin < milliseconds) {
+        std::vector<std::string> lines;
+        slot.receive(lines);
+        for (std::string& line : lines)
+            if (take(parse(std::move(line))))
+                return true;
+        Timer::sleep(lookPause);
+    }
+    return false;
+}
+
+void printMessage(const LogCommons& catalogue, const IPCMessage& message) {
+    LogMessage decoded;
+    if (message.type != "LOGMSG" || !LogCommons::decodeMessage(message.text, decoded))
+        return;
+    std::string wording;
+    const bool found = catalogue.findMessage(decoded.module, decoded.messageId, wording);
+    if (found) {
+        LogCommons::formatMessage(wording, decoded.text);
+        decoded.text = wording;
+    }
+    std::cout << LogCommons::formatLine(decoded, found) << std::endl; // a reader may follow at once
+}
+} // namespace
+
+int sendCommand(const std::string& command) {
+    return send(command, "", "") ? CommandStatus::done : CommandStatus::noCollector;
+}
+
+int sendAndWait(const std::string& command, int32_t timeout) {
+    const std::string own = "Velmor_ctl_" + std::to_string(platform().machine->processId());
+    MailSlot slot(MailSlotMode::receiver, own);
+    if (!send(command, own, own))
+        return CommandStatus::noCollector;
+    const bool answered = receiveUntil(slot, static_cast<uint32_t>(timeout) * 1000, [&](const IPCMessage& message) {
+        if (message.type != "REPLY" || message.reference != own)
+            return false;
+        std::cout << (message.text.empty() ? "done" : message.text) << '\n';
+        return true;
+    });
+    if (answered)
+        return CommandStatus::done;
+    std::cerr << "The collector hasn't answered within " << timeout << " s\n";
+    return CommandStatus::noReply;
+}
+
+int listen(const std::string& catalogue, int32_t seconds) {
+    LogCommons messages;
+    messages.loadMessages(catalogue, "all");
+    platform().messageQueues->receiveSystemRequests();
+    MailSlot slot(MailSlotMode::receiver, coreSlot);
+    const uint32_t begin = platform().clock->ticks();
+    uint32_t request = 0;
+    while (!platform().messageQueues->peek(request)) {
+        if (seconds > 0 && platform().clock->ticks() - begin >= static_cast<uint32_t>(seconds) * 1000)
+            break;
+        receiveUntil(slot, 2 * lookPause, [&](const IPCMessage& message) {
+            printMessage(messages, message);
+            return false;
+        });
+    }
+    return CommandStatus::done;
+}
+
+} // namespace Velmor

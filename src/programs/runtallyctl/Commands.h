@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace Velmor {
+
+/// Exit statuses of the commands.
+namespace CommandStatus {
+constexpr int done = 0;
+constexpr int noCollector = 1; // nobody listens
+constexpr int noReply = 3;     // not within the time limit
+} // namespace CommandStatus
+
+/// Sends a command that the collector doesn't answer.
+int sendCommand(const std::string& command);
+
+/// Sends a command and prints its reply, for which it waits up to `timeout` seconds.
+int sendAndWait(const std::string& command, int32_t timeout);
+
+/// Stands in for the core service: prints the numbered messages that arrive, with the wording of the catalogue in
+/// `catalogue`, until it is interrupted or, if above 0, `seconds` have passed.
+int listen(const std::string& catalogue, int32_t seconds);
+
+} // namespace Velmor

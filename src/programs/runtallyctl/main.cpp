@@ -1,0 +1,83 @@
+// The administrator's tool: commands to the running collector, and the reading of its data files.
+
+#include "programs/runtallyctl/Commands.h"
+#include "programs/runtallyctl/UsageReport.h"
+#include "shared/library/common/IPCException.h"
+#include "shared/library/logger/LoggerUnit.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+namespace {
+
+constexpr int32_t defaultTimeout = 10; // seconds
+constexpr int failed = 1;
+
+struct Options {
+    std::vector<std::string> paths;
+    bool asJson = false;
+    int32_t timeout = defaultTimeout;
+    int32_t seconds = 0;
+    std::string catalogue = "/etc/velmor";
+    std::function<int()> action;
+};
+
+void addReading(CLI::App& tool, Options& options) {
+    const auto add = [&](const char* name, const char* text, int (*print)(const std::vector<std::string>&, bool)) {
+        CLI::App* command = tool.add_subcommand(name, text);
+        command->add_option("paths", options.paths, "Data files, or directories of them")->required();
+        command->add_flag("--json", options.asJson, "Print JSON");
+        command->callback(
+            [&options, print] { options.action = [&options, print] { return print(options.paths, options.asJson); }; });
+    };
+    add("usage", "Usage of applications by user, from delivered data files", Velmor::printUsage);
+    add("records", "The single records of delivered data files", Velmor::printRecords);
+}
+
+void addCommands(CLI::App& tool, Options& options) {
+    const auto addSilent = [&](const char* name, const char* text, const char* word) {
+        tool.add_subcommand(name, text)->callback([&options, word] {
+            options.action = [word] { return Velmor::sendCommand(word); };
+        });
+    };
+    addSilent("die", "End the collector, after its last delivery", "DIE");
+    addSilent("reconfigure", "Let the collector read its configuration again", "RECONFIG");
+    const auto addAnswered = [&](const char* name, const char* text, const char* word) {
+        CLI::App* command = tool.add_subcommand(name, text);
+        command->add_option("--timeout", options.timeout, "Seconds to wait for the reply")->capture_default_str();
+        command->callback([&options, word] {
+            options.action = [&options, word] { return Velmor::sendAndWait(word, options.timeout); };
+        });
+    };
+    addAnswered("dump", "Deliver all data now", "RUNTALLYDUMP");
+    addAnswered("info", "Process id and main thread id of the collector", "SEND_PROCESS_INFO");
+    CLI::App* listen = tool.add_subcommand("listen", "Print the messages that the collector sends to the core service");
+    listen->add_option("--catalogue", options.catalogue, "Directory of LogMessages")->capture_default_str();
+    listen->add_option("--seconds", options.seconds, "End after this time");
+    listen->callback(
+        [&options] { options.action = [&options] { return Velmor::listen(options.catalogue, options.seconds); }; });
+}
+
+} // namespace
+
+int main(int count, char** values) {
+    Velmor::LoggerUnit::setDebugLevel(0);
+    CLI::App tool("Commands to the running collector, and reading of its data files.", "runtallyctl");
+    tool.set_version_flag("--version", std::string("runtallyctl ") + VELMOR_VERSION);
+    tool.require_subcommand(1);
+    Options options;
+    addReading(tool, options);
+    addCommands(tool, options);
+    CLI11_PARSE(tool, count, values);
+    try {
+        return options.action();
+    } catch (const Velmor::IPCException& failure) {
+        std::string text;
+        failure.describe(text);
+        std::cerr << text << '\n';
+    } catch (const std::exception& failure) {
+        std::cerr << failure.what() << '\n';
+    }
+    return failed;
+}
