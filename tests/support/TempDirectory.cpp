@@ -27,9 +27,9 @@ std::string TempDirectory::write(const std::string& name, const std::string& tex
     return path;
 }
 
-std::string TempDirectory::names() const {
+std::string TempDirectory::namesOf(const std::string& directory) {
     std::set<std::string> sorted;
-    for (const auto& entry : std::filesystem::directory_iterator(path_))
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
         sorted.insert(entry.path().filename().string());
     std::string text;
     for (const std::string& name : sorted)

@@ -20,7 +20,8 @@ public:
     /// Writes a file in it, and returns its path.
     std::string write(const std::string& name, const std::string& text) const;
     /// The names of all files in it, sorted.
-    std::string names() const;
+    std::string names() const { return namesOf(path_); }
+    static std::string namesOf(const std::string& directory);
 
 private:
     std::string path_;

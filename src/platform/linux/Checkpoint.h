@@ -8,13 +8,17 @@ namespace Velmor {
 /// system passes one. It never returns then, and unwinds nothing.
 void checkpoint();
 
-/// While one lives, the thread passes checkpoints: it holds something that others could never get back from it.
+/// While one lives, the thread that made it passes checkpoints: it holds something that others could never get back
+/// from it. One destroyed by another thread changes nothing for that one.
 class StopDeferral {
 public:
     StopDeferral();
     StopDeferral(const StopDeferral&) = delete;
     StopDeferral& operator=(const StopDeferral&) = delete;
     ~StopDeferral();
+
+private:
+    volatile int* count_; // of the thread that made it
 };
 
 /// Holds a mutex that is internal to a service.

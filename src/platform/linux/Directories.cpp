@@ -36,7 +36,9 @@ std::string resourcesFile() {
 bool makeDirectoryTree(const std::string& path) {
     for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         const std::string part = path.substr(0, end);
-        if (mkdir(part.c_str(), directoryMode) != 0 && errno != EEXIST)
+        if (mkdir(part.c_str(), directoryMode) == 0)
+            chmod(part.c_str(), directoryMode); // whatever the service manager masks
+        else if (errno != EEXIST)
             return false;
         if (end == std::string::npos)
             return true;

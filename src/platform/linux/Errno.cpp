@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 
 namespace Velmor {
 
@@ -14,33 +15,39 @@ struct ErrorPair {
     uint32_t native;
 };
 
-constexpr std::array<ErrorPair, 27> errorPairs{{
+// Where several share a native number, the first speaks for it.
+constexpr std::array<ErrorPair, 32> errorPairs{{
     {0, NativeError::success},
-    {EPERM, NativeError::accessDenied},
     {ENOENT, NativeError::fileNotFound},
-    {ESRCH, NativeError::invalidParameter},
-    {EIO, NativeError::ioDevice},
-    {EBADF, NativeError::invalidHandle},
-    {EAGAIN, NativeError::notEnoughMemory},
-    {ENOMEM, NativeError::notEnoughMemory},
-    {EACCES, NativeError::accessDenied},
-    {EBUSY, NativeError::sharingViolation},
-    {EEXIST, NativeError::alreadyExists},
+    {ECONNREFUSED, NativeError::fileNotFound},
+    {ENOTCONN, NativeError::fileNotFound},
+    {EPIPE, NativeError::fileNotFound},
     {ENOTDIR, NativeError::pathNotFound},
-    {EISDIR, NativeError::accessDenied},
-    {EINVAL, NativeError::invalidParameter},
-    {ENFILE, NativeError::tooManyOpenFiles},
     {EMFILE, NativeError::tooManyOpenFiles},
-    {ETXTBSY, NativeError::sharingViolation},
-    {EFBIG, NativeError::diskFull},
-    {ENOSPC, NativeError::diskFull},
-    {EDQUOT, NativeError::diskFull},
+    {ENFILE, NativeError::tooManyOpenFiles},
+    {EACCES, NativeError::accessDenied},
+    {EPERM, NativeError::accessDenied},
+    {EISDIR, NativeError::accessDenied},
+    {EBADF, NativeError::invalidHandle},
+    {ENOMEM, NativeError::notEnoughMemory},
+    {EAGAIN, NativeError::notEnoughMemory},
+    {ENOBUFS, NativeError::notEnoughMemory},
     {EROFS, NativeError::writeProtect},
-    {ENAMETOOLONG, NativeError::invalidName},
-    {ENOTEMPTY, NativeError::directoryNotEmpty},
+    {EBUSY, NativeError::sharingViolation},
+    {ETXTBSY, NativeError::sharingViolation},
     {ENOSYS, NativeError::notSupported},
     {EOPNOTSUPP, NativeError::notSupported},
-    {ECONNREFUSED, NativeError::fileNotFound},
+    {EINVAL, NativeError::invalidParameter},
+    {ESRCH, NativeError::invalidParameter},
+    {EMSGSIZE, NativeError::invalidParameter},
+    {ENOSPC, NativeError::diskFull},
+    {EFBIG, NativeError::diskFull},
+    {EDQUOT, NativeError::diskFull},
+    {ENAMETOOLONG, NativeError::invalidName},
+    {ENOTEMPTY, NativeError::directoryNotEmpty},
+    {EEXIST, NativeError::alreadyExists},
+    {EADDRINUSE, NativeError::alreadyExists},
+    {EIO, NativeError::ioDevice},
     {ETIMEDOUT, NativeError::timeout},
 }};
 } // namespace
@@ -49,6 +56,12 @@ uint32_t nativeError(int systemError) {
     const auto row = std::find_if(errorPairs.begin(), errorPairs.end(),
                                   [=](const ErrorPair& pair) { return pair.system == systemError; });
     return row == errorPairs.end() ? NativeError::generalFailure : row->native;
+}
+
+std::string nativeErrorText(uint32_t nativeError) {
+    const auto row = std::find_if(errorPairs.begin(), errorPairs.end(),
+                                  [=](const ErrorPair& pair) { return pair.native == nativeError; });
+    return row == errorPairs.end() ? "Error " + std::to_string(nativeError) : std::strerror(row->system);
 }
 
 } // namespace Velmor

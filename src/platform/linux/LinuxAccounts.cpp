@@ -29,6 +29,14 @@ std::string askSystem(uint32_t uid) {
     return found ? std::string(found->pw_name) : std::string();
 }
 
+bool userIdOf(std::string_view sid, uint32_t& uid) {
+    if (!sid.starts_with(sidHead))
+        return false;
+    const char* end = sid.data() + sid.size();
+    const auto [rest, failure] = std::from_chars(sid.data() + sidHead.size(), end, uid);
+    return failure == std::errc() && rest == end;
+}
+
 int64_t monotonicSeconds() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -49,6 +57,14 @@ struct Question {
     bool done = false;
     std::string user;
 };
+
+void answer(Question& question, std::string user) {
+    maskControlBytes(user);
+    const std::lock_guard lock(question.mutex);
+    question.user = std::move(user);
+    question.done = true;
+    question.answered.notify_one();
+}
 } // namespace
 
 LinuxAccounts::LinuxAccounts() : LinuxAccounts(askSystem, usualPatience) {}
@@ -59,8 +75,7 @@ LinuxAccounts::LinuxAccounts(Resolver resolver, uint32_t patience)
 bool LinuxAccounts::lookup(std::string_view sid, std::string& user, std::string& domain, uint32_t& error) {
     checkpoint();
     uint32_t uid = 0;
-    const char* end = sid.data() + sid.size();
-    if (!sid.starts_with(sidHead) || std::from_chars(sid.data() + sidHead.size(), end, uid).ptr != end) {
+    if (!userIdOf(sid, uid)) {
         error = NativeError::noneMapped;
         return false;
     }
@@ -84,16 +99,14 @@ bool LinuxAccounts::lookup(std::string_view sid, std::string& user, std::string&
 }
 
 std::string LinuxAccounts::resolve(uint32_t uid, bool& found) const {
-    auto question = std::make_shared<Question>();
-    std::thread([question, ask = resolver_, uid] {
-        std::string user = ask(uid);
-        maskControlBytes(user);
-        const std::lock_guard lock(question->mutex);
-        question->user = std::move(user);
-        question->done = true;
-        question->answered.notify_one();
-    }).detach();
     const StopDeferral deferral;
+    auto question = std::make_shared<Question>();
+    try {
+        std::thread([question, ask = resolver_, uid] { answer(*question, ask(uid)); }).detach();
+    } catch (const std::system_error&) { // no room for another thread
+        found = false;
+        return std::to_string(uid);
+    }
     std::unique_lock lock(question->mutex);
     const bool inTime =
         question->answered.wait_for(lock, std::chrono::milliseconds(patience_), [&] { return question->done; });

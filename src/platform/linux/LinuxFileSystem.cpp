@@ -5,6 +5,7 @@
 #include "platform/linux/Errno.h"
 #include "platform/linux/LinuxOpenFile.h"
 #include "platform/linux/NativePath.h"
+#include "platform/linux/ProcFile.h"
 #include "platform/linux/SystemCalls.h"
 
 #include <array>
@@ -12,6 +13,7 @@
 #include <climits>
 #include <cstdlib>
 #include <dirent.h>
+#include <filesystem>
 #include <fnmatch.h>
 
 namespace Velmor {
@@ -73,6 +75,14 @@ bool statPath(std::string& path, struct stat& state) {
     return true;
 }
 
+/// A pattern of the system's matcher in which only "*" and "?" mean more than themselves.
+std::string withoutSets(std::string_view pattern) {
+    std::string plain;
+    for (const char c : pattern)
+        plain.append(c == '[' ? "[[]" : std::string(1, c));
+    return plain;
+}
+
 std::string lastComponent(std::string_view path) {
     while (path.size() > 1 && path.back() == '/')
         path.remove_suffix(1);
@@ -83,6 +93,7 @@ std::string lastComponent(std::string_view path) {
 FoundFile describe(std::string name, const struct stat& state) {
     FoundFile found;
     found.name = std::move(name);
+    maskControlBytes(found.name);
     found.size = static_cast<uint64_t>(state.st_size);
     found.created = state.st_ctim.tv_sec;
     found.accessed = state.st_atim.tv_sec;
@@ -109,10 +120,21 @@ bool copyData(LinuxOpenFile& from, LinuxOpenFile& to, uint32_t& error) {
     return true;
 }
 
+bool isSameFile(const std::string& path, const std::string& other) {
+    struct stat state {};
+    struct stat otherState {};
+    return systemCalls().stat(path.c_str(), &state) == 0 && systemCalls().stat(other.c_str(), &otherState) == 0 &&
+           state.st_ino == otherState.st_ino && state.st_dev == otherState.st_dev;
+}
+
 bool copyNative(const std::string& from, const std::string& to, bool overwrite, bool durable, uint32_t& error) {
     const auto source = openNative(from, O_RDONLY);
     if (!source)
         return answer(false, error);
+    if (overwrite && isSameFile(from, to)) { // emptying the target would lose both
+        error = NativeError::sharingViolation;
+        return false;
+    }
     const auto target = openNative(to, O_WRONLY | O_CREAT | (overwrite ? O_TRUNC : O_EXCL));
     if (!target)
         return answer(false, error);
@@ -123,14 +145,36 @@ bool copyNative(const std::string& from, const std::string& to, bool overwrite, 
 }
 
 /// Makes a new name survive a power cut.
-void syncDirectoryOf(const std::string& path) {
+bool syncDirectoryOf(const std::string& path, uint32_t& error) {
     const size_t separator = path.rfind('/');
     const std::string directory = separator == std::string::npos ? "." : path.substr(0, separator + 1);
     const int descriptor = systemCalls().open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
     if (descriptor < 0)
-        return;
-    systemCalls().fsync(descriptor);
+        return answer(false, error);
+    int result = 0;
+    do {
+        result = systemCalls().fsync(descriptor);
+    } while (result != 0 && errno == EINTR);
+    answer(result == 0 || errno == EINVAL, error); // EINVAL: nothing there that could be flushed
     systemCalls().close(descriptor);
+    return error == NativeError::success;
+}
+
+/// A rename between volumes, by way of a copy beside the target, so that the final name is always whole.
+bool moveAcrossVolumes(const std::string& from, const std::string& to, uint32_t& error) {
+    const std::string temporary = to + ".moving";
+    if (!copyNative(from, temporary, true, true, error))
+        return false;
+    struct stat state {};
+    const bool done = systemCalls().stat(from.c_str(), &state) == 0 &&
+                      systemCalls().chmod(temporary.c_str(), state.st_mode & 07777U) == 0 &&
+                      systemCalls().rename(temporary.c_str(), to.c_str()) == 0;
+    if (!answer(done, error)) {
+        systemCalls().unlink(temporary.c_str());
+        return false;
+    }
+    systemCalls().unlink(from.c_str());
+    return true;
 }
 
 bool moveReplacing(const std::string& from, const std::string& to, uint32_t& error) {
@@ -144,19 +188,10 @@ bool moveReplacing(const std::string& from, const std::string& to, uint32_t& err
     if (systemCalls().rename(from.c_str(), to.c_str()) != 0) {
         if (errno != EXDEV)
             return answer(false, error);
-        const std::string temporary = to + ".moving"; // so that the final name is always whole
-        if (!copyNative(from, temporary, true, true, error))
+        if (!moveAcrossVolumes(from, to, error))
             return false;
-        if (systemCalls().rename(temporary.c_str(), to.c_str()) != 0) {
-            answer(false, error);
-            systemCalls().unlink(temporary.c_str());
-            return false;
-        }
-        systemCalls().unlink(from.c_str());
     }
-    syncDirectoryOf(to);
-    error = NativeError::success;
-    return true;
+    return syncDirectoryOf(to, error);
 }
 
 bool moveWithoutReplacing(const std::string& from, const std::string& to, uint32_t& error) {
@@ -215,7 +250,7 @@ bool LinuxFileSystem::scan(std::string_view directory, std::string_view pattern,
     const std::unique_ptr<DIR, Closer> entries(opendir(native.c_str()));
     if (!entries)
         return answer(false, error);
-    const std::string wanted(pattern);
+    const std::string wanted = withoutSets(pattern);
     while (const dirent* entry = readdir(entries.get())) {
         const auto* name = static_cast<const char*>(entry->d_name);
         struct stat state {};
@@ -263,15 +298,11 @@ bool LinuxFileSystem::setAttributes(std::string_view path, uint32_t attributes, 
 
 bool LinuxFileSystem::fullPath(std::string_view path, std::string& full, uint32_t& error) {
     const std::string native = toNativePath(path);
-    if (native.starts_with('/')) {
-        full = native;
-        error = NativeError::success;
-        return true;
-    }
     std::string directory;
-    if (!currentDirectory(directory, error))
+    if (!native.starts_with('/') && !currentDirectory(directory, error))
         return false;
-    full = directory + "/" + native;
+    full = (std::filesystem::path(directory) / native).lexically_normal().string();
+    error = NativeError::success;
     return true;
 }
 

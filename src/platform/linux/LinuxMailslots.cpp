@@ -131,7 +131,7 @@ public:
         checkpoint();
         while (send(socket_.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) {
             if (errno != EINTR) {
-                error = nativeError(errno);
+                error = errno == EAGAIN ? NativeError::timeout : nativeError(errno);
                 return false;
             }
             checkpoint();
@@ -192,14 +192,7 @@ std::unique_ptr<MailslotWriter> LinuxMailslots::open(std::string_view name, uint
 }
 
 std::string LinuxMailslots::errorText(uint32_t error) {
-    switch (error) {
-    case NativeError::fileNotFound:
-        return "The system cannot find the file specified.";
-    case NativeError::accessDenied:
-        return "Access is denied.";
-    default:
-        return "The system reports error " + std::to_string(error) + ".";
-    }
+    return nativeErrorText(error);
 }
 
 } // namespace Velmor

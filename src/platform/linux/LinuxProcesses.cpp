@@ -88,6 +88,8 @@ std::vector<std::string> readMappings(uint32_t pid, const std::string& executabl
 }
 } // namespace
 
+LinuxProcesses::LinuxProcesses(Sources sources) : sources_(sources), table_(std::make_shared<ProcessTable>()) {}
+
 bool LinuxProcesses::enumerate(std::vector<uint32_t>& ids) {
     checkpoint();
     ids.clear();
@@ -126,8 +128,27 @@ bool LinuxProcesses::isApplication(uint32_t pid, uint64_t inode) {
     return false;
 }
 
+void LinuxProcesses::startExitRecords() {
+    if (sources_.exitRecords && !(sources_.descriptor && descriptorsTellExitCodes()))
+        exitRecords_ = ExitRecords::start([table = table_](uint32_t pid, const ExitRecord& exit) {
+            if (const auto record = table->find(pid))
+                record->noteExit(exit);
+        });
+}
+
+bool LinuxProcesses::askExitRecords(const ProcessRecord& record, uint32_t& waitStatus) {
+    if (!exitRecords_)
+        return false;
+    exitRecords_->fetch();
+    return record.exitStatus(waitStatus);
+}
+
 ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
     checkpoint();
+    {
+        const StopDeferral deferral;
+        std::call_once(exitRecordsStarted_, [this] { startExitRecords(); });
+    }
     auto process = std::make_unique<LinuxProcess>();
     process->record = table_->findAlive(pid);
     if (process->record) {
@@ -136,6 +157,11 @@ ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
             process->record->noteExecutable(process->executable);
         else
             process->executable = process->record->lastExecutable();
+        // Read by number: it is this process's only if that still lives.
+        if (!process->record->isAlive()) {
+            error = NativeError::invalidParameter;
+            return nullptr;
+        }
     } else {
         process->record = table_->open(pid, process->executable);
     }
@@ -161,7 +187,7 @@ bool LinuxProcesses::exitCode(const ProcessHandle& process, uint32_t& code, uint
     // Asked twice: between the two sources the parent may have waited for it.
     for (int i = 0; i < 2; ++i) {
         if ((sources_.descriptor && askDescriptor(record.descriptor.get(), waitStatus)) ||
-            (sources_.statLine && askStatLine(record, waitStatus))) {
+            (sources_.statLine && askStatLine(record, waitStatus)) || askExitRecords(record, waitStatus)) {
             code = exitCodeOf(waitStatus);
             return true;
         }
@@ -182,6 +208,10 @@ bool LinuxProcesses::modules(const ProcessHandle& process, std::vector<ModuleId>
     looked.modules.clear();
     if (modules.size() > 1)
         looked.modules = readMappings(looked.record->pid, looked.executable);
+    if (!looked.modules.empty() && !looked.record->isAlive()) {
+        error = NativeError::invalidParameter;
+        return false;
+    }
     count = looked.modules.size() + 1;
     for (size_t i = 0; i < std::min(count, modules.size()); ++i)
         modules[i] = i;

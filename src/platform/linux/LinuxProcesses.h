@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Processes.h"
+#include "platform/linux/ExitRecords.h"
 #include "platform/linux/ProcessTable.h"
 
 #include <memory>
@@ -15,12 +16,13 @@ class LinuxProcesses : public Processes {
 public:
     /// The sources of exit codes, in the order in which they are asked.
     struct Sources {
-        bool descriptor = true; // the pidfd's information call
-        bool statLine = true;   // of a process that nobody has waited for yet
+        bool descriptor = true;  // the pidfd's information call
+        bool statLine = true;    // of a process that nobody has waited for yet
+        bool exitRecords = true; // the kernel's, where descriptors don't tell; of processes that were held at their end
     };
 
     LinuxProcesses() : LinuxProcesses(Sources{}) {}
-    explicit LinuxProcesses(Sources sources) : sources_(sources), table_(std::make_shared<ProcessTable>()) {}
+    explicit LinuxProcesses(Sources sources);
 
     bool enumerate(std::vector<uint32_t>& ids) override;
     ProcessHandle open(uint32_t pid, uint32_t& error) override;
@@ -38,9 +40,13 @@ public:
 
 private:
     bool isApplication(uint32_t pid, uint64_t inode);
+    void startExitRecords();
+    bool askExitRecords(const ProcessRecord& record, uint32_t& waitStatus);
 
     Sources sources_;
-    std::shared_ptr<ProcessTable> table_;                  // outlived by no record
+    std::shared_ptr<ProcessTable> table_; // outlived by no record
+    std::once_flag exitRecordsStarted_;
+    std::unique_ptr<ExitRecords> exitRecords_;             // null if nothing needs or nobody may have them
     std::mutex mutex_;                                     // guards the next
     std::unordered_map<uint32_t, uint64_t> kernelThreads_; // id to inode of its directory: told apart once
 };

@@ -6,7 +6,9 @@
 #include "platform/linux/Errno.h"
 #include "platform/linux/FileDescriptor.h"
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
@@ -39,6 +41,31 @@ std::string partsOf(const toml::array& array) {
     return data;
 }
 
+std::string quoted(std::string_view text) {
+    std::string out = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            out.append(1, '\\').append(1, c);
+        } else if (static_cast<unsigned char>(c) < ' ' || c == 0x7f) {
+            std::array<char, 8> escape{};
+            std::snprintf(escape.data(), escape.size(), "\\u%04X", static_cast<unsigned>(c));
+            out.append(escape.data());
+        } else {
+            out += c;
+        }
+    }
+    return out + '"';
+}
+
+bool isToml(const std::string& text) {
+    try {
+        static_cast<void>(toml::parse(text));
+        return true;
+    } catch (const toml::parse_error&) {
+        return false;
+    }
+}
+
 bool writeWhole(const std::string& path, const std::string& text) {
     const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, fileMode));
     if (!file)
@@ -56,9 +83,11 @@ bool writeWhole(const std::string& path, const std::string& text) {
 void LinuxRegistry::refresh(Source& source, const std::string& path) {
     struct stat state {};
     if (stat(path.c_str(), &state) != 0) {
+        const int error = errno;
         source = {};
         source.path = path;
-        source.problem = "The file of the family's values \"" + path + "\" can't be read (" + std::strerror(errno) +
+        source.isMissing = error == ENOENT || error == ENOTDIR;
+        source.problem = "The file of the family's values \"" + path + "\" can't be read (" + std::strerror(error) +
                          "); create it, or name another by VELMOR_RESOURCES.";
         return;
     }
@@ -74,7 +103,7 @@ void LinuxRegistry::parse(Source& source) {
     std::ifstream file(source.path, std::ios::binary);
     std::ostringstream text;
     text << file.rdbuf();
-    if (!file) {
+    if (!file || S_ISDIR(source.state.st_mode)) {
         source.problem = "The file of the family's values \"" + source.path + "\" can't be read; make it readable.";
         return;
     }
@@ -103,7 +132,10 @@ bool LinuxRegistry::isReadable(std::string& cause) {
     checkpoint();
     const ServiceLock lock(mutex_);
     refresh(administrators_, resourcesFile());
+    refresh(written_, stateDirectory() + "/resources.toml");
     cause = administrators_.problem;
+    if (cause.empty() && !written_.isMissing)
+        cause = written_.problem;
     return cause.empty();
 }
 
@@ -140,15 +172,24 @@ bool LinuxRegistry::writeText(std::string_view name, std::string_view text, uint
         return false;
     }
     refresh(written_, path);
-    toml::table table;
+    if (!written_.problem.empty() && !written_.isMissing) { // a damaged file may still be mended by hand
+        error = NativeError::generalFailure;
+        return false;
+    }
+    std::map<std::string, std::string_view> texts;
     for (const auto& [key, value] : written_.values)
         if (value.type == RegistryType::text)
-            table.insert_or_assign(key, value.data);
-    table.insert_or_assign(std::string(name), std::string(text));
-    std::ostringstream out;
-    out << table << '\n';
+            texts.emplace(key, value.data);
+    texts.insert_or_assign(std::string(name), text);
+    std::string lines;
+    for (const auto& [key, value] : texts)
+        lines += quoted(key) + " = " + quoted(value) + '\n';
+    if (!isToml(lines)) { // bytes that are no UTF-8 would damage all of the file
+        error = NativeError::invalidParameter;
+        return false;
+    }
     const std::string temporary = path + ".new";
-    if (!writeWhole(temporary, out.str()) || rename(temporary.c_str(), path.c_str()) != 0) {
+    if (!writeWhole(temporary, lines) || rename(temporary.c_str(), path.c_str()) != 0) {
         error = nativeError(errno);
         unlink(temporary.c_str());
         return false;

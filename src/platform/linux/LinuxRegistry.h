@@ -29,6 +29,7 @@ private:
         struct stat state {};
         std::string path;
         std::string problem; // why it can't be read; empty if it can
+        bool isMissing = false;
     };
 
     static void refresh(Source& source, const std::string& path);

@@ -160,12 +160,13 @@ void checkpoint() {
         standStill(*control);
 }
 
-StopDeferral::StopDeferral() {
+StopDeferral::StopDeferral() : count_(&deferrals) {
     deferrals = deferrals + 1;
 }
 
 StopDeferral::~StopDeferral() {
-    deferrals = deferrals - 1;
+    if (count_ == &deferrals)
+        deferrals = deferrals - 1;
 }
 
 ThreadHandle LinuxThreads::create(ThreadRoutine routine, void* argument, uint32_t& id, uint32_t& error) {
@@ -234,6 +235,10 @@ bool LinuxThreads::terminate(const ThreadHandle& thread, uint32_t code, uint32_t
     ThreadControl* control = controlOf(thread, error);
     if (!control)
         return false;
+    if (control == current) {
+        control->exitCode.store(code);
+        standStill(*control);
+    }
     struct Stage {
         Order order;
         long time;

@@ -57,12 +57,14 @@ std::unique_ptr<VersionResource> LinuxVersionResources::open(std::string_view pa
     FileDescription description;
     if (file.empty())
         return nullptr;
-    bool found = readPackageNote(file, description);
-    if (!found) {
+    if (!readPackageNote(file, description)) {
         const ServiceLock lock(mutex_);
-        found = desktop_.find(file, description) || packages_.find(file, description);
+        // A desktop entry tells only what the program is called; of its product and version the package knows.
+        const bool hasEntry = desktop_.find(file, description);
+        if (!packages_.find(file, description) && !hasEntry)
+            return nullptr;
     }
-    return found ? std::make_unique<Resource>(std::move(description)) : nullptr;
+    return std::make_unique<Resource>(std::move(description));
 }
 
 } // namespace Velmor

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <functional>
 #include <string_view>
+#include <unordered_map>
 
 namespace Velmor {
 
@@ -40,8 +41,8 @@ bool PackageIndex::find(const std::string& executable, FileDescription& descript
     const auto owner = std::lower_bound(owners_.begin(), owners_.end(), wanted);
     if (owner == owners_.end() || owner->first != wanted.first)
         return false;
-    description.product = packages_[owner->second];
-    description.version = versionOf(description.product);
+    description.product = packages_[owner->second].name;
+    description.version = packages_[owner->second].version;
     return true;
 }
 
@@ -57,8 +58,9 @@ void PackageIndex::read() {
         const size_t before = owners_.size();
         readList(entry.path().string(), static_cast<uint32_t>(packages_.size()));
         if (owners_.size() > before)
-            packages_.push_back(std::move(package));
+            packages_.push_back({std::move(package), {}});
     }
+    readVersions();
     std::sort(owners_.begin(), owners_.end());
     owners_.shrink_to_fit();
 }
@@ -70,17 +72,20 @@ void PackageIndex::readList(const std::string& path, uint32_t package) {
             owners_.emplace_back(hashOf(line), package);
 }
 
-/// Looked up in the status file when it is asked for, which is once for each executable.
-std::string PackageIndex::versionOf(const std::string& package) const {
+void PackageIndex::readVersions() {
+    std::unordered_map<std::string_view, Package*> wanted;
+    for (Package& package : packages_)
+        wanted.emplace(package.name, &package);
     std::ifstream file(root_ + "status");
-    bool inPackage = false;
+    Package* current = nullptr;
     for (std::string line; std::getline(file, line);) {
-        if (line.starts_with("Package: "))
-            inPackage = line.compare(9, std::string::npos, package) == 0;
-        else if (inPackage && line.starts_with("Version: "))
-            return line.substr(9);
+        if (line.starts_with("Package: ")) {
+            const auto found = wanted.find(std::string_view(line).substr(9));
+            current = found == wanted.end() ? nullptr : found->second;
+        } else if (current && line.starts_with("Version: ")) {
+            current->version = line.substr(9);
+        }
     }
-    return {};
 }
 
 } // namespace Velmor

@@ -23,11 +23,16 @@ public:
 private:
     void read();
     void readList(const std::string& path, uint32_t package);
-    std::string versionOf(const std::string& package) const;
+    void readVersions();
 
     std::string root_;
     DirectoryWatch watch_;
-    std::vector<std::string> packages_;
+    struct Package {
+        std::string name;
+        std::string version;
+    };
+
+    std::vector<Package> packages_;                     // those that own something in owners_
     std::vector<std::pair<uint64_t, uint32_t>> owners_; // hash of a path to the place in packages_, sorted
 };
 

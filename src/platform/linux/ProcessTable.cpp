@@ -4,6 +4,8 @@
 #include "platform/linux/ProcFile.h"
 
 #include <cerrno>
+#include <cstdlib>
+#include <ctime>
 #include <poll.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -14,6 +16,17 @@ namespace {
 bool fail(int error) {
     errno = error;
     return false;
+}
+
+constexpr int64_t clockTolerance = 2; // seconds; both sides are rounded
+
+/// Wall-clock seconds of a moment in clock ticks since the system's start.
+int64_t wallTimeOf(uint64_t ticks) {
+    timespec now{};
+    timespec up{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(CLOCK_BOOTTIME, &up);
+    return now.tv_sec - up.tv_sec + static_cast<int64_t>(ticks) / sysconf(_SC_CLK_TCK);
 }
 
 /// Reads start time and owner. False with errno for what is no process that runs.
@@ -58,13 +71,27 @@ void ProcessRecord::noteExecutable(const std::string& path) {
         executable_ = path;
 }
 
+void ProcessRecord::noteExit(const ExitRecord& exit) {
+    const int64_t later = exit.startTime - wallTimeOf(startTime);
+    if (later >= -clockTolerance && (later <= clockTolerance || exit.isLastOfMany))
+        exitStatus_.store(exit.waitStatus);
+}
+
+bool ProcessRecord::exitStatus(uint32_t& waitStatus) const {
+    const int64_t status = exitStatus_.load();
+    if (status != unknownStatus)
+        waitStatus = static_cast<uint32_t>(status);
+    return status != unknownStatus;
+}
+
+std::shared_ptr<ProcessRecord> ProcessTable::find(uint32_t pid) {
+    const ServiceLock lock(mutex_);
+    const auto found = records_.find(pid);
+    return found == records_.end() ? nullptr : found->second.lock();
+}
+
 std::shared_ptr<ProcessRecord> ProcessTable::findAlive(uint32_t pid) {
-    std::shared_ptr<ProcessRecord> record;
-    {
-        const ServiceLock lock(mutex_);
-        if (const auto found = records_.find(pid); found != records_.end())
-            record = found->second.lock();
-    }
+    auto record = find(pid);
     return record && record->isAlive() ? record : nullptr;
 }
 

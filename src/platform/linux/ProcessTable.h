@@ -1,7 +1,9 @@
 #pragma once
 
+#include "platform/linux/ExitRecords.h"
 #include "platform/linux/FileDescriptor.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -29,15 +31,22 @@ struct ProcessRecord {
     std::string lastExecutable();
     void noteExecutable(const std::string& path);
 
+    /// What the kernel's exit records told of its end; ignored if they mean another process of that number.
+    void noteExit(const ExitRecord& exit);
+    bool exitStatus(uint32_t& waitStatus) const;
+
     const uint32_t pid;
     const FileDescriptor descriptor; // of the process itself: its id can't be mistaken while this is held
     uint64_t startTime = 0;          // clock ticks since the system's start
     uid_t owner = 0;                 // effective
 
 private:
+    static constexpr int64_t unknownStatus = -1;
+
     std::weak_ptr<ProcessTable> table_;
     std::mutex mutex_; // guards the path
     std::string executable_;
+    std::atomic<int64_t> exitStatus_{unknownStatus};
 };
 
 /// The records that somebody holds, by process id.
@@ -45,6 +54,9 @@ class ProcessTable : public std::enable_shared_from_this<ProcessTable> {
 public:
     /// The record of a process that still lives; null if nobody holds one.
     std::shared_ptr<ProcessRecord> findAlive(uint32_t pid);
+
+    /// The record of a process that lives or has ended; null if nobody holds one.
+    std::shared_ptr<ProcessRecord> find(uint32_t pid);
 
     /// Opens the process and reads what doesn't change of it. Null with errno: EACCES or ESRCH.
     std::shared_ptr<ProcessRecord> open(uint32_t pid, std::string& executable);

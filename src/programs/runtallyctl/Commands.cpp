@@ -1,8 +1,10 @@
 #include "programs/runtallyctl/Commands.h"
 
 #include "platform/Clock.h"
+#include "platform/Errors.h"
 #include "platform/Machine.h"
 #include "platform/MessageQueues.h"
+#include "platform/NamedLocks.h"
 #include "platform/Platform.h"
 #include "shared/library/common/IPCClient.h"
 #include "shared/library/common/IPCException.h"
@@ -20,6 +22,7 @@ namespace Velmor {
 namespace {
 constexpr std::string_view collectorSlot = "Velmor_Runtally";
 constexpr std::string_view coreSlot = "Velmor_Core";
+constexpr std::string_view turnLock = "Velmor_MailSlot";
 constexpr uint32_t lookPause = 50; // milliseconds
 
 /// The fields of a message; the type is empty if it isn't the family's.
@@ -32,6 +35,17 @@ IPCMessage parse(std::string line) {
     message.text = firstField(line, IPCMessage::separator);
     message.replyTo = firstField(line, IPCMessage::separator);
     return message;
+}
+
+/// Whether this user may take part. All who send take turns by one lock, and waiting for one that this user can't have
+/// would never end.
+bool mayTakePart() {
+    uint32_t error = NativeError::success;
+    const NamedLockHandle lock = platform().namedLocks->create(turnLock, error);
+    if (lock || error != NativeError::accessDenied)
+        return true;
+    std::cerr << "Commands may only be sent by root, or by the user that the collector runs as\n";
+    return false;
 }
 
 bool send(const std::string& command, const std::string& reference, const std::string& replyTo) {
@@ -73,10 +87,12 @@ void printMessage(const LogCommons& catalogue, const IPCMessage& message) {
 } // namespace
 
 int sendCommand(const std::string& command) {
-    return send(command, "", "") ? CommandStatus::done : CommandStatus::noCollector;
+    return mayTakePart() && send(command, "", "") ? CommandStatus::done : CommandStatus::noCollector;
 }
 
 int sendAndWait(const std::string& command, int32_t timeout) {
+    if (!mayTakePart())
+        return CommandStatus::noCollector;
     const std::string own = "Velmor_ctl_" + std::to_string(platform().machine->processId());
     MailSlot slot(MailSlotMode::receiver, own);
     if (!send(command, own, own))

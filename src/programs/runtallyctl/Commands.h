@@ -8,7 +8,7 @@ namespace Velmor {
 /// Exit statuses of the commands.
 namespace CommandStatus {
 constexpr int done = 0;
-constexpr int noCollector = 1; // nobody listens
+constexpr int noCollector = 1; // nobody listens, or this user may not send
 constexpr int noReply = 3;     // not within the time limit
 } // namespace CommandStatus
 

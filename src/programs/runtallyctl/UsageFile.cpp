@@ -1,6 +1,7 @@
 #include "programs/runtallyctl/UsageFile.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <string_view>
 
@@ -9,34 +10,67 @@ namespace Velmor {
 namespace {
 constexpr std::string_view fieldHead = ":0:";
 constexpr std::string_view usageKind = "31";
-constexpr size_t fieldCount = 11; // the head, and ten fields
+
+/// The parts of a usage record's first line.
+enum Field : size_t {
+    head,
+    domain,
+    computer,
+    architecture,
+    system,
+    executableName,
+    application,
+    executableDirectory,
+    timeClass,
+    account,
+    exitCode,
+    fieldCount
+};
+using Fields = std::array<std::string_view, fieldCount>;
 
 bool readNumber(std::string_view text, int64_t& number) {
     const char* end = text.data() + text.size();
     return !text.empty() && std::from_chars(text.data(), end, number).ptr == end;
 }
 
-std::vector<std::string_view> fieldsOf(std::string_view line) {
-    std::vector<std::string_view> fields;
-    while (true) {
-        const size_t end = line.find(fieldHead);
-        fields.push_back(line.substr(0, end));
-        if (end == std::string_view::npos)
-            return fields;
-        line.remove_prefix(end + fieldHead.size());
-    }
+/// Takes the text up to the first head of a field off the front of `rest`; false if there is none.
+bool takeField(std::string_view& rest, std::string_view& field) {
+    const size_t end = rest.find(fieldHead);
+    if (end == std::string_view::npos)
+        return false;
+    field = rest.substr(0, end);
+    rest.remove_prefix(end + fieldHead.size());
+    return true;
 }
 
-/// "\\domain\user|attributes" without the attributes.
-std::string userOf(std::string_view account) {
-    return std::string(account.substr(0, account.find('|')));
+/// Only the account is written as it stands, so what looks like further fields in the middle belongs to it.
+bool splitIdentity(std::string_view line, Fields& fields) {
+    for (size_t i = head; i < account; ++i)
+        if (!takeField(line, fields[i]))
+            return false;
+    const size_t end = line.rfind(fieldHead);
+    if (end == std::string_view::npos)
+        return false;
+    fields[account] = line.substr(0, end);
+    fields[exitCode] = line.substr(end + fieldHead.size());
+    return true;
 }
 
-/// Only the account is written as it stands, so what looks like further fields belongs to it.
-std::string_view accountOf(const std::vector<std::string_view>& fields) {
-    const char* begin = fields[9].data();
-    const char* end = fields.back().data() - fieldHead.size();
-    return {begin, static_cast<size_t>(end - begin)};
+bool readIdentity(std::string_view line, UsageEntry& entry) {
+    Fields fields;
+    int64_t code = 0;
+    if (!splitIdentity(line, fields) || !(fields[exitCode] == "none" || readNumber(fields[exitCode], code)))
+        return false;
+    const std::string_view start = fields[head].substr(2);
+    if (!readNumber(start.substr(0, start.find(':')), entry.start))
+        return false;
+    entry.computer = fields[computer];
+    entry.executable = std::string(fields[executableDirectory]).append(fields[executableName]);
+    entry.application = fields[application];
+    entry.timeClass = fields[timeClass];
+    entry.user = fields[account].substr(0, fields[account].find('|'));
+    entry.exitCode = fields[exitCode];
+    return true;
 }
 
 bool readMeasure(std::string_view line, UsageEntry& entry) {
@@ -46,51 +80,94 @@ bool readMeasure(std::string_view line, UsageEntry& entry) {
     return readNumber(line.substr(2), entry.duration);
 }
 
-bool readIdentity(std::string_view line, UsageEntry& entry) {
-    const auto fields = fieldsOf(line);
-    if (fields.size() < fieldCount)
-        return false;
-    std::string_view head = fields[0];
-    head.remove_prefix(2);
-    if (!readNumber(head.substr(0, head.find(':')), entry.start))
-        return false;
-    entry.computer = fields[2];
-    entry.executable = std::string(fields[7]) + std::string(fields[5]);
-    entry.application = fields[6];
-    entry.timeClass = fields[8];
-    entry.user = userOf(accountOf(fields));
-    entry.exitCode = fields.back();
-    return true;
-}
-
 /// The kind of the record that a line begins; empty if it begins none.
 std::string_view kindOf(std::string_view line) {
-    const auto head = line.substr(0, line.find(fieldHead));
-    if (!head.starts_with("1:") || std::count(head.begin(), head.end(), ':') != 2)
+    const auto start = line.substr(0, line.find(fieldHead));
+    if (start.size() == line.size() || !start.starts_with("1:") || std::count(start.begin(), start.end(), ':') != 2)
         return {};
-    return head.substr(head.rfind(':') + 1);
+    return start.substr(start.rfind(':') + 1);
 }
+
+/// Reads lines and counts them. The last line counts only with its line feed: without it the writer was cut off.
+class LineReader {
+public:
+    explicit LineReader(std::istream& input) : input_(input) {}
+
+    bool next(std::string& line) {
+        if (!std::getline(input_, line))
+            return false;
+        ++number_;
+        isCutOff_ = input_.eof();
+        return !isCutOff_;
+    }
+
+    size_t number() const { return number_; }
+    bool isCutOff() const { return isCutOff_; }
+
+private:
+    std::istream& input_;
+    size_t number_ = 0;
+    bool isCutOff_ = false;
+};
+
+class UsageFileReader {
+public:
+    explicit UsageFileReader(std::istream& input) : lines_(input) {}
+
+    UsageFile read() {
+        bool hasLine = lines_.next(line_);
+        while (hasLine)
+            hasLine = kindOf(line_).empty() ? skipForeignLines() : readRecord();
+        if (lines_.isCutOff() && !cutOffTold_)
+            complain(lines_.number(), "the record is cut off");
+        return std::move(file_);
+    }
+
+private:
+    // Each begins at `line_` and leaves it at the first line that it didn't use; false at the end of the file.
+
+    bool skipForeignLines() {
+        complain(lines_.number(), "no record begins here");
+        while (lines_.next(line_))
+            if (!kindOf(line_).empty())
+                return true;
+        return false;
+    }
+
+    bool readRecord() {
+        const std::string identity = std::move(line_);
+        const size_t begin = lines_.number();
+        if (!lines_.next(line_)) {
+            complain(begin, "the record is cut off");
+            cutOffTold_ = true;
+            return false;
+        }
+        if (kindOf(identity) != usageKind) {
+            ++file_.others;
+            return lines_.next(line_);
+        }
+        UsageEntry entry;
+        const bool hasMeasure = readMeasure(line_, entry);
+        if (hasMeasure && readIdentity(identity, entry))
+            file_.entries.push_back(std::move(entry));
+        else
+            complain(begin, "the record is damaged");
+        return hasMeasure || kindOf(line_).empty() ? lines_.next(line_) : true;
+    }
+
+    void complain(size_t number, std::string_view text) {
+        file_.mistakes.push_back("line " + std::to_string(number) + ": " + std::string(text));
+    }
+
+    LineReader lines_;
+    std::string line_;
+    bool cutOffTold_ = false;
+    UsageFile file_;
+};
 } // namespace
 
 UsageFile readUsageFile(std::istream& input) {
-    UsageFile file;
-    std::string identity;
-    std::string measure;
-    for (size_t line = 1; std::getline(input, identity); line += 2) {
-        const bool hasMeasure = static_cast<bool>(std::getline(input, measure));
-        const bool isTorn = !hasMeasure || input.eof(); // the last line of a whole record has its end
-        const std::string_view kind = kindOf(identity);
-        UsageEntry entry;
-        if (isTorn)
-            file.mistakes.push_back("line " + std::to_string(line) + ": the record is cut off");
-        else if (!kind.empty() && kind != usageKind)
-            ++file.others;
-        else if (kind.empty() || !readIdentity(identity, entry) || !readMeasure(measure, entry))
-            file.mistakes.push_back("line " + std::to_string(line) + ": this is no record");
-        else
-            file.entries.push_back(std::move(entry));
-    }
-    return file;
+    return UsageFileReader(input).read();
 }
 
 } // namespace Velmor

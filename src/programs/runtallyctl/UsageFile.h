@@ -7,7 +7,7 @@
 
 namespace Velmor {
 
-/// A usage record of a data file.
+/// A usage record of a data file: one slice of the life of one process.
 struct UsageEntry {
     int64_t start = 0; // seconds since 1970
     std::string computer;
@@ -27,7 +27,8 @@ struct UsageFile {
     std::vector<std::string> mistakes; // one for each damaged or torn record, with its line
 };
 
-/// Reads the usage records of a data file. What can't be read is told in `mistakes`, and the rest is read all the same.
+/// Reads the usage records of a data file. What can't be read is told in `mistakes`, and the reading goes on with the
+/// next line that begins a record.
 UsageFile readUsageFile(std::istream& input);
 
 } // namespace Velmor

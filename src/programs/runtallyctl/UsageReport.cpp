@@ -2,12 +2,10 @@
 
 #include "programs/runtallyctl/UsageFile.h"
 #include "shared/library/common/DateTime.h"
-#include "shared/library/common/TimeSpan.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <iomanip>
 #include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -16,38 +14,49 @@ namespace Velmor {
 
 namespace {
 constexpr int readFailed = 2;
+constexpr size_t columnGap = 2;
 
-std::vector<std::string> filesOf(const std::vector<std::string>& paths) {
-    std::vector<std::string> files;
-    for (const std::string& path : paths) {
-        if (!std::filesystem::is_directory(path)) {
-            files.push_back(path);
-            continue;
-        }
-        for (const auto& entry : std::filesystem::directory_iterator(path))
-            if (entry.path().extension() == ".data")
-                files.push_back(entry.path().string());
+bool complain(const std::string& path, const std::string& text) {
+    std::cerr << path << ": " << text << '\n';
+    return false;
+}
+
+/// Adds the data files that `path` stands for, in the order of their names. False if the directory can't be read.
+bool addFiles(const std::string& path, std::vector<std::string>& files) {
+    std::error_code failure;
+    if (!std::filesystem::is_directory(path, failure)) {
+        files.push_back(path);
+        return true;
     }
-    std::sort(files.begin(), files.end());
-    return files;
+    std::vector<std::string> found;
+    std::filesystem::directory_iterator entries(path, failure);
+    for (; !failure && entries != std::filesystem::directory_iterator(); entries.increment(failure))
+        if (entries->path().extension() == ".data")
+            found.push_back(entries->path().string());
+    std::sort(found.begin(), found.end());
+    std::move(found.begin(), found.end(), std::back_inserter(files));
+    return failure ? complain(path, failure.message()) : true;
+}
+
+bool readFile(const std::string& path, std::vector<UsageEntry>& entries) {
+    std::ifstream input(path, std::ios::binary);
+    if (!input)
+        return complain(path, "can't be read");
+    UsageFile file = readUsageFile(input);
+    for (const std::string& mistake : file.mistakes)
+        complain(path, mistake);
+    std::move(file.entries.begin(), file.entries.end(), std::back_inserter(entries));
+    return input.bad() ? complain(path, "can't be read to its end") : file.mistakes.empty();
 }
 
 /// Reads all files; what can't be read goes to standard error and makes the answer false.
 bool readAll(const std::vector<std::string>& paths, std::vector<UsageEntry>& entries) {
     bool whole = true;
-    for (const std::string& path : filesOf(paths)) {
-        std::ifstream input(path, std::ios::binary);
-        if (!input) {
-            std::cerr << path << ": can't be read\n";
-            whole = false;
-            continue;
-        }
-        UsageFile file = readUsageFile(input);
-        for (const std::string& mistake : file.mistakes)
-            std::cerr << path << ", " << mistake << '\n';
-        whole = whole && file.mistakes.empty();
-        std::move(file.entries.begin(), file.entries.end(), std::back_inserter(entries));
-    }
+    std::vector<std::string> files;
+    for (const std::string& path : paths)
+        whole = addFiles(path, files) && whole;
+    for (const std::string& file : files)
+        whole = readFile(file, entries) && whole;
     return whole;
 }
 
@@ -58,6 +67,7 @@ struct Total {
     int64_t seconds = 0;
 };
 
+/// The usage of each application by each user, the longest first.
 std::vector<Total> sumUp(const std::vector<UsageEntry>& entries) {
     std::map<std::pair<std::string, std::string>, Total> totals;
     for (const UsageEntry& entry : entries) {
@@ -70,21 +80,67 @@ std::vector<Total> sumUp(const std::vector<UsageEntry>& entries) {
     std::vector<Total> sorted;
     for (auto& [key, total] : totals)
         sorted.push_back(std::move(total));
-    std::sort(sorted.begin(), sorted.end(), [](const Total& a, const Total& b) { return a.seconds > b.seconds; });
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const Total& a, const Total& b) { return a.seconds > b.seconds; });
     return sorted;
 }
 
+/// Hours, minutes and seconds, as 12:34:56.
 std::string clockText(int64_t seconds) {
-    std::string text = std::to_string(seconds / 3600) + ":";
+    std::string text = std::to_string(seconds / 3600);
     for (const int64_t part : {seconds / 60 % 60, seconds % 60})
-        text += (part < 10 ? "0" : "") + std::to_string(part) + ":";
-    text.pop_back();
+        text += (part < 10 ? ":0" : ":") + std::to_string(part);
     return text;
 }
 
 std::string timeText(int64_t seconds) {
     return DateTime(static_cast<int32_t>(seconds)).toString(false, false);
 }
+
+/// A name fit for a terminal: control bytes, which a data file may hold, would steer it.
+std::string shown(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
+    return text;
+}
+
+/// Columns that a text in UTF-8 takes: its continuation bytes take none.
+size_t widthOf(const std::string& text) {
+    return static_cast<size_t>(
+        std::count_if(text.begin(), text.end(), [](unsigned char c) { return (c & 0xC0U) != 0x80U; }));
+}
+
+enum class Align { left, right };
+
+class Table {
+public:
+    explicit Table(std::vector<Align> columns) : columns_(std::move(columns)), widths_(columns_.size()) {}
+
+    /// One cell for each column.
+    void add(std::vector<std::string> row) {
+        for (size_t i = 0; i < row.size(); ++i)
+            widths_[i] = std::max(widths_[i], widthOf(row[i]));
+        rows_.push_back(std::move(row));
+    }
+
+    void print(std::ostream& out) const {
+        for (const auto& row : rows_) {
+            std::string line;
+            for (size_t i = 0; i < row.size(); ++i) {
+                const std::string padding(widths_[i] - widthOf(row[i]), ' ');
+                line += columns_[i] == Align::left ? row[i] + padding : padding + row[i];
+                line.append(columnGap, ' ');
+            }
+            line.erase(line.find_last_not_of(' ') + 1);
+            out << line << '\n';
+        }
+    }
+
+private:
+    std::vector<Align> columns_;
+    std::vector<size_t> widths_;
+    std::vector<std::vector<std::string>> rows_;
+};
 
 nlohmann::json toJson(const Total& total) {
     return {{"application", total.application},
@@ -109,45 +165,45 @@ void printJson(const Rows& rows) {
     // Names are bytes of the system's; those that are no UTF-8 are replaced.
     std::cout << list.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }
+
+void printTable(const std::vector<Total>& totals) {
+    Table table({Align::left, Align::left, Align::right, Align::right});
+    table.add({"Application", "User", "Processes", "Time"});
+    for (const Total& total : totals)
+        table.add(
+            {shown(total.application), shown(total.user), std::to_string(total.processes), clockText(total.seconds)});
+    table.print(std::cout);
+}
+
+void printTable(const std::vector<UsageEntry>& entries) {
+    Table table({Align::left, Align::right, Align::left, Align::left, Align::left, Align::left, Align::left});
+    table.add({"Start", "Seconds", "Slice", "Application", "User", "Exit", "Executable"});
+    for (const UsageEntry& entry : entries)
+        table.add({timeText(entry.start), std::to_string(entry.duration), entry.isFirst ? "first" : "later",
+                   shown(entry.application), shown(entry.user), entry.exitCode, shown(entry.executable)});
+    table.print(std::cout);
+}
+
+template <typename Rows>
+void print(const Rows& rows, bool asJson) {
+    if (asJson)
+        printJson(rows);
+    else
+        printTable(rows);
+}
 } // namespace
 
 int printUsage(const std::vector<std::string>& paths, bool asJson) {
     std::vector<UsageEntry> entries;
     const bool whole = readAll(paths, entries);
-    const std::vector<Total> totals = sumUp(entries);
-    if (asJson) {
-        printJson(totals);
-        return whole ? 0 : readFailed;
-    }
-    size_t applicationWidth = std::string("Application").size();
-    size_t userWidth = std::string("User").size();
-    for (const Total& total : totals) {
-        applicationWidth = std::max(applicationWidth, total.application.size());
-        userWidth = std::max(userWidth, total.user.size());
-    }
-    const auto row = [&](const std::string& application, const std::string& user, const std::string& processes,
-                         const std::string& time) {
-        std::cout << std::left << std::setw(static_cast<int>(applicationWidth) + 2) << application
-                  << std::setw(static_cast<int>(userWidth) + 2) << user << std::right << std::setw(10) << processes
-                  << std::setw(12) << time << '\n';
-    };
-    row("Application", "User", "Processes", "Time");
-    for (const Total& total : totals)
-        row(total.application, total.user, std::to_string(total.processes), clockText(total.seconds));
+    print(sumUp(entries), asJson);
     return whole ? 0 : readFailed;
 }
 
 int printRecords(const std::vector<std::string>& paths, bool asJson) {
     std::vector<UsageEntry> entries;
     const bool whole = readAll(paths, entries);
-    if (asJson) {
-        printJson(entries);
-        return whole ? 0 : readFailed;
-    }
-    for (const UsageEntry& entry : entries)
-        std::cout << timeText(entry.start) << ' ' << std::setw(8) << entry.duration << "s "
-                  << (entry.isFirst ? "first " : "      ") << entry.application << "  " << entry.executable << "  "
-                  << entry.user << "  exit " << entry.exitCode << '\n';
+    print(entries, asJson);
     return whole ? 0 : readFailed;
 }
 

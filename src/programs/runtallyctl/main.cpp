@@ -7,11 +7,13 @@
 
 #include <CLI/CLI.hpp>
 
+#include <functional>
 #include <iostream>
 
 namespace {
 
 constexpr int32_t defaultTimeout = 10; // seconds
+constexpr int32_t longestTime = 86400;
 constexpr int failed = 1;
 
 struct Options {
@@ -45,7 +47,9 @@ void addCommands(CLI::App& tool, Options& options) {
     addSilent("reconfigure", "Let the collector read its configuration again", "RECONFIG");
     const auto addAnswered = [&](const char* name, const char* text, const char* word) {
         CLI::App* command = tool.add_subcommand(name, text);
-        command->add_option("--timeout", options.timeout, "Seconds to wait for the reply")->capture_default_str();
+        command->add_option("--timeout", options.timeout, "Seconds to wait for the reply")
+            ->capture_default_str()
+            ->check(CLI::Range(1, longestTime));
         command->callback([&options, word] {
             options.action = [&options, word] { return Velmor::sendAndWait(word, options.timeout); };
         });
@@ -53,8 +57,8 @@ void addCommands(CLI::App& tool, Options& options) {
     addAnswered("dump", "Deliver all data now", "RUNTALLYDUMP");
     addAnswered("info", "Process id and main thread id of the collector", "SEND_PROCESS_INFO");
     CLI::App* listen = tool.add_subcommand("listen", "Print the messages that the collector sends to the core service");
-    listen->add_option("--catalogue", options.catalogue, "Directory of LogMessages")->capture_default_str();
-    listen->add_option("--seconds", options.seconds, "End after this time");
+    listen->add_option("--catalogue", options.catalogue, "Directory in which LogMessages lies")->capture_default_str();
+    listen->add_option("--seconds", options.seconds, "End after this time")->check(CLI::Range(1, longestTime));
     listen->callback(
         [&options] { options.action = [&options] { return Velmor::listen(options.catalogue, options.seconds); }; });
 }
@@ -64,6 +68,9 @@ void addCommands(CLI::App& tool, Options& options) {
 int main(int count, char** values) {
     Velmor::LoggerUnit::setDebugLevel(0);
     CLI::App tool("Commands to the running collector, and reading of its data files.", "runtallyctl");
+    tool.footer(
+        "Exit status: 0 done; 1 no collector listens, or the tool itself failed; 2 a file or a record can't be\n"
+        "read; 3 no reply within the time limit; above 100 a mistake in the command line.");
     tool.set_version_flag("--version", std::string("runtallyctl ") + VELMOR_VERSION);
     tool.require_subcommand(1);
     Options options;

@@ -1,0 +1,150 @@
+#include "shared/library/common/ConfReader.h"
+#include "shared/library/logger/LoggerCentre.h"
+#include "support/ScriptedPlatform.h"
+#include "support/TempDirectory.h"
+
+#include "shared/library/logger/LoggerUnit.h"
+
+#include <gtest/gtest.h>
+
+namespace Velmor {
+
+namespace {
+class ConfTest : public ::testing::Test {
+protected:
+    ConfTest() { LoggerUnit::setDebugLevel(0); }
+
+    ConfReader& read(const std::string& text) {
+        reader.buildDOMTree(directory.write("x.conf", text));
+        return reader;
+    }
+    std::string value(const std::string& key) {
+        std::string text = "<none>";
+        reader.getString(key, text, false, false);
+        return text;
+    }
+
+    TempDirectory directory;
+    ConfReader reader{SmartPointer<LoggerCentre>()};
+};
+} // namespace
+
+TEST_F(ConfTest, EntriesNestAndSpread) {
+    read("a () = \"\" { b (String) = x { c(String)='y \" z'{} }\n"
+         "  d\n(String)\r\n=\n\"e # // f\"\n{\n}\n}\n"
+         "a (String) = second { } # unreachable below\n"
+         "/* between */ g (String) = h/i#j { } // end\n"
+         "k (String) = a//b\n{ }\n"
+         "m (String) = = { } n (String) = \"C:\\\\x\\ty\" { }\n");
+    EXPECT_EQ(value("a.b"), "x");
+    EXPECT_EQ(value("a.b.c"), "y \" z");
+    EXPECT_EQ(value("a.d"), "e # // f");
+    EXPECT_EQ(value("a"), "<none>") << "the second of one name is never tried";
+    EXPECT_EQ(value("g"), "h/i#j");
+    EXPECT_EQ(value("k"), "a");
+    EXPECT_EQ(value("m"), "=");
+    EXPECT_EQ(value("n"), "C:\\x\\y") << "each backslash takes the next character along";
+    EXPECT_EQ(reader.getLastError(), "");
+}
+
+TEST_F(ConfTest, MistakesNameTheirLineAndKeepWhatStandsBefore) {
+    struct Case {
+        const char* text;
+        int line; // 0: no mistake
+    };
+    for (const auto& [text, line] : {
+             Case{"ok (String) = 1 { }\na (String) b { }", 2},
+             Case{"ok (String) = 1 { }\n\na String", 3},
+             Case{"ok (String) = 1 { } a (String = b { }", 1},
+             Case{"ok (String) = 1 { }\na (String) = { }", 2},
+             Case{"ok (String) = 1 { }\na (String) = b c { }", 2},
+             Case{"ok (String) = 1 { }\na (String) = b", 0},
+             Case{"ok (String) = 1 { } } rubbish ((((", 0},
+             Case{"ok (String) = 1 { }\n\"unclosed", 0},
+         }) {
+        read(text);
+        EXPECT_EQ(value("ok"), "1") << text;
+        const std::string& error = reader.getLastError();
+        if (line == 0)
+            EXPECT_EQ(error, "") << text;
+        else
+            EXPECT_NE(error.find("line " + std::to_string(line) + ";"), std::string::npos) << text << ": " << error;
+    }
+    read("a (String) = b {");
+    EXPECT_EQ(value("a"), "b") << "an entry cut off inside its block is kept";
+    reader.buildDOMTree(directory / "none.conf");
+    EXPECT_NE(reader.getLastError().find("none.conf"), std::string::npos);
+}
+
+TEST_F(ConfTest, DamagedFilesNeverCrashOrHang) {
+    std::string deep;
+    for (int i = 0; i < 100000; ++i)
+        deep += "a()=b{";
+    read(deep);
+    EXPECT_NE(reader.getLastError(), "");
+    read(std::string(1 << 20, '('));
+    read(std::string("\0\xff\"'{}()=\\", 10));
+    std::string many;
+    for (int i = 0; i < 20000; ++i)
+        many += "k" + std::to_string(i) + " (Integer) = " + std::to_string(i) + " {}\n";
+    read(many);
+    int32_t last = 0;
+    EXPECT_EQ(reader.getInteger("k19999", last), ConfReader::FOUND);
+    EXPECT_EQ(last, 19999);
+}
+
+TEST_F(ConfTest, EachTypeHasItsRules) {
+    read("t (Bool) = true {} f (Bool) = false {} bad (Bool) = True {} i (Integer) = 12x {} w (Integer) = x {}"
+         "s (String) = \"  AbC \" {} d (DirName) = \"C:/x//y\" {} e (DirName) = \"\" {} none () = x {}"
+         "n (FileName) = \" a/b \" {} slash (FileName) = 'a\\\\' {} star (FileName) = a* {}"
+         "span (TimeSpan) = PT1H30M {} badspan (TimeSpan) = 1H {} emptyspan (TimeSpan) = \"\" {}");
+    bool flag = false;
+    EXPECT_EQ(reader.getBool("t", flag), ConfReader::FOUND);
+    EXPECT_TRUE(flag);
+    EXPECT_EQ(reader.getBool("bad", flag), ConfReader::BAD_BOOL);
+    EXPECT_TRUE(flag) << "left alone";
+    EXPECT_EQ(reader.getBool("gone", flag), ConfReader::NOT_FOUND);
+    EXPECT_EQ(reader.getBool("", flag), ConfReader::NOT_FOUND);
+    EXPECT_EQ(reader.getBool("i", flag), ConfReader::OTHER_TYPE);
+    EXPECT_EQ(reader.getBool("none", flag), ConfReader::NO_TYPE);
+    int32_t number = 0;
+    EXPECT_EQ(reader.getInteger("i", number), ConfReader::FOUND);
+    EXPECT_EQ(number, 12);
+    EXPECT_EQ(reader.getInteger("w", number), ConfReader::FOUND);
+    EXPECT_EQ(number, 0);
+    std::string text;
+    EXPECT_EQ(reader.getString("s", text, true, true), ConfReader::FOUND);
+    EXPECT_EQ(text, "abc");
+    EXPECT_EQ(reader.getDirName("d", text), ConfReader::FOUND);
+    EXPECT_EQ(text, "C:\\x\\y\\");
+    EXPECT_EQ(reader.getDirName("e", text), ConfReader::FOUND);
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(reader.getFileName("n", text), ConfReader::FOUND);
+    EXPECT_EQ(text, "a\\b");
+    EXPECT_EQ(reader.getFileName("slash", text), ConfReader::BAD_TEXT);
+    EXPECT_EQ(reader.getFileName("star", text), ConfReader::BAD_TEXT);
+    TimeSpanParts parts;
+    EXPECT_EQ(reader.getTimeSpan("span", parts), ConfReader::FOUND);
+    EXPECT_EQ(TimeSpan(parts).getSeconds(), 5400);
+    EXPECT_EQ(reader.getTimeSpan("badspan", parts), ConfReader::BAD_TEXT);
+    EXPECT_EQ(reader.getTimeSpan("emptyspan", parts), ConfReader::FOUND);
+    EXPECT_EQ(TimeSpan(parts).getSeconds(), 0);
+}
+
+TEST_F(ConfTest, ReferencesAreResolvedInTurn) {
+    read("a (DirName) = /x {} b (String) = '${a}y' {} c (String) = '${b}${b}' {} d (String) = '${gone}' {}"
+         "e (String) = '${b' {} f (String) = '${f}' {} g () = x {} h (String) = '${g}' {} i (String) = '${j}' {}"
+         "j (String) = '${i}' {}");
+    EXPECT_EQ(value("b"), "/x\\y") << "a directory brings its separator";
+    EXPECT_EQ(value("c"), "/x\\y/x\\y");
+    std::string text;
+    const std::pair<const char*, int32_t> cases[] = {{"d", ConfReader::NOT_FOUND},
+                                                     {"e", ConfReader::BAD_REFERENCE},
+                                                     {"f", ConfReader::BAD_REFERENCE},
+                                                     {"h", ConfReader::NO_TYPE},
+                                                     {"i", ConfReader::BAD_REFERENCE}};
+    for (const auto& [key, code] : cases)
+        EXPECT_EQ(reader.getString(key, text, false, false), code) << key;
+}
+
+} // namespace Velmor

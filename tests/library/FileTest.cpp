@@ -1,0 +1,371 @@
+#include "platform/linux/SystemCalls.h"
+#include "shared/library/common/BasicFile.h"
+#include "shared/library/common/FileException.h"
+#include "shared/library/common/FileFactory.h"
+#include "shared/library/common/FileGZ.h"
+#include "shared/library/common/FileOps.h"
+#include "shared/library/common/FilePlain.h"
+#include "shared/library/common/FileUtils.h"
+#include "shared/library/common/TimeException.h"
+#include "support/ScriptedPlatform.h"
+#include "support/TempDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+namespace Velmor {
+
+namespace {
+constexpr uint16_t safeWrite = FileBase::ACCESS_WRITE | FileBase::ACCESS_TRUNCATE | FileBase::ACCESS_CREATE;
+
+template <typename Operation>
+int32_t codeOf(Operation&& operation) {
+    try {
+        operation();
+    } catch (const FileException& failure) {
+        return failure.getCode();
+    }
+    return FL_NONE;
+}
+
+class FileTest : public ::testing::Test {
+protected:
+    ScriptedPlatform os;
+    TempDirectory directory;
+};
+
+class GzipTest : public FileTest {
+protected:
+    std::string path = directory / "x.gz";
+
+    void put(const std::string& text, uint16_t access) {
+        FileGZ file(path);
+        file.open(access);
+        file.write(text);
+        file.close();
+    }
+    std::string content() {
+        FileGZ file(path);
+        file.open(FileBase::ACCESS_READ);
+        std::string text;
+        char block[777];
+        while (!file.eof()) {
+            try {
+                text.append(block, file.read(block, sizeof(block)));
+            } catch (const FileException& failure) {
+                EXPECT_EQ(failure.getCode(), FL_EOF);
+                break;
+            }
+        }
+        return text;
+    }
+};
+} // namespace
+
+TEST_F(FileTest, BasicFileReadsLinesAndBlocks) {
+    const std::string path = directory.write("a", "one\r\ntw\ro\n\n" + std::string(3000, 'x') + "\nlast");
+    BasicFile file;
+    EXPECT_FALSE(file.open(path, 7));
+    EXPECT_EQ(file.getError(), BasicFile::ERROR_BAD_MODE);
+    EXPECT_TRUE(file.open(path, BasicFile::MODE_READ));
+    EXPECT_FALSE(file.open(path, BasicFile::MODE_READ));
+    EXPECT_EQ(file.getError(), BasicFile::ERROR_ALREADY_OPEN);
+    EXPECT_EQ(file.readLine(), "one");
+    EXPECT_EQ(file.readLine(), "two");
+    EXPECT_EQ(file.readLine(), "");
+    EXPECT_EQ(file.getError(), BasicFile::ERROR_NONE);
+    EXPECT_EQ(file.readLine().size(), 3000U);
+    EXPECT_FALSE(file.eof(BasicFile::LAST_USED));
+    EXPECT_EQ(file.readLine(), "last");
+    EXPECT_TRUE(file.eof(BasicFile::LAST_USED));
+    file.readLine();
+    EXPECT_EQ(file.getError(), BasicFile::ERROR_AT_END);
+    EXPECT_FALSE(file.write("x"));
+    EXPECT_EQ(file.getError(), BasicFile::ERROR_NOT_FOR_WRITING);
+    EXPECT_TRUE(file.seek(-4, BasicFile::FROM_END, BasicFile::READING));
+    std::string text;
+    EXPECT_TRUE(file.read(text, 100));
+    EXPECT_EQ(text, "last");
+    EXPECT_FALSE(file.seek(-1, BasicFile::FROM_BEGIN, BasicFile::READING));
+    EXPECT_EQ(file.getError(), BasicFile::ERROR_SEEK);
+    EXPECT_FALSE(file.seek(0, 3, BasicFile::READING));
+    EXPECT_EQ(file.getError(), BasicFile::ERROR_BAD_ORIGIN);
+    file.close();
+    EXPECT_FALSE(file.flush());
+    EXPECT_EQ(file.getError(), BasicFile::ERROR_NOT_OPEN);
+}
+
+TEST_F(FileTest, BasicFileModesKeepOrEmptyTheContent) {
+    struct Case {
+        int32_t mode;
+        const char* before; // null: absent
+        bool opens;
+        const char* after;
+    };
+    int number = 0;
+    for (const auto& [mode, before, opens, after] : {
+             Case{BasicFile::MODE_WRITE, "old", true, "new"},
+             Case{BasicFile::MODE_APPEND, "old", true, "oldnew"},
+             Case{BasicFile::MODE_APPEND, nullptr, true, "new"},
+             Case{BasicFile::MODE_READ_WRITE, "older", true, "newer"},
+             Case{BasicFile::MODE_READ_WRITE, nullptr, false, ""},
+             Case{BasicFile::MODE_READ_WRITE_EMPTIED, "old", true, "new"},
+             Case{BasicFile::MODE_READ_APPEND, "old", true, "oldnew"},
+             Case{BasicFile::MODE_READ, nullptr, false, ""},
+         }) {
+        const std::string path = directory / ("m" + std::to_string(++number));
+        if (before)
+            directory.write("m" + std::to_string(number), before);
+        BasicFile file;
+        EXPECT_EQ(file.open(path, mode), opens) << number;
+        if (opens) {
+            EXPECT_TRUE(file.write("new"));
+        }
+        file.close();
+        EXPECT_EQ(readFile(path), after) << number;
+    }
+}
+
+TEST_F(FileTest, AFailedWriteLeavesNoHalfText) {
+    const std::string path = directory / "f";
+    BasicFile file;
+    ASSERT_TRUE(file.open(path, BasicFile::MODE_WRITE));
+    ASSERT_TRUE(file.write("whole\n"));
+    const SystemCalls saved = systemCalls();
+    static int calls;
+    calls = 0;
+    systemCalls().write = [](int descriptor, const void* data, size_t) -> ssize_t {
+        if (++calls == 1)
+            return ::write(descriptor, data, 3); // a short one, and then the disk is full
+        errno = ENOSPC;
+        return -1;
+    };
+    EXPECT_FALSE(file.write("torn record"));
+    EXPECT_EQ(file.getError(), BasicFile::ERROR_WRITE);
+    systemCalls() = saved;
+    EXPECT_EQ(readFile(path), "whole\n");
+    EXPECT_TRUE(file.write("next\n"));
+    EXPECT_EQ(readFile(path), "whole\nnext\n");
+}
+
+TEST_F(FileTest, ASafeWriteShowsOnlyWhenItIsClosed) {
+    const std::string path = directory.write("f", "old");
+    FilePlain file(path);
+    file.open(safeWrite);
+    EXPECT_EQ(codeOf([&] { file.open(safeWrite); }), FL_IS_OPEN);
+    file.write("new", 3);
+    EXPECT_EQ(readFile(path), "old") << "and the lock's holding leaves it alone";
+    EXPECT_EQ(directory.names(), "f f.lock f.tmp");
+    os.clock.advance(1); // writers of one second can't be told apart
+    EXPECT_EQ(codeOf([&] { FilePlain(path).open(safeWrite); }), FL_IS_LOCKED);
+    file.close();
+    file.close();
+    EXPECT_EQ(readFile(path), "new");
+    EXPECT_EQ(directory.names(), "f");
+}
+
+TEST_F(FileTest, AnAbortedWriteLeavesWhatWasThere) {
+    FilePlain fresh(directory / "fresh");
+    fresh.open(safeWrite);
+    fresh.write("x", 1);
+    fresh.abort();
+    EXPECT_EQ(directory.names(), "");
+    directory.write("kept", "old");
+    FilePlain kept(directory / "kept");
+    kept.open(safeWrite);
+    kept.write("x", 1);
+    kept.abort();
+    EXPECT_EQ(readFile(directory / "kept"), "old");
+    EXPECT_EQ(directory.names(), "kept");
+}
+
+TEST_F(FileTest, AccessFlagsThatMakeNoSenseAreRefused) {
+    const std::string path = directory.write("f", "x");
+    for (const uint16_t access : {0x00, 0x08, 0x11, 0x05, 0x09, 0x16, 0x40})
+        EXPECT_EQ(codeOf([&] { FilePlain(path).open(access); }), FL_ACCESS_COMB) << access;
+    EXPECT_EQ(codeOf([&] { FilePlain(directory / "none").open(FileBase::ACCESS_READ); }), FL_EXISTS_NOT);
+    EXPECT_EQ(codeOf([&] { FilePlain(directory / "no/dir").open(safeWrite); }), FL_CANNOT_LOCK);
+    FilePlain reader(path);
+    std::string line;
+    EXPECT_EQ(codeOf([&] { reader.readLine(line); }), FL_IS_CLOSED);
+    reader.open(FileBase::ACCESS_READ);
+    EXPECT_EQ(codeOf([&] { reader.write("x", 1); }), FL_CANNOT_WRITE);
+    reader.readLine(line);
+    EXPECT_TRUE(reader.eof());
+    EXPECT_EQ(codeOf([&] { reader.readLine(line); }), FL_EOF);
+}
+
+TEST_F(FileTest, ALockRunsOutByItself) {
+    const std::string path = directory.write("f", "x");
+    const auto lockOf = [&](int32_t from, int32_t to) {
+        directory.write("f.lock", DateTime(from).toString(true, true) + "\n" + DateTime(to).toString(true, true) +
+                                      "\n000000Zsomebody..\noriginal\n");
+    };
+    const int32_t now = os.clock.now();
+    lockOf(now, now + 30);
+    EXPECT_FALSE(LockFile(path).release());
+    EXPECT_EQ(codeOf([&] { FilePlain(path).open(safeWrite); }), FL_IS_LOCKED);
+    os.clock.advance(30);
+    LockFile lock(path);
+    EXPECT_TRUE(lock.isLocked());
+    EXPECT_TRUE(lock.release());
+    EXPECT_EQ(directory.names(), "f");
+    directory.write("f.lock", "rubbish\n");
+    EXPECT_THROW(LockFile{path}, TimeException);
+}
+
+TEST_F(FileTest, ALockFileSaysWhoHoldsItAndUntilWhen) {
+    const std::string path = directory / "f";
+    LockFile lock(path);
+    EXPECT_FALSE(lock.fileExisted());
+    EXPECT_TRUE(lock.lock(TimeSpan(30), true));
+    EXPECT_FALSE(lock.lock(TimeSpan(30), true)) << "held already";
+    EXPECT_EQ(directory.names(), "f f.lock");
+    const std::string text = readFile(directory / "f.lock");
+    EXPECT_EQ(text.substr(0, 34), "20010909T014640Z\n20010909T014710Z\n");
+    EXPECT_EQ(text.substr(34, 7), "014640Z");
+    EXPECT_EQ(text.substr(51), "\noriginal\n");
+    LockFile sameSecond(path);
+    EXPECT_TRUE(sameSecond.release()) << "objects of one second share an identity";
+    EXPECT_TRUE(lock.release());
+}
+
+TEST_F(FileTest, ARenameThatFailsTenTimesKeepsTheData) {
+    const std::string path = directory / "f";
+    FilePlain file(path);
+    file.open(safeWrite);
+    file.write("data", 4);
+    const SystemCalls saved = systemCalls();
+    static int calls;
+    calls = 0;
+    systemCalls().rename = [](const char*, const char*) {
+        ++calls;
+        errno = EIO;
+        return -1;
+    };
+    const int32_t before = os.clock.now();
+    EXPECT_EQ(codeOf([&] { file.close(); }), FL_RENAME);
+    systemCalls() = saved;
+    EXPECT_EQ(calls, 10);
+    EXPECT_GE(os.clock.now() - before, 20);
+    EXPECT_EQ(readFile(path + ".tmp"), "data");
+    EXPECT_FALSE(file.isOpen());
+}
+
+TEST_F(GzipTest, OldContentComesThroughAnAppend) {
+    for (const size_t size : {0, 1, 1023, 1024, 1025, 4096, 10000}) {
+        FileOps::deleteFile(path);
+        put(std::string(size, 'a'), safeWrite);
+        put("tail", FileBase::ACCESS_WRITE | FileBase::ACCESS_APPEND);
+        EXPECT_EQ(content(), std::string(size, 'a') + "tail") << size;
+        EXPECT_EQ(directory.names(), "x.gz");
+    }
+}
+
+TEST_F(GzipTest, LimitsAreTold) {
+    put("one\ntwo", FileBase::ACCESS_WRITE | FileBase::ACCESS_UNSAFE);
+    FileGZ file(path);
+    EXPECT_EQ(codeOf([&] { file.open(FileBase::ACCESS_READ | FileBase::ACCESS_WRITE); }), FL_ACCESS_COMB);
+    EXPECT_EQ(codeOf([&] { file.open(FileBase::ACCESS_CREATE); }), FL_ACCESS_COMB);
+    EXPECT_EQ(codeOf([&] { FileGZ(directory / "none.gz").open(FileBase::ACCESS_READ); }), FL_EXISTS_NOT);
+    file.open(FileBase::ACCESS_READ);
+    EXPECT_EQ(codeOf([&] { file.seek(0, FileBase::OFFSET_END); }), FL_ERROR);
+    std::string line;
+    file.readLine(line);
+    EXPECT_EQ(line, "one");
+    EXPECT_EQ(file.tell(), 4);
+    EXPECT_EQ(file.seek(5, FileBase::OFFSET_BEGIN), 5);
+    file.readLine(line);
+    EXPECT_EQ(line, "wo");
+    file.close();
+    file.open(FileBase::ACCESS_WRITE | FileBase::ACCESS_UNSAFE);
+    file.write("abc");
+    EXPECT_EQ(file.seek(10, FileBase::OFFSET_BEGIN), 10);
+    EXPECT_EQ(codeOf([&] { file.seek(2, FileBase::OFFSET_BEGIN); }), FL_ERROR);
+    EXPECT_EQ(codeOf([&] { file.seek(-1, FileBase::OFFSET_CURRENT); }), FL_ERROR);
+    file.close();
+}
+
+TEST_F(FileTest, TheFactoryGoesByTheExactExtension) {
+    EXPECT_TRUE(dynamic_cast<FileGZ*>(FileFactory::create("a.tar.gz").get()));
+    EXPECT_TRUE(dynamic_cast<FilePlain*>(FileFactory::create("a.GZ").get()));
+    EXPECT_TRUE(dynamic_cast<FilePlain*>(FileFactory::create("gz").get()));
+}
+
+TEST_F(FileTest, PathTextsAreTakenApart) {
+    EXPECT_EQ(FileUtils::getExtension("a.b\\c"), "b\\c");
+    EXPECT_EQ(FileUtils::getExtension("x.tar.gz"), "gz");
+    EXPECT_EQ(FileUtils::getExtension("none"), "");
+    EXPECT_EQ(FileUtils::getDirectory("/a\\b/c"), "/a\\b/");
+    EXPECT_EQ(FileUtils::getBaseName("c"), "c");
+    struct Case {
+        const char* given;
+        const char* normal;
+    };
+    for (auto [given, normal] : {Case{"C:/x//y", "C:\\x\\y"}, Case{"//server\\\\x", "/\\server\\x"},
+                                 Case{"\\\\server", "\\\\server"}, Case{"/", "/"}, Case{"/etc/", "/etc\\"}}) {
+        std::string text = given;
+        FileUtils::normalisePath(text);
+        EXPECT_EQ(text, normal);
+    }
+    for (auto [given, stripped] : {Case{"c:\\", "c:"}, Case{"\\", "\\"}, Case{"a//", "a"}}) {
+        std::string text = given;
+        FileUtils::stripSeparators(text);
+        EXPECT_EQ(text, stripped);
+    }
+    EXPECT_TRUE(FileUtils::isValidFileName("") && !FileUtils::isValidFileName("a*") &&
+                !FileUtils::isValidFileName("a/") && !FileUtils::isValidFileName("a?b"));
+}
+
+TEST_F(FileTest, FileOperationsAnswerAndNeverThrow) {
+    const std::string a = directory.write("a", "A");
+    const std::string b = directory.write("b", "B");
+    EXPECT_FALSE(FileOps::copy(a, b, false));
+    EXPECT_FALSE(FileOps::move(a, b, false));
+    EXPECT_TRUE(FileOps::move(a, b, true));
+    EXPECT_EQ(readFile(b), "A");
+    EXPECT_FALSE(FileOps::move(a, b, true));
+    EXPECT_EQ(FileOps::getLastError(), NativeError::fileNotFound);
+    chmod(b.c_str(), 0444);
+    EXPECT_FALSE(FileUtils::remove(b, false)) << "read-only";
+    EXPECT_TRUE(FileUtils::remove(b, true));
+    EXPECT_FALSE(FileUtils::remove(b, true));
+    EXPECT_TRUE(FileUtils::makeDirectories(directory / "p/q/file.txt"));
+    EXPECT_TRUE(FileOps::exists(directory / "p\\q"));
+    EXPECT_FALSE(FileOps::exists(directory / "p/q/file.txt"));
+    EXPECT_FALSE(FileUtils::makeDirectories("bare"));
+    EXPECT_TRUE(FileUtils::makeDirectories(""));
+    EXPECT_EQ(FileUtils::getFileSize(directory / "none"), 0U);
+    EXPECT_TRUE(FileOps::scanDirectory(directory / "none", "*").empty());
+    EXPECT_EQ(FileOps::scanDirectory(directory.path(), "*").size(), 3U) << ". and .. and p";
+    EXPECT_FALSE(FileOps::exists(""));
+}
+
+TEST_F(FileTest, SpecialComponentsOfPathsAreExpanded) {
+    os.fileSystem.variables["ProgramFiles"] = "c:\\program files";
+    const std::pair<const char*, const char*> cases[] = {{"/c:", "c:"},
+                                                         {"\\c:", "c:"},
+                                                         {"\\??", ""},
+                                                         {"/systemroot", "c:\\windows"},
+                                                         {"%ProgramFiles%", "c:\\program files"}};
+    for (const auto& [component, expansion] : cases) {
+        std::string text = "old";
+        EXPECT_TRUE(FileOps::expandSpecialPrefix(component, text)) << component;
+        EXPECT_EQ(text, expansion);
+    }
+    std::string text;
+    for (const char* component : {"%gone%", "%", "", "/C:", "\\SystemRoot"})
+        EXPECT_FALSE(FileOps::expandSpecialPrefix(component, text)) << component;
+}
+
+TEST_F(FileTest, LongNamesComeFromTheFileSystem) {
+    os.fileSystem.devices["c:"] = "\\Device\\HarddiskVolume1";
+    os.fileSystem.paperFiles = {{"c:\\progra~1", "Program Files"}, {"c:\\Program Files\\cad", "CAD"}};
+    EXPECT_EQ(FileOps::getLongPath("c:\\progra~1/cad\\x1\\y"), "c:\\Program Files\\CAD\\x1\\y\\");
+    EXPECT_EQ(FileOps::getLongPath(""), "");
+    EXPECT_TRUE(FileOps::exists("c:"));
+    EXPECT_FALSE(FileOps::exists("q:"));
+}
+
+} // namespace Velmor

@@ -1,0 +1,367 @@
+#include "shared/library/logger/Logger.h"
+#include "shared/library/common/IPCClient.h"
+#include "shared/library/common/SystemInfo.h"
+#include "shared/library/common/win32/MailSlot.h"
+#include "shared/library/logger/LogCommons.h"
+#include "shared/library/logger/LogFileSettings.h"
+#include "shared/library/logger/LogMessengerIPC.h"
+#include "shared/library/logger/LoggerAgentFile.h"
+#include "shared/library/logger/LoggerContext.h"
+#include "support/ScriptedPlatform.h"
+#include "support/TempDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <thread>
+
+namespace Velmor {
+
+namespace {
+std::string formatted(std::string format, const ParamStream& parameters) {
+    LogCommons::formatMessage(format, parameters.getText());
+    return format;
+}
+
+class LogFileTest : public ::testing::Test {
+protected:
+    LogFileTest() {
+        setenv("VELMOR_RUNTIME_DIR", directory.path().c_str(), 1);
+        std::filesystem::create_directory(directory / "log");
+        LogFileSettings& settings = logFileSettings();
+        settings.programName = "Test";
+        settings.rotationScheme = 0;
+        settings.rotationPeriod = 0;
+        settings.sizeLimit = 10;
+        settings.rotateAtStart = true;
+        settings.lastPeriod = 0;
+        settings.lastSizeLimit = 0;
+        os.clock.set(1211180123); // 2008-05-19T06:55:23Z
+        LoggerUnit::setDebugLevel(5);
+        LoggerUnit::setSeverityLevel(0);
+        LoggerUnit::setShowThreadId(false);
+    }
+    ~LogFileTest() override {
+        unsetenv("VELMOR_RUNTIME_DIR");
+        LoggerUnit::setDebugLevel(0);
+    }
+    std::string logs() { return TempDirectory::namesOf(directory / "log"); }
+
+    ScriptedPlatform os;
+    TempDirectory directory;
+    std::string path = directory / "log/x.log";
+};
+} // namespace
+
+TEST(LogCommonsTest, NamesAndNumbersMeet) {
+    const std::pair<const char*, int32_t> severities[] = {{"NOTICE", 0},  {"FATAL", 4}, {"NONE", 5},
+                                                          {"NOTHING", 5}, {"none", 6},  {"", 6}};
+    for (const auto& [name, number] : severities)
+        EXPECT_EQ(LogCommons::severityFromName(name), number) << name;
+    EXPECT_EQ(LogCommons::severityName(5), "");
+    const std::pair<const char*, int32_t> modules[] = {{"RUNTALLY", 8}, {"log", 2},  {"Logger", 2},
+                                                       {"agent", 21},   {"core", 0}, {"x", 51}};
+    for (const auto& [name, number] : modules)
+        EXPECT_EQ(LogCommons::moduleFromName(name), number) << name;
+    EXPECT_EQ(LogCommons::moduleName(50), "<<Unknown>>");
+    EXPECT_EQ(LogCommons::programFromName("runTally"), 2);
+    EXPECT_EQ(LogCommons::programFromName("other"), 0);
+}
+
+TEST(LogCommonsTest, MessagesTakeTheirParameters) {
+    EXPECT_EQ(formatted("%s has %i of 100%%", ParamStream() << "a" << 7), "a has 7 of 100%");
+    EXPECT_EQ(formatted("%i %s", ParamStream() << "a" << 7), "\\a\\ \\7\\");
+    EXPECT_EQ(formatted("%u %d", ParamStream() << 1 << 2), "\\1\\ \\2\\");
+    EXPECT_EQ(formatted("%s and %s.", ParamStream() << "one"), "one and <?}.");
+    EXPECT_EQ(formatted("end %", ParamStream() << "x"), "end <?}");
+    EXPECT_EQ(formatted("plain", ParamStream() << "dropped"), "plain");
+    EXPECT_EQ(formatted("[%s]", ParamStream() << ""), "[]");
+}
+
+TEST(LogCommonsTest, EncodedMessagesComeBack) {
+    LogMessage message;
+    message.isLog = true;
+    message.program = 2;
+    message.module = 8;
+    message.time = DateTime(1000);
+    message.severity = 3;
+    message.messageId = 13;
+    message.text = (ParamStream() << "x" << 5).getText();
+    std::string text;
+    LogCommons::encodeMessage(message, text);
+    EXPECT_EQ(text, "Velmor\x1cLOG\x1c"
+                    "2\x1c"
+                    "8\x1c"
+                    "1000\x1c"
+                    "3\x1csx\x1an5\x1a\x1c"
+                    "13\x1c");
+    EXPECT_FALSE(LogCommons::isDebugMessage(text));
+    LogMessage back;
+    ASSERT_TRUE(LogCommons::decodeMessage(text, back));
+    EXPECT_TRUE(back.isLog && back.messageId == 13 && back.severity == 3 && back.text == message.text);
+    EXPECT_TRUE(LogCommons::isDebugMessage("Velmor\x1c"
+                                           "DEBUG"));
+    EXPECT_FALSE(LogCommons::isDebugMessage("Velmor\x1c"
+                                            "DEBU"));
+    for (const char* foreign : {"", "Velmor", "velmor\x1cLOG\x1c", "Velmor\x1cTRACE\x1c"})
+        EXPECT_FALSE(LogCommons::decodeMessage(foreign, back)) << foreign;
+}
+
+TEST(LogCommonsTest, LinesHaveTheirColumns) {
+    ScriptedPlatform os;
+    os.clock.zoneMinutes = 120;
+    LogMessage message;
+    message.time = DateTime(1211180123);
+    message.program = 2;
+    message.module = 8;
+    message.level = 5;
+    message.text = "text";
+    EXPECT_EQ(LogCommons::formatLine(message, false), "debug-5  2008-05-19T08:55:23 (2.08)    text");
+    message.isLog = true;
+    message.severity = 1;
+    message.messageId = 3;
+    EXPECT_EQ(LogCommons::formatLine(message, true), "WARNING  2008-05-19T08:55:23 (2.08.03) text");
+    message.severity = 3;
+    message.module = 21;
+    message.text = (ParamStream() << "ab" << 7).getText();
+    EXPECT_EQ(LogCommons::formatLine(message, false),
+              "CRITICAL 2008-05-19T08:55:23 (2.21.03) (Message not found.) Parameters: ab  7  ");
+    message.text.clear();
+    EXPECT_EQ(LogCommons::formatLine(message, false), "CRITICAL 2008-05-19T08:55:23 (2.21.03) (Message not found.)");
+}
+
+TEST(LogCommonsTest, CataloguesAreReadByModule) {
+    const TempDirectory directory;
+    directory.write("LogMessages/runtally.mess", "// comment\n\n 7 :  seven: %s \n7: again\nno colon\n8:\n");
+    directory.write("LogMessages/time.mess", "1: not wanted\n");
+    directory.write("LogMessages/unknown.mess", "1: not known\n");
+    LogCommons catalogue;
+    const LoadResult result = catalogue.loadMessages(directory.path(), "runtally,configuration,agent");
+    EXPECT_TRUE(result.ok);
+    EXPECT_EQ(result.loaded, (std::vector<std::string>{"runtally"}));
+    EXPECT_EQ(result.counts, (std::vector<int32_t>{4}));
+    EXPECT_EQ(result.rejected.size(), 2U);
+    std::string text;
+    EXPECT_TRUE(catalogue.findMessage(8, 7, text));
+    EXPECT_EQ(text, "seven: %s") << "the first of a number stays";
+    EXPECT_TRUE(catalogue.findMessage(8, 0, text));
+    EXPECT_FALSE(catalogue.findMessage(4, 1, text));
+    EXPECT_EQ(catalogue.loadMessages(directory.path(), "all").loaded.size(), 2U);
+}
+
+TEST_F(LogFileTest, LinesEndAndTheFileIsOpenedWithANote) {
+    LoggerAgentFile agent;
+    EXPECT_TRUE(agent.setFile(path));
+    EXPECT_TRUE(agent.write("one"));
+    EXPECT_TRUE(agent.write("two"));
+    const std::string text = readFile(path);
+    EXPECT_EQ(text,
+              "\r\nOpened log file \"x.log\". Time: " + DateTime().toString(false, false) + "\r\n\r\none\r\ntwo\r\n");
+    EXPECT_EQ(agent.describe(), "file:///" + path);
+    EXPECT_EQ(os.registry.values["TestLogOpened"].second, "20080519T065523Z");
+    EXPECT_TRUE(agent.setFile(directory / "log/y.log"));
+    EXPECT_NE(readFile(path).find("Reason: Log file moved to \"" + (directory / "log/y.log") + "\".."),
+              std::string::npos);
+    EXPECT_NE(readFile(directory / "log/y.log").find("Log continued from \"" + path + "\"."), std::string::npos);
+}
+
+TEST_F(LogFileTest, RotationGoesByItsScheme) {
+    struct Case {
+        uint32_t scheme;
+        int32_t period;
+        uint32_t limit; // megabytes
+        bool bigFile;
+        int32_t pause; // seconds before the line that may rotate
+        bool rotates;
+    };
+    using A = LoggerAgentFile;
+    int number = 0;
+    for (const auto& [scheme, period, limit, bigFile, pause, rotates] : {
+             Case{0, 10, 0, true, 100, false},
+             Case{A::schemeSize, 0, 1, true, 0, true},
+             Case{A::schemeSize, 0, 1, false, 0, false},
+             Case{A::schemeSize, 0, 0, false, 0, true},
+             Case{A::schemeTime, 60, 10, false, 100, true},
+             Case{A::schemeTime, 60, 10, false, 1, false},
+             Case{A::schemeTime, 0, 0, true, 100, false},
+             Case{A::schemeTime | A::schemeSize, 60, 1, false, 100, false},
+             Case{A::schemeTime | A::schemeSize, 60, 1, true, 1, true},
+         }) {
+        ++number;
+        os.registry.values.clear();
+        LogFileSettings& settings = logFileSettings();
+        settings.rotationScheme = scheme;
+        settings.rotationPeriod = period;
+        settings.sizeLimit = limit;
+        const std::string file = directory / ("log/r" + std::to_string(number) + "/x.log");
+        std::filesystem::create_directories(std::filesystem::path(file).parent_path());
+        LoggerAgentFile agent;
+        agent.setFile(file);
+        agent.write("first");
+        if (bigFile)
+            agent.write(std::string(1 << 20, 'x'));
+        os.clock.advance(pause);
+        const auto before = os.registry.values["TestLogCounter"].second;
+        agent.write("second");
+        EXPECT_EQ(os.registry.values["TestLogCounter"].second != before, rotates) << "case " << number;
+        EXPECT_NE(readFile(file).find("second"), std::string::npos);
+    }
+}
+
+TEST_F(LogFileTest, ARotatedLogIsNamedAfterItsOpeningAndCounted) {
+    os.registry.set("TestLogCounter", "7");
+    LoggerAgentFile agent;
+    agent.setFile(path);
+    agent.write("first");
+    logFileSettings().rotationScheme = LoggerAgentFile::schemeSize;
+    logFileSettings().sizeLimit = 0;
+    agent.write("second");
+    EXPECT_EQ(os.registry.values["TestLogCounter"].second, "8");
+    EXPECT_EQ(logs(), "x.log x_20080519T065523_7.log");
+    const std::string old = readFile(directory / "log/x_20080519T065523_7.log");
+    for (const char* part : {"\nRotate condition: Size0 >= 0", "\nRotation process started...",
+                             "Reason: Rotating log file.", "Renaming file from"})
+        EXPECT_NE(old.find(part), std::string::npos) << part;
+    EXPECT_NE(readFile(path).find("Log continued from \"x_20080519T065523_7.log\"."), std::string::npos);
+}
+
+TEST_F(LogFileTest, TheInitSchemeRotatesWhatAnEarlierRunLeft) {
+    logFileSettings().rotationScheme = LoggerAgentFile::schemeInit;
+    {
+        LoggerAgentFile agent;
+        agent.setFile(path);
+        agent.write("first run");
+        agent.write("and on");
+    }
+    EXPECT_EQ(logs(), "x.log") << "a fresh file is left alone";
+    logFileSettings().rotateAtStart = true;
+    LoggerAgentFile agent;
+    agent.setFile(path);
+    agent.write("second run");
+    agent.write("and on");
+    EXPECT_EQ(logs(), "x.log x_20080519T065523_0.log");
+}
+
+TEST_F(LogFileTest, ALockThatIsNotHadCostsTheLine) {
+    LoggerAgentFile agent;
+    agent.setFile(path);
+    agent.write("first");
+    Monopoly other("x.log");
+    ASSERT_TRUE(other.enforce());
+    EXPECT_FALSE(agent.write("lost"));
+    other.relax();
+    EXPECT_TRUE(agent.write("kept"));
+    EXPECT_EQ(readFile(path).find("lost"), std::string::npos);
+}
+
+TEST_F(LogFileTest, WritersOnManyThreadsLoseNoLine) {
+    SmartPointer<LogMessenger> messenger(new LogMessenger());
+    messenger->setFile(path);
+    SmartPointer<LoggerCentre> centre(new LoggerCentre(2, messenger));
+    Logger logger;
+    logger.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre, LogModule::runtally)));
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&logger, i] {
+            for (int k = 0; k < 100; ++k)
+                logger.debug(1, "line %i of %i", k, i);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    const std::string text = readFile(path);
+    for (int i = 0; i < 4; ++i)
+        for (int k = 0; k < 100; ++k)
+            EXPECT_NE(text.find("line " + std::to_string(k) + " of " + std::to_string(i) + "\r\n"), std::string::npos);
+}
+
+TEST_F(LogFileTest, LevelsAndSeveritiesAreThresholds) {
+    SmartPointer<LogMessenger> messenger(new LogMessenger());
+    messenger->setFile(path);
+    SmartPointer<LoggerCentre> centre(new LoggerCentre(2, messenger));
+    LoggerUnit unit(centre, LogModule::runtally);
+    LoggerUnit::setDebugLevel(3);
+    for (const int32_t ignored : {6, -1})
+        LoggerUnit::setDebugLevel(ignored);
+    EXPECT_TRUE(unit.debug(5, "not this"));
+    LoggerUnit::setShowThreadId(true);
+    EXPECT_TRUE(unit.debug(3, "but this"));
+    LoggerUnit::setSeverityLevel(Severity::fatal);
+    EXPECT_TRUE(unit.warning(1));
+    EXPECT_TRUE(unit.fatal(2, ParamStream() << "x"));
+    LoggerUnit::setSeverityLevel(Severity::nothing);
+    EXPECT_TRUE(unit.fatal(4));
+    const std::string text = readFile(path);
+    EXPECT_EQ(text.find("not this"), std::string::npos);
+    EXPECT_NE(text.find(": but this"), std::string::npos);
+    EXPECT_EQ(text.find("(2.08.01)"), std::string::npos);
+    EXPECT_NE(text.find("FATAL    2008-05-19T"), std::string::npos);
+    EXPECT_EQ(text.find("(2.08.04)"), std::string::npos);
+    LoggerUnit orphan(SmartPointer<LoggerCentre>(), LogModule::runtally);
+    LoggerUnit::setSeverityLevel(0);
+    EXPECT_FALSE(orphan.debug(1, "x"));
+    EXPECT_FALSE(orphan.fatal(1));
+}
+
+TEST_F(LogFileTest, ConfigurationMovesTheFileAndSetsLevels) {
+    os.registry.set("StartupLogDir", directory / "log//");
+    os.registry.setNumber("StartupDebugLevel", 2);
+    os.registry.set("LogFileRotationScheme", "time,none,size,rubbish");
+    LoggerContext context;
+    context.debugLogName = "x.log";
+    context.programId = LogProgram::runtally;
+    context.moduleId = LogModule::runtally;
+    ASSERT_TRUE(startLogging(context));
+    EXPECT_EQ(LoggerUnit::getDebugLevel(), 2);
+    EXPECT_EQ(LoggerAgentFile::getScheme(), LoggerAgentFile::schemeSize);
+    context.conf = SmartPointer<ConfReader>(new ConfReader(context.centre));
+    const std::string moved = directory / "moved/";
+    context.conf->buildDOMTree(directory.write(
+        "x.conf",
+        "Velmor () = '' { directories () = '' { log (DirName) = '" + moved +
+            "' {} } } log () = '' { rotation () = '' { scheme (String) = ' Time ' {} time (TimeSpan) = P1H {} }"
+            " global () = '' { debug-level (Integer) = 9 {} severity (String) = rubbish {} } }"));
+    ASSERT_TRUE(startLogging(context)) << "a second time it configures";
+    EXPECT_EQ(LoggerUnit::getDebugLevel(), 2) << "a level above 5 leaves it alone";
+    EXPECT_EQ(LoggerAgentFile::getScheme(), LoggerAgentFile::schemeTime);
+    EXPECT_EQ(logFileSettings().sizeLimit, 0U);
+    EXPECT_NE(readFile(moved + "x.log").find("Log continued from"), std::string::npos);
+}
+
+TEST_F(LogFileTest, NumberedMessagesAreForwardedAsTheyAre) {
+    MailSlot core(MailSlotMode::receiver, "Velmor_Core");
+    LogMessengerIPC messenger;
+    messenger.setFile(path);
+    LogMessage message;
+    message.isLog = true;
+    message.module = 8;
+    message.messageId = 4;
+    message.text = (ParamStream() << "process").getText();
+    std::string text;
+    LogCommons::encodeMessage(message, text);
+    EXPECT_TRUE(messenger.post(text));
+    message.isLog = false;
+    std::string debugText;
+    LogCommons::encodeMessage(message, debugText);
+    EXPECT_TRUE(messenger.post(debugText));
+    std::vector<std::string> received;
+    for (int i = 0; i < 500 && received.empty(); ++i) {
+        core.receive(received);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    ASSERT_EQ(received.size(), 1U);
+    EXPECT_EQ(received[0], "Velmor\x1bLOGMSG\x1b\x1b" + text + "\x1b");
+}
+
+TEST_F(LogFileTest, WithoutACoreServiceTheLineStays) {
+    LogMessengerIPC messenger;
+    messenger.setFile(path);
+    LogMessage message;
+    message.isLog = true;
+    std::string text;
+    LogCommons::encodeMessage(message, text);
+    EXPECT_FALSE(messenger.post(text));
+    EXPECT_FALSE(messenger.post("rubbish"));
+    EXPECT_NE(readFile(path).find("NOTICE"), std::string::npos);
+}
+
+} // namespace Velmor

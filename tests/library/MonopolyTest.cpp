@@ -1,0 +1,82 @@
+#include "shared/library/common/Monopoly.h"
+#include "support/ScriptedPlatform.h"
+#include "support/TempDirectory.h"
+
+#include "platform/Threads.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <thread>
+
+namespace Velmor {
+
+TEST(MonopolyTest, TheUnnamedFormIsRecursiveForItsOwner) {
+    Monopoly monopoly;
+    EXPECT_TRUE(monopoly.relax()) << "nothing held";
+    EXPECT_TRUE(monopoly.enforce());
+    EXPECT_TRUE(monopoly.enforce());
+    EXPECT_EQ(monopoly.getCount(), 2);
+    EXPECT_EQ(monopoly.getOwner(), platform().threads->currentId());
+    monopoly.relax();
+    EXPECT_TRUE(monopoly.isEnforced());
+    bool busy = true;
+    std::thread([&] { EXPECT_FALSE(monopoly.tryEnforce(busy)); }).join();
+    EXPECT_FALSE(busy);
+    monopoly.relax();
+    EXPECT_FALSE(monopoly.isEnforced());
+    EXPECT_EQ(monopoly.getOwner(), 0U);
+}
+
+TEST(MonopolyTest, AResetFreesTheSectionOfALostOwnerAndKeepsItsWords) {
+    Monopoly monopoly;
+    uint32_t lost = 0;
+    std::thread([&] {
+        monopoly.enforce();
+        lost = platform().threads->currentId();
+    }).join();
+    bool busy = false;
+    EXPECT_FALSE(monopoly.tryEnforce(busy));
+    monopoly.reset();
+    EXPECT_EQ(monopoly.getOwner(), lost);
+    EXPECT_EQ(monopoly.getCount(), 1);
+    EXPECT_TRUE(monopoly.tryEnforce(busy));
+    monopoly.relax();
+}
+
+TEST(MonopolyTest, ThreadsExcludeEachOther) {
+    Monopoly monopoly;
+    int64_t count = 0; // plain: the lock is what keeps it right
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            for (int k = 0; k < 5000; ++k) {
+                const MonopolyHold hold(monopoly);
+                ++count;
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(count, 20000);
+}
+
+TEST(MonopolyTest, ANameHasOneHolder) {
+    const TempDirectory directory;
+    setenv("VELMOR_RUNTIME_DIR", directory.path().c_str(), 1);
+    Monopoly first("dir/log\\name");
+    Monopoly second("dir_log_name");
+    EXPECT_TRUE(first.enforce());
+    EXPECT_TRUE(first.enforce()) << "held already";
+    EXPECT_FALSE(second.enforce()) << "slashes are underscores";
+    bool busy = false;
+    EXPECT_FALSE(first.tryEnforce(busy)) << "the named form never tries";
+    EXPECT_FALSE(first.setName("other"));
+    EXPECT_TRUE(first.relax());
+    EXPECT_TRUE(second.enforce());
+    Monopoly nameless("");
+    EXPECT_FALSE(nameless.enforce());
+    second.relax();
+    unsetenv("VELMOR_RUNTIME_DIR");
+}
+
+} // namespace Velmor

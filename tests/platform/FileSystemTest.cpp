@@ -1,0 +1,287 @@
+#include "platform/linux/LinuxFileSystem.h"
+
+#include "platform/Errors.h"
+#include "platform/linux/SystemCalls.h"
+#include "support/TempDirectory.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <gtest/gtest.h>
+
+namespace Velmor {
+
+namespace {
+int failure = 0; // the errno with which the call that a test has replaced fails
+int callsToPass = 0;
+
+bool mustFail() {
+    if (callsToPass-- > 0)
+        return false;
+    errno = failure;
+    return true;
+}
+
+ssize_t shortWrite(int descriptor, const void* buffer, size_t size) {
+    static bool interrupt = false;
+    interrupt = !interrupt;
+    if (interrupt) {
+        errno = EINTR;
+        return -1;
+    }
+    return ::write(descriptor, buffer, std::min<size_t>(size, 3));
+}
+
+class FileSystemTest : public testing::Test {
+protected:
+    FileSystemTest() : kept_(systemCalls()) { callsToPass = 0; }
+    ~FileSystemTest() override { systemCalls() = kept_; }
+
+    /// Writes through the port; the error, or 0.
+    uint32_t write(const std::string& path, OpenMode mode, const std::string& text) {
+        const auto file = files.openFile(path, mode, error);
+        size_t written = 0;
+        if (!file || !file->write(text, written, error) || !file->close(error))
+            return error;
+        return 0;
+    }
+    std::string text(const std::string& name) const { return readFile(directory / name); }
+    static mode_t modeOf(const std::string& path) {
+        struct stat state {};
+        return stat(path.c_str(), &state) == 0 ? state.st_mode & 0777U : 0;
+    }
+
+    LinuxFileSystem files;
+    TempDirectory directory;
+    uint32_t error = 0;
+    FoundFile found;
+
+private:
+    SystemCalls kept_;
+};
+} // namespace
+
+TEST_F(FileSystemTest, ModesOpenAsTheySay) {
+    struct Case {
+        OpenMode mode;
+        uint32_t missing;    // error for a file that isn't there
+        const char* written; // what "ab" becomes by writing "X"
+    };
+    for (const auto& [mode, missing, written] : {
+             Case{OpenMode::write, 0, "X"},
+             Case{OpenMode::append, 0, "abX"},
+             Case{OpenMode::readWrite, NativeError::fileNotFound, "Xb"},
+             Case{OpenMode::readWriteEmptied, 0, "X"},
+             Case{OpenMode::readAppend, 0, "abX"},
+         }) {
+        std::filesystem::remove(directory / "new");
+        directory.write("old", "ab");
+        EXPECT_EQ(write(directory / "new", mode, ""), missing);
+        EXPECT_EQ(write(directory / "old", mode, "X"), 0U);
+        EXPECT_EQ(text("old"), written);
+    }
+    EXPECT_EQ(modeOf(directory / "new"), 0640U);
+    EXPECT_FALSE(files.openFile(directory / "absent", OpenMode::read, error));
+    EXPECT_EQ(error, NativeError::fileNotFound);
+}
+
+TEST_F(FileSystemTest, AnOpenFileReadsSeeksAndCuts) {
+    const auto file = files.openFile(directory.write("f", "0123456789"), OpenMode::readWrite, error);
+    ASSERT_TRUE(file);
+    char buffer[16];
+    size_t count = 0;
+    uint64_t size = 0;
+    EXPECT_TRUE(file->seek(7, error) && file->read(buffer, sizeof(buffer), count, error));
+    EXPECT_EQ(std::string(buffer, count), "789");
+    EXPECT_TRUE(file->read(buffer, sizeof(buffer), count, error));
+    EXPECT_EQ(count, 0U);
+    EXPECT_TRUE(file->truncate(4, error) && file->size(size, error));
+    EXPECT_EQ(size, 4U);
+}
+
+TEST_F(FileSystemTest, InterruptedAndShortWritesGoOn) {
+    systemCalls().write = shortWrite;
+    EXPECT_EQ(write(directory / "f", OpenMode::write, "0123456789"), 0U);
+    EXPECT_EQ(text("f"), "0123456789");
+}
+
+TEST_F(FileSystemTest, AFullDiskSaysHowMuchWentOut) {
+    systemCalls().write = [](int descriptor, const void* buffer, size_t size) -> ssize_t {
+        return mustFail() ? -1 : ::write(descriptor, buffer, std::min<size_t>(size, 4));
+    };
+    failure = ENOSPC;
+    callsToPass = 1;
+    const auto file = files.openFile(directory / "f", OpenMode::write, error);
+    size_t written = 0;
+    EXPECT_FALSE(file->write("0123456789", written, error));
+    EXPECT_EQ(error, NativeError::diskFull);
+    EXPECT_EQ(written, 4U);
+    systemCalls().close = [](int descriptor) {
+        ::close(descriptor);
+        errno = EIO;
+        return -1;
+    };
+    EXPECT_FALSE(file->close(error)) << "writes that were lost are told at the close";
+    EXPECT_EQ(error, NativeError::ioDevice);
+}
+
+TEST_F(FileSystemTest, PathsAreTranslatedAtTheLastMoment) {
+    std::string path = directory.write("Sub/File.Txt", "x");
+    std::replace(path.begin(), path.end(), '/', '\\');
+    struct Case {
+        std::string path;
+        uint32_t error;
+        const char* name;
+    };
+    for (const auto& [asked, wanted, name] : {
+             Case{path, 0, "File.Txt"},
+             Case{"C:" + path, 0, "File.Txt"},
+             Case{"c:" + (directory / "Sub/"), 0, "Sub"},
+             Case{directory / "sUB\\fILE.tXT", 0, "File.Txt"},
+             Case{directory / "Sub/other", NativeError::fileNotFound, ""},
+             Case{directory / "Sub/File.Txt/x", NativeError::pathNotFound, ""},
+         }) {
+        found = {};
+        EXPECT_EQ(files.find(asked, found, error), wanted == 0) << asked;
+        EXPECT_EQ(error, wanted) << asked;
+        EXPECT_EQ(found.name, name) << asked;
+    }
+    EXPECT_TRUE(files.openFile(directory / "sub/file.txt", OpenMode::read, error));
+    EXPECT_FALSE(files.openFile(directory / "sub/file.txt", OpenMode::readWrite, error));
+    directory.write("Sub/FILE.TXT", "y");
+    EXPECT_FALSE(files.find(directory / "sub/file.txt", found, error)) << "two differ only in case";
+    EXPECT_TRUE(files.find(directory / "Sub/FILE.TXT", found, error)) << "the exact name needs no luck";
+    directory.write("back\\slash", "z");
+    EXPECT_FALSE(files.find(directory / "back\\slash", found, error));
+    std::string full;
+    ASSERT_TRUE(files.fullPath("C:\\a\\.\\b\\..\\c", full, error));
+    EXPECT_EQ(full, "/a/c");
+}
+
+TEST_F(FileSystemTest, ScanMatchesStarsAndQuestionMarksOnly) {
+    for (const char* name : {"a.data", "b.data", "B.DATA", "[a].data", "c.dat", "d\n.data"})
+        directory.write(name, "");
+    struct Case {
+        const char* pattern;
+        const char* names; // sorted
+    };
+    for (const auto& [pattern, names] : {
+             Case{"*.data", "[a].data a.data b.data d?.data "},
+             Case{"?.data", "a.data b.data "},
+             Case{"[a].*", "[a].data "},
+             Case{"x*", ""},
+             Case{"c.dat", "c.dat "},
+             Case{".*", ". .. "},
+         }) {
+        std::vector<FoundFile> entries;
+        EXPECT_TRUE(files.scan(directory.path(), pattern, entries, error));
+        std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+        std::string joined;
+        for (const FoundFile& entry : entries)
+            joined += entry.name + " ";
+        EXPECT_EQ(joined, names) << pattern;
+    }
+    std::vector<FoundFile> none;
+    EXPECT_FALSE(files.scan(directory / "absent", "*", none, error));
+    EXPECT_EQ(error, NativeError::fileNotFound);
+}
+
+TEST_F(FileSystemTest, AttributesTellWhatMayBeWritten) {
+    const std::string path = directory.write("f", "12345");
+    ASSERT_TRUE(files.setAttributes(path, FileAttribute::readOnly, error));
+    ASSERT_TRUE(files.find(path, found, error));
+    EXPECT_EQ(found.attributes, FileAttribute::readOnly);
+    EXPECT_EQ(found.size, 5U);
+    ASSERT_TRUE(files.setAttributes(path, FileAttribute::normal, error));
+    ASSERT_TRUE(files.find(path, found, error));
+    EXPECT_EQ(found.attributes, FileAttribute::normal);
+    ASSERT_TRUE(files.makeDirectory(directory / "d", error));
+    EXPECT_EQ(modeOf(directory / "d"), 0750U);
+    ASSERT_TRUE(files.find(directory / "d", found, error));
+    EXPECT_EQ(found.attributes, FileAttribute::directory);
+    EXPECT_FALSE(files.makeDirectory(directory / "d", error));
+    EXPECT_EQ(error, NativeError::alreadyExists);
+    EXPECT_FALSE(files.remove(directory / "d", error));
+    EXPECT_TRUE(files.remove(path, error));
+    EXPECT_FALSE(files.remove(path, error));
+    EXPECT_EQ(error, NativeError::fileNotFound);
+}
+
+TEST_F(FileSystemTest, CopiesNeverLoseWhatIsThere) {
+    const std::string from = directory.write("from", std::string(200000, 'a'));
+    const std::string to = directory.write("to", "old");
+    EXPECT_FALSE(files.copy(from, to, false, error));
+    EXPECT_EQ(error, NativeError::alreadyExists);
+    EXPECT_EQ(text("to"), "old");
+    EXPECT_TRUE(files.copy(from, to, true, error));
+    EXPECT_EQ(text("to"), text("from"));
+    EXPECT_FALSE(files.copy(from, from, true, error));
+    EXPECT_EQ(text("from").size(), 200000U) << "a file copied on itself stays whole";
+    systemCalls().write = [](int, const void*, size_t) -> ssize_t { return mustFail() ? -1 : 0; };
+    failure = ENOSPC;
+    EXPECT_FALSE(files.copy(from, directory / "half", false, error));
+    EXPECT_EQ(directory.names(), "from to");
+}
+
+TEST_F(FileSystemTest, AMoveReplacesOnlyWhenItMay) {
+    const std::string from = directory.write("from", "new");
+    const std::string to = directory.write("to", "old");
+    EXPECT_FALSE(files.move(from, to, false, error));
+    EXPECT_EQ(error, NativeError::alreadyExists);
+    EXPECT_TRUE(files.move(from, to, true, error));
+    EXPECT_EQ(text("to"), "new");
+    EXPECT_TRUE(files.move(to, from, false, error));
+    EXPECT_EQ(directory.names(), "from");
+    EXPECT_FALSE(files.move(directory / "absent", to, true, error));
+    EXPECT_EQ(error, NativeError::fileNotFound);
+}
+
+TEST_F(FileSystemTest, AcrossVolumesAMoveIsACopyUnderAnotherNameFirst) {
+    const std::string from = directory.write("from", "new");
+    const std::string to = directory.write("to", "old");
+    ASSERT_EQ(chmod(from.c_str(), 0604), 0);
+    systemCalls().rename = [](const char* source, const char* target) {
+        if (std::string(source).ends_with("/from")) {
+            errno = EXDEV;
+            return -1;
+        }
+        return ::rename(source, target);
+    };
+    systemCalls().fdatasync = [](int) { return mustFail() ? -1 : 0; };
+    failure = EIO;
+    callsToPass = 1; // that of the source
+    EXPECT_FALSE(files.move(from, to, true, error));
+    EXPECT_EQ(error, NativeError::ioDevice);
+    EXPECT_EQ(directory.names(), "from to");
+    EXPECT_EQ(text("to"), "old");
+    callsToPass = 9;
+    EXPECT_TRUE(files.move(from, to, true, error));
+    EXPECT_EQ(directory.names(), "to");
+    EXPECT_EQ(text("to"), "new");
+    EXPECT_EQ(modeOf(to), 0604U);
+}
+
+TEST_F(FileSystemTest, AReplacingMoveFlushesDataThenNameThenDirectory) {
+    static std::string order;
+    order.clear();
+    systemCalls().fdatasync = [](int) {
+        order += "data ";
+        return 0;
+    };
+    systemCalls().rename = [](const char* from, const char* to) {
+        order += "rename ";
+        return ::rename(from, to);
+    };
+    systemCalls().fsync = [](int) {
+        order += "directory ";
+        return mustFail() ? -1 : 0;
+    };
+    callsToPass = 1;
+    failure = EIO;
+    EXPECT_TRUE(files.move(directory.write("a", "x"), directory / "b", true, error));
+    EXPECT_EQ(order, "data rename directory ");
+    EXPECT_FALSE(files.move(directory / "b", directory / "c", true, error)) << "the name may not survive a power cut";
+    EXPECT_EQ(error, NativeError::ioDevice);
+    EXPECT_EQ(text("c"), "x");
+}
+
+} // namespace Velmor

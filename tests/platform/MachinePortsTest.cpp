@@ -1,0 +1,246 @@
+#include "Child.h"
+#include "RuntimeFixture.h"
+#include "platform/Errors.h"
+#include "platform/linux/LinuxAccounts.h"
+#include "platform/linux/LinuxClock.h"
+#include "platform/linux/LinuxMachine.h"
+#include "platform/linux/LinuxMailslots.h"
+#include "platform/linux/LinuxNamedLocks.h"
+
+#include <atomic>
+#include <chrono>
+#include <ctime>
+#include <future>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+namespace Velmor {
+
+namespace {
+class NamedLockTest : public RuntimeFixture {
+protected:
+    LinuxNamedLocks locks;
+    uint32_t error = 0;
+};
+
+class MailslotTest : public RuntimeFixture {
+protected:
+    /// Waits for as many messages; the reader itself never does.
+    static std::vector<std::string> readAll(MailslotReader& reader, size_t count) {
+        std::vector<std::string> messages;
+        eventually([&] { return !reader.read(messages) || messages.size() >= count; });
+        return messages;
+    }
+
+    LinuxMailslots mailslots;
+    uint32_t error = 0;
+};
+
+/// A name service that a test can hold up.
+struct NameService {
+    std::atomic<int> questions{0};
+    std::promise<void> release;
+    std::shared_future<void> mayAnswer{release.get_future()};
+};
+} // namespace
+
+TEST_F(NamedLockTest, ALockExistsOnceOnTheMachineAndGoesWithItsHolder) {
+    auto lock = locks.create("Global\\one/../two", error);
+    ASSERT_TRUE(lock) << error;
+    EXPECT_FALSE(locks.create("Global\\one/../two", error));
+    EXPECT_EQ(error, NativeError::alreadyExists);
+    EXPECT_TRUE(locks.create("another", error));
+    Child other([this] { return locks.create("Global\\one/../two", error) ? 0 : static_cast<int>(error); });
+    EXPECT_EQ(other.reap(), static_cast<int>(NativeError::alreadyExists));
+    lock.reset();
+    Child died([this] { return locks.create("Global\\one/../two", error).release() ? 0 : 1; });
+    EXPECT_EQ(died.reap(), 0);
+    EXPECT_TRUE(locks.create("Global\\one/../two", error)) << "left by a process that is gone";
+}
+
+TEST_F(NamedLockTest, ANameThatCannotBeMadeGivesAnotherError) {
+    directory.write("run", "a file where the directory should be");
+    EXPECT_FALSE(locks.create("one", error));
+    EXPECT_EQ(error, NativeError::pathNotFound);
+}
+
+TEST_F(MailslotTest, TenThousandMessagesWaitWithoutHoldingTheWriterUp) {
+    constexpr size_t count = 10000;
+    const auto reader = mailslots.create("slot", error);
+    ASSERT_TRUE(reader);
+    const auto writer = mailslots.open("slot", error);
+    ASSERT_TRUE(writer);
+    std::vector<std::string> sent;
+    for (size_t i = 0; i < count; ++i) {
+        sent.push_back("message " + std::to_string(i) + '\0');
+        ASSERT_TRUE(writer->write(sent.back(), error)) << i << " gave " << error;
+    }
+    EXPECT_EQ(readAll(*reader, count), sent);
+}
+
+TEST_F(MailslotTest, MessagesOfAnySizeKeepTheirBorders) {
+    const auto reader = mailslots.create("slot", error);
+    const auto writer = mailslots.open("slot", error);
+    ASSERT_TRUE(writer);
+    std::vector<std::string> sent;
+    for (const size_t size : {0, 1, 65536, 150000}) {
+        sent.emplace_back(size, 'x');
+        ASSERT_TRUE(writer->write(sent.back(), error)) << size << " gave " << error;
+    }
+    EXPECT_EQ(readAll(*reader, sent.size()), sent);
+    EXPECT_FALSE(writer->write(std::string(64 << 20, 'x'), error)) << "too long is refused, not cut";
+    std::vector<std::string> none;
+    EXPECT_TRUE(reader->read(none));
+    EXPECT_TRUE(none.empty());
+}
+
+TEST_F(MailslotTest, ALiveReadersNameIsItsOwnAndADeadOnesIsTakenOver) {
+    EXPECT_FALSE(mailslots.open("slot", error)) << "nobody has it";
+    EXPECT_EQ(error, NativeError::fileNotFound);
+    EXPECT_EQ(mailslots.errorText(error), "No such file or directory");
+    auto reader = mailslots.create("slot", error);
+    ASSERT_TRUE(reader);
+    EXPECT_FALSE(mailslots.create("slot", error));
+    EXPECT_EQ(error, NativeError::alreadyExists);
+    auto writer = mailslots.open("slot", error);
+    ASSERT_TRUE(writer);
+    reader.reset();
+    EXPECT_FALSE(writer->write("to nobody", error));
+    EXPECT_EQ(error, NativeError::fileNotFound);
+
+    Child died([this] { return mailslots.create("slot", error).release() ? 0 : 1; });
+    ASSERT_EQ(died.reap(), 0);
+    ASSERT_EQ(TempDirectory::namesOf(directory / "run/mailslot"), "slot") << "its socket is left";
+    EXPECT_FALSE(mailslots.open("slot", error));
+    reader = mailslots.create("slot", error);
+    ASSERT_TRUE(reader);
+    writer = mailslots.open("slot", error);
+    ASSERT_TRUE(writer && writer->write("hello", error));
+    EXPECT_EQ(readAll(*reader, 1), std::vector<std::string>{"hello"});
+}
+
+TEST_F(MailslotTest, AnyUsersProcessReachesTheSocketWhateverIsMasked) {
+    const mode_t before = umask(077);
+    const auto reader = mailslots.create("slot", error);
+    umask(before);
+    struct stat state {};
+    ASSERT_EQ(stat((directory / "run/mailslot/slot").c_str(), &state), 0);
+    EXPECT_EQ(state.st_mode & 0777U, 0666U);
+    ASSERT_EQ(stat((directory / "run/mailslot").c_str(), &state), 0);
+    EXPECT_EQ(state.st_mode & 0777U, 0755U);
+}
+
+TEST(ClockTest, LocalFieldsFollowTheZonesRulesOfThatInstant) {
+    setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);
+    tzset();
+    LinuxClock clock;
+    struct Case {
+        int32_t seconds;
+        const char* utc;
+        const char* local;
+    };
+    const auto text = [](const CalendarFields& f) {
+        char buffer[64];
+        std::snprintf(buffer, sizeof(buffer), "%d-%d-%d %d %d:%d:%d", f.year, f.month, f.day, f.weekday, f.hour,
+                      f.minute, f.second);
+        return std::string(buffer);
+    };
+    for (const auto& [seconds, utc, local] : {
+             Case{0, "1970-1-1 3 0:0:0", "1969-12-31 2 19:0:0"},
+             Case{1783166400, "2026-7-4 5 12:0:0", "2026-7-4 5 8:0:0"},
+             Case{1783166400 + 184 * 86400, "2027-1-4 0 12:0:0", "2027-1-4 0 7:0:0"},
+             Case{-1, "1969-12-31 2 23:59:59", "1969-12-31 2 18:59:59"},
+         }) {
+        EXPECT_EQ(text(clock.utc(seconds)), utc);
+        EXPECT_EQ(text(clock.local(seconds)), local);
+    }
+}
+
+TEST(MachineTest, FactsAreThoseOfTheKernel) {
+    LinuxMachine machine;
+    std::string name;
+    EXPECT_TRUE(machine.computerName(name));
+    EXPECT_FALSE(name.empty());
+    EXPECT_EQ(name.find('.'), std::string::npos);
+    SystemVersion version;
+    ASSERT_TRUE(machine.systemVersion(version));
+    const std::string release = readFile("/proc/sys/kernel/osrelease");
+    EXPECT_EQ(release.find(std::to_string(version.major) + "." + std::to_string(version.minor)), 0U);
+    EXPECT_TRUE(version.name.starts_with("Linux "));
+    EXPECT_EQ(version.name.find_first_of(":\n\""), std::string::npos);
+    EXPECT_GT(machine.physicalMemory(), 16U << 20);
+    rlimit limit{};
+    machine.raiseHandleLimit();
+    getrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(limit.rlim_cur, limit.rlim_max);
+}
+
+TEST(MachineTest, AUserWithoutRightsStartsHealthyAndIsToldWhatItCosts) {
+    Child child([] {
+        if (geteuid() == 0 && setuid(65534) != 0)
+            return 2;
+        LinuxMachine machine;
+        std::string call;
+        uint32_t error = 0;
+        const bool told = machine.missingRights().find("CAP_SYS_PTRACE") != std::string::npos;
+        return machine.enableDebugPrivilege(call, error) && call.empty() && told ? 0 : 1;
+    });
+    EXPECT_EQ(child.reap(), 0);
+}
+
+TEST(AccountsTest, SidsOfUsersHaveNamesAndOthersAreUnknown) {
+    LinuxAccounts accounts;
+    std::string user;
+    std::string domain;
+    uint32_t error = 0;
+    EXPECT_TRUE(accounts.lookup("S-1-22-1-0", user, domain, error));
+    EXPECT_EQ(user, "root");
+    EXPECT_FALSE(domain.empty());
+    EXPECT_TRUE(accounts.lookup("S-1-22-1-4000000007", user, domain, error));
+    EXPECT_EQ(user, "4000000007") << "nobody's number stands for itself";
+    for (const char* sid : {"", "S-1-22-1-", "S-1-22-1-12x", "S-1-22-1--1", "S-1-5-18", "S-1-22-1-99999999999"}) {
+        EXPECT_FALSE(accounts.lookup(sid, user, domain, error)) << sid;
+        EXPECT_EQ(error, NativeError::noneMapped);
+    }
+}
+
+TEST(AccountsTest, AServiceThatAnswersLateCostsItsWaitOnce) {
+    auto service = std::make_shared<NameService>();
+    LinuxAccounts accounts(
+        [service](uint32_t) {
+            ++service->questions;
+            service->mayAnswer.wait();
+            return std::string("late");
+        },
+        20);
+    std::string user;
+    std::string domain;
+    uint32_t error = 0;
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(accounts.lookup("S-1-22-1-1000", user, domain, error));
+        EXPECT_EQ(user, "1000");
+    }
+    EXPECT_TRUE(eventually([&] { return service->questions == 1; }));
+    service->release.set_value();
+    EXPECT_TRUE(accounts.lookup("S-1-22-1-1001", user, domain, error));
+    EXPECT_EQ(service->questions, 2);
+}
+
+TEST(AccountsTest, AnswersAreKeptAndCannotForgeSeparators) {
+    std::atomic<int> questions{0};
+    LinuxAccounts accounts(
+        [&](uint32_t uid) {
+            ++questions;
+            return "u\x1e\n" + std::to_string(uid);
+        },
+        5000);
+    std::string user;
+    std::string domain;
+    uint32_t error = 0;
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(accounts.lookup("S-1-22-1-7", user, domain, error));
+    EXPECT_EQ(user, "u??7");
+    EXPECT_EQ(questions, 1);
+}
+
+} // namespace Velmor

@@ -1,0 +1,315 @@
+#include "platform/linux/LinuxProcesses.h"
+
+#include "Child.h"
+#include "platform/Errors.h"
+#include "support/TempDirectory.h"
+
+#include <algorithm>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Velmor {
+
+namespace {
+constexpr const char* sleepProgram = "/bin/sleep";
+
+/// A process whose main thread has ended while another runs on: until SIGTERM, which makes that one exit with 5.
+int runWithoutMainThread() {
+    pthread_t thread;
+    const auto body = [](void*) -> void* {
+        sigset_t wanted;
+        sigemptyset(&wanted);
+        sigaddset(&wanted, SIGTERM);
+        int received = 0;
+        sigwait(&wanted, &received);
+        _exit(5);
+    };
+    sigset_t blocked;
+    sigfillset(&blocked);
+    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+    if (pthread_create(&thread, nullptr, body, nullptr) != 0)
+        return 1;
+    syscall(SYS_exit, 0);
+    return 1;
+}
+
+class ProcessesTest : public testing::Test {
+protected:
+    /// A copy of a program that sleeps, under a name of the test's own.
+    std::string sleeperNamed(const std::string& name) {
+        std::filesystem::copy_file(sleepProgram, directory / name);
+        return directory / name;
+    }
+    bool lists(uint32_t pid) {
+        EXPECT_TRUE(processes.enumerate(ids));
+        return std::find(ids.begin(), ids.end(), pid) != ids.end();
+    }
+    std::string pathOf(const ProcessHandle& process) {
+        std::vector<ModuleId> room(1);
+        size_t count = 0;
+        std::string path;
+        return processes.modules(process, room, count, error) && processes.modulePath(process, room[0], path, error)
+                   ? path
+                   : "none";
+    }
+    std::string ownerOf(const ProcessHandle& process) {
+        std::string sid;
+        const auto token = processes.openToken(process, error);
+        return token && processes.tokenUser(token, sid, error) ? sid : "none";
+    }
+    /// No user's process has the kernel's thread 2 for a parent.
+    static bool isKernelThread(uint32_t pid) {
+        const std::string status = readFile("/proc/" + std::to_string(pid) + "/status");
+        return status.find("\nPPid:\t2\n") != std::string::npos || status.starts_with("Name:\tkthreadd\n");
+    }
+    /// The code as text, or "unknown".
+    static std::string codeOf(LinuxProcesses& asked, const ProcessHandle& process) {
+        uint32_t code = 0;
+        uint32_t failure = 0;
+        return asked.exitCode(process, code, failure) ? std::to_string(code) : "unknown";
+    }
+
+    TempDirectory directory;
+    LinuxProcesses processes;
+    std::vector<uint32_t> ids;
+    uint32_t error = 0;
+};
+
+/// The exit codes that one source tells by itself.
+struct SourceCase {
+    LinuxProcesses::Sources sources;
+    bool ofZombies;
+    bool ofReaped;
+};
+class ExitCodeTest : public ProcessesTest, public testing::WithParamInterface<SourceCase> {};
+} // namespace
+
+TEST_F(ProcessesTest, AProcessShowsItsExecutableAndOwner) {
+    const std::string path = sleeperNamed("Sleeper");
+    Child child({path, "600"});
+    ASSERT_TRUE(lists(child.pid()));
+    const auto process = processes.open(child.pid(), error);
+    ASSERT_TRUE(process) << error;
+    std::string text;
+    EXPECT_EQ(pathOf(process), path);
+    EXPECT_TRUE(processes.moduleName(process, 0, text, error));
+    EXPECT_EQ(text, "Sleeper");
+    EXPECT_TRUE(processes.imageName(process, text, error));
+    EXPECT_EQ(text, path);
+    EXPECT_EQ(ownerOf(process), "S-1-22-1-" + std::to_string(geteuid()));
+    EXPECT_EQ(codeOf(processes, process), std::to_string(stillActive));
+}
+
+TEST_F(ProcessesTest, ModulesAreTheExecutableAndEachLibraryOnce) {
+    Child child({sleeperNamed("sleeper"), "600"});
+    const auto process = processes.open(child.pid(), error);
+    ASSERT_TRUE(process);
+    std::vector<ModuleId> room(100);
+    size_t count = 0;
+    // The loader may still be at work.
+    ASSERT_TRUE(eventually([&] { return processes.modules(process, room, count, error) && count >= 3; }));
+    std::vector<std::string> paths(count);
+    for (size_t i = 0; i < count; ++i)
+        EXPECT_TRUE(processes.modulePath(process, room[i], paths[i], error));
+    EXPECT_EQ(paths[0], directory / "sleeper");
+    EXPECT_EQ(std::count_if(paths.begin(), paths.end(), [](auto& p) { return p.find("/libc.so") != p.npos; }), 1);
+    std::sort(paths.begin(), paths.end());
+    EXPECT_EQ(std::adjacent_find(paths.begin(), paths.end()), paths.end());
+    room.resize(2);
+    size_t more = 0;
+    EXPECT_TRUE(processes.modules(process, room, more, error));
+    EXPECT_EQ(more, count) << "what doesn't fit is counted";
+    EXPECT_FALSE(processes.modulePath(process, 1000, paths[0], error));
+}
+
+TEST_F(ProcessesTest, NamesOfFilesAreTakenAsTheyAreWhateverBecomesOfTheFile) {
+    struct Case {
+        const char* file;
+        bool deleted;
+        const char* shown;
+    };
+    for (const auto& [file, deleted, shown] : {
+             Case{"gone", true, "gone"},
+             Case{"here (deleted)", false, "here (deleted)"},
+             Case{"both (deleted)", true, "both (deleted)"},
+             Case{"line\nfeed\x1e", false, "line?feed?"},
+         }) {
+        const std::string path = sleeperNamed(file);
+        Child child({path, "600"});
+        if (deleted)
+            std::filesystem::remove(path);
+        const auto process = processes.open(child.pid(), error);
+        ASSERT_TRUE(process) << file;
+        EXPECT_EQ(pathOf(process), directory / shown);
+    }
+}
+
+TEST_F(ProcessesTest, KernelThreadsThreadsAndZombiesAreNoProcesses) {
+    Child zombie({"/bin/true"});
+    zombie.awaitEnd();
+    EXPECT_FALSE(lists(zombie.pid()));
+    EXPECT_EQ(std::find(ids.begin(), ids.end(), 0U), ids.end());
+    for (int look = 0; look < 2; ++look) { // the second one with what the first remembers
+        EXPECT_TRUE(lists(static_cast<uint32_t>(getpid())));
+        for (const uint32_t pid : ids)
+            EXPECT_FALSE(isKernelThread(pid)) << pid;
+    }
+    uint32_t threadId = 0;
+    std::thread([&] {
+        threadId = static_cast<uint32_t>(syscall(SYS_gettid));
+        EXPECT_FALSE(processes.open(threadId, error));
+        EXPECT_EQ(error, NativeError::invalidParameter);
+    }).join();
+    for (const uint32_t pid : {zombie.pid(), 0U, 0x7fffffffU}) {
+        EXPECT_FALSE(processes.open(pid, error)) << pid;
+        EXPECT_EQ(error, NativeError::invalidParameter) << pid;
+    }
+}
+
+TEST_F(ProcessesTest, AnotherUsersExecutableIsRefused) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be another user";
+    Child owner({sleepProgram, "600"});
+    Child stranger([&] {
+        if (setuid(65534) != 0)
+            return 1;
+        return !processes.open(owner.pid(), error) && error == NativeError::accessDenied && lists(owner.pid()) ? 0 : 2;
+    });
+    EXPECT_EQ(stranger.reap(), 0);
+}
+
+TEST_F(ProcessesTest, TheOwnerIsTheEffectiveUserEvenIfNothingMayBeDumped) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be another user";
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    Child child([&] {
+        const bool changed = setuid(65534) == 0 && write(ready[1], "x", 1) == 1; // takes the right to be dumped
+        pause();
+        return changed ? 0 : 1;
+    });
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    close(ready[0]);
+    close(ready[1]);
+    const auto process = processes.open(child.pid(), error);
+    ASSERT_TRUE(process);
+    EXPECT_EQ(ownerOf(process), "S-1-22-1-65534");
+}
+
+TEST_F(ProcessesTest, AGroupLivesOnWithoutItsMainThread) {
+    Child child(runWithoutMainThread);
+    const auto held = processes.open(child.pid(), error);
+    ASSERT_TRUE(held);
+    ASSERT_TRUE(eventually([&] { return child.state() == 'Z'; }));
+    EXPECT_TRUE(lists(child.pid()));
+    LinuxProcesses fresh;
+    for (LinuxProcesses* asked : {&processes, &fresh}) {
+        const auto process = asked->open(child.pid(), error);
+        ASSERT_TRUE(process) << error;
+        EXPECT_EQ(pathOf(process), std::filesystem::read_symlink("/proc/self/exe"));
+        EXPECT_EQ(codeOf(*asked, process), std::to_string(stillActive));
+        EXPECT_EQ(ownerOf(process), "S-1-22-1-" + std::to_string(geteuid()));
+    }
+    ASSERT_TRUE(fresh.enumerate(ids));
+    EXPECT_EQ(std::count(ids.begin(), ids.end(), child.pid()), 1);
+    child.signal(SIGTERM);
+    child.awaitEnd();
+    EXPECT_FALSE(lists(child.pid()));
+    EXPECT_EQ(codeOf(processes, held), "5");
+}
+
+TEST_F(ProcessesTest, HandlesOfOneProcessAgreeAndFollowItsExec) {
+    const std::string path = sleeperNamed("second");
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    Child child([&] {
+        char byte = 0;
+        if (read(go[0], &byte, 1) == 1)
+            execl(path.c_str(), path.c_str(), "600", nullptr);
+        return 1;
+    });
+    const auto before = processes.open(child.pid(), error);
+    ASSERT_TRUE(before);
+    ASSERT_EQ(write(go[1], "x", 1), 1);
+    ASSERT_TRUE(eventually([&] { return pathOf(processes.open(child.pid(), error)) == path; }));
+    const auto after = processes.open(child.pid(), error);
+    uint64_t times[2] = {};
+    EXPECT_TRUE(processes.startTime(before, times[0]) && processes.startTime(after, times[1]));
+    EXPECT_EQ(times[0], times[1]);
+    child.signal(SIGKILL);
+    child.reap();
+    for (const auto* handle : {&before, &after})
+        EXPECT_EQ(codeOf(processes, *handle), "137");
+    EXPECT_FALSE(processes.open(child.pid(), error));
+    EXPECT_EQ(error, NativeError::invalidParameter);
+    close(go[0]);
+    close(go[1]);
+}
+
+TEST_P(ExitCodeTest, ASourceTellsWhatItKnowsAndNothingElse) {
+    const auto& [sources, ofZombies, ofReaped] = GetParam();
+    if (sources.exitRecords && !ExitRecords::start([](uint32_t, const ExitRecord&) {}))
+        GTEST_SKIP() << "the kernel refuses its exit records";
+    LinuxProcesses asked(sources);
+    struct Case {
+        const char* script;
+        const char* code;
+    };
+    for (const auto& [script, code] :
+         {Case{"read x; exit 7", "7"}, Case{"read x; kill -KILL $$", "137"}, Case{"read x; exit 0", "0"}}) {
+        int input[2];
+        ASSERT_EQ(pipe(input), 0);
+        Child child([&] {
+            dup2(input[0], 0);
+            execl("/bin/sh", "sh", "-c", script, nullptr);
+            return 127;
+        });
+        const auto process = asked.open(child.pid(), error);
+        ASSERT_TRUE(process);
+        EXPECT_EQ(codeOf(asked, process), std::to_string(stillActive));
+        ASSERT_EQ(write(input[1], "\n", 1), 1);
+        child.awaitEnd();
+        EXPECT_EQ(codeOf(asked, process), ofZombies ? code : "unknown");
+        child.reap();
+        EXPECT_EQ(codeOf(asked, process), ofReaped ? code : "unknown");
+        close(input[0]);
+        close(input[1]);
+    }
+}
+
+TEST_P(ExitCodeTest, TheLastThreadsCodeIsTheGroups) {
+    const auto& [sources, ofZombies, ofReaped] = GetParam();
+    if (sources.exitRecords && !ExitRecords::start([](uint32_t, const ExitRecord&) {}))
+        GTEST_SKIP() << "the kernel refuses its exit records";
+    Child child(runWithoutMainThread);
+    LinuxProcesses asked(sources);
+    const auto process = asked.open(child.pid(), error);
+    ASSERT_TRUE(process);
+    ASSERT_TRUE(eventually([&] { return child.state() == 'Z'; }));
+    EXPECT_EQ(codeOf(asked, process), std::to_string(stillActive));
+    child.signal(SIGTERM);
+    child.awaitEnd();
+    EXPECT_EQ(codeOf(asked, process), ofZombies ? "5" : "unknown");
+    child.reap();
+    EXPECT_EQ(codeOf(asked, process), ofReaped ? "5" : "unknown");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sources, ExitCodeTest,
+    testing::Values(SourceCase{{true, false, false}, false, LinuxProcesses::descriptorsTellExitCodes()},
+                    SourceCase{{false, true, false}, true, false}, SourceCase{{false, false, true}, true, true},
+                    SourceCase{{false, false, false}, false, false}),
+    [](const auto& tested) {
+        const auto& sources = tested.param.sources;
+        return sources.descriptor    ? "Descriptor"
+               : sources.statLine    ? "StatLine"
+               : sources.exitRecords ? "ExitRecords"
+                                     : "None";
+    });
+
+} // namespace Velmor

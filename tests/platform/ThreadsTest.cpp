@@ -1,0 +1,335 @@
+#include "platform/linux/LinuxThreads.h"
+
+#include "Child.h"
+#include "RuntimeFixture.h"
+#include "platform/Errors.h"
+#include "platform/linux/LinuxClock.h"
+#include "platform/linux/LinuxCriticalSections.h"
+#include "platform/linux/LinuxMessageQueues.h"
+#include "platform/linux/LinuxNamedLocks.h"
+
+#include <atomic>
+#include <csignal>
+
+namespace Velmor {
+
+namespace {
+LinuxThreads threads;
+LinuxClock systemClock;
+LinuxNamedLocks namedLocks;
+LinuxMessageQueues messageQueues;
+LinuxCriticalSections criticalSections;
+std::unique_ptr<CriticalSection> section;
+std::atomic<uint32_t> rounds{0};
+std::atomic<bool> went{false}; // the thread was let past the place at which it was to stop
+
+uint32_t busyThread(void*) {
+    while (true)
+        rounds.fetch_add(1, std::memory_order_relaxed);
+}
+
+uint32_t allocatingThread(void*) {
+    for (size_t size = 1;; size = size % 5000 + 7) {
+        const std::string text(size, 'x');
+        rounds.fetch_add(text.empty() ? 0 : 1, std::memory_order_relaxed);
+    }
+}
+
+uint32_t sleepingThread(void*) {
+    rounds.fetch_add(1);
+    systemClock.sleep(60000);
+    went = true;
+    return 0;
+}
+
+uint32_t waitingThread(void*) {
+    rounds.fetch_add(1);
+    uint32_t message = 0;
+    messageQueues.wait(message);
+    went = true;
+    return 0;
+}
+
+uint32_t enteringThread(void*) {
+    rounds.fetch_add(1);
+    section->enter();
+    went = true;
+    return 0;
+}
+
+class ThreadsTest : public RuntimeFixture {
+protected:
+    ThreadsTest() {
+        rounds = 0;
+        went = false;
+        section = criticalSections.create();
+    }
+
+    void start(ThreadRoutine routine, void* argument = nullptr) {
+        thread = threads.create(routine, argument, id, error);
+        ASSERT_TRUE(thread);
+    }
+    bool isRunning() { return rounds > 0; }
+    uint32_t exitCode() {
+        uint32_t code = 0;
+        return threads.exitCode(thread, code, error) ? code : 0;
+    }
+    /// Whether the count goes on; a thread that runs needs far less than the time allowed.
+    static bool countsOn() {
+        const uint32_t before = rounds;
+        const uint32_t begin = systemClock.ticks();
+        while (rounds == before && systemClock.ticks() - begin < 100)
+            systemClock.sleep(1);
+        return rounds != before;
+    }
+
+    ThreadHandle thread;
+    uint32_t id = 0;
+    uint32_t error = 0;
+};
+} // namespace
+
+TEST_F(ThreadsTest, AThreadRunsUnderTheIdThatItsMakerGotAndLeavesItsCode) {
+    uint32_t own = 0;
+    start(
+        [](void* into) -> uint32_t {
+            *static_cast<uint32_t*>(into) = threads.currentId();
+            return 42;
+        },
+        &own);
+    EXPECT_TRUE(eventually([&] { return exitCode() == 42; }));
+    EXPECT_EQ(own, id);
+    EXPECT_NE(own, threads.currentId());
+    EXPECT_TRUE(threads.terminate(thread, 9, error));
+    EXPECT_EQ(exitCode(), 42U) << "one that ended by itself keeps its code";
+}
+
+TEST_F(ThreadsTest, AnEmptyHandleIsInvalid) {
+    uint32_t number = 0;
+    EXPECT_FALSE(threads.exitCode(nullptr, number, error));
+    EXPECT_EQ(error, NativeError::invalidHandle);
+    EXPECT_FALSE(threads.terminate(nullptr, 0, error));
+    EXPECT_EQ(error, NativeError::invalidHandle);
+}
+
+TEST_F(ThreadsTest, AWaitIsEndedWithinTheGrace) {
+    section->enter(); // not given back
+    for (const ThreadRoutine routine : {sleepingThread, waitingThread, enteringThread}) {
+        rounds = 0;
+        start(routine);
+        ASSERT_TRUE(eventually([&] { return isRunning(); }));
+        const uint32_t begin = systemClock.ticks();
+        EXPECT_TRUE(threads.terminate(thread, 5, error));
+        EXPECT_LT(systemClock.ticks() - begin, 900U);
+        EXPECT_EQ(exitCode(), 5U);
+    }
+    section->renew();
+    EXPECT_FALSE(went);
+}
+
+TEST_F(ThreadsTest, ABusyThreadStandsStillWhenItsEndIsReported) {
+    start(busyThread);
+    ASSERT_TRUE(eventually([&] { return isRunning(); }));
+    EXPECT_EQ(exitCode(), stillActive);
+    EXPECT_TRUE(threads.terminate(thread, 7, error));
+    EXPECT_EQ(exitCode(), 7U);
+    EXPECT_FALSE(countsOn());
+}
+
+TEST_F(ThreadsTest, AThreadEndedAmongAllocationsLeavesTheAllocatorUsable) {
+    for (int i = 0; i < 3; ++i) {
+        rounds = 0;
+        start(allocatingThread);
+        ASSERT_TRUE(eventually([&] { return isRunning(); }));
+        ASSERT_TRUE(threads.terminate(thread, 1, error));
+        EXPECT_FALSE(countsOn());
+        std::vector<std::string> texts;
+        for (size_t size = 1; size < 5000; size += 7)
+            texts.emplace_back(size, 'y');
+        EXPECT_EQ(texts.back().back(), 'y');
+    }
+}
+
+TEST_F(ThreadsTest, AThreadThatHoldsANamedLockMayLetGoFirst) {
+    start([](void*) -> uint32_t {
+        uint32_t failure = 0;
+        {
+            const auto lock = namedLocks.create("held", failure);
+            rounds.fetch_add(1);
+            systemClock.sleep(300);
+        }
+        systemClock.sleep(60000);
+        went = true;
+        return 0;
+    });
+    ASSERT_TRUE(eventually([&] { return isRunning(); }));
+    ASSERT_FALSE(namedLocks.create("held", error));
+    EXPECT_TRUE(threads.terminate(thread, 5, error));
+    EXPECT_TRUE(namedLocks.create("held", error)) << error;
+    EXPECT_FALSE(went);
+}
+
+TEST_F(ThreadsTest, AThreadThatNeverLetsGoOfItsLockIsEndedAllTheSame) {
+    start([](void*) -> uint32_t {
+        uint32_t failure = 0;
+        const auto lock = namedLocks.create("held", failure);
+        return busyThread(nullptr);
+    });
+    ASSERT_TRUE(eventually([&] { return isRunning(); }));
+    EXPECT_TRUE(threads.terminate(thread, 5, error));
+    EXPECT_FALSE(countsOn());
+}
+
+TEST_F(ThreadsTest, ALockGivenBackByAnotherThreadLeavesThatOneMortal) {
+    NamedLockHandle lock = namedLocks.create("handed on", error);
+    start(
+        [](void* handedOn) -> uint32_t {
+            static_cast<NamedLockHandle*>(handedOn)->reset();
+            return sleepingThread(nullptr);
+        },
+        &lock);
+    ASSERT_TRUE(eventually([&] { return isRunning(); }));
+    const uint32_t begin = systemClock.ticks();
+    EXPECT_TRUE(threads.terminate(thread, 5, error));
+    EXPECT_LT(systemClock.ticks() - begin, 900U);
+}
+
+TEST_F(ThreadsTest, AThreadMayEndItself) {
+    start(
+        [](void* self) -> uint32_t {
+            while (rounds == 0)
+                systemClock.sleep(1);
+            uint32_t failure = 0;
+            threads.terminate(*static_cast<ThreadHandle*>(self), 11, failure);
+            went = true;
+            return 0;
+        },
+        &thread);
+    rounds = 1;
+    EXPECT_TRUE(eventually([&] { return exitCode() == 11; }));
+    EXPECT_FALSE(went);
+}
+
+TEST_F(ThreadsTest, AThreadRunsAgainAfterAsManyResumesAsSuspends) {
+    start(busyThread);
+    ASSERT_TRUE(eventually([&] { return isRunning(); }));
+    uint32_t previous = 99;
+    for (const uint32_t count : {0U, 1U}) {
+        EXPECT_TRUE(threads.suspend(thread, previous, error));
+        EXPECT_EQ(previous, count);
+    }
+    EXPECT_FALSE(countsOn());
+    EXPECT_TRUE(threads.resume(thread, previous, error));
+    EXPECT_EQ(previous, 2U);
+    EXPECT_FALSE(countsOn());
+    EXPECT_TRUE(threads.resume(thread, previous, error));
+    EXPECT_EQ(previous, 1U);
+    EXPECT_TRUE(countsOn());
+    EXPECT_TRUE(threads.resume(thread, previous, error));
+    EXPECT_EQ(previous, 0U) << "one resume too many changes nothing";
+    EXPECT_TRUE(threads.suspend(thread, previous, error));
+    EXPECT_TRUE(threads.terminate(thread, 3, error)) << "a suspended thread can be ended";
+    EXPECT_EQ(exitCode(), 3U);
+}
+
+TEST(ThreadsExitTest, StoppedThreadsDoNotKeepTheProcessFromExiting) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    const auto endOneAndExit = [] {
+        uint32_t id = 0;
+        uint32_t error = 0;
+        const auto thread = threads.create(sleepingThread, nullptr, id, error);
+        const bool ended = threads.terminate(thread, 1, error);
+        std::exit(ended ? 3 : 4);
+    };
+    EXPECT_EXIT(endOneAndExit(), testing::ExitedWithCode(3), "");
+}
+
+TEST_F(ThreadsTest, ARenewedSectionIsFreeAndIgnoresItsOldHoldersLeave) {
+    start([](void*) -> uint32_t {
+        section->enter();
+        section->enter();
+        rounds.fetch_add(1);
+        while (!went)
+            systemClock.sleep(1);
+        section->leave(); // late: the section has another holder by now
+        section->leave();
+        rounds.fetch_add(1);
+        return 0;
+    });
+    ASSERT_TRUE(eventually([&] { return isRunning(); }));
+    EXPECT_FALSE(section->tryEnter());
+    section->renew();
+    EXPECT_TRUE(section->tryEnter());
+    went = true;
+    ASSERT_TRUE(eventually([&] { return rounds == 2; }));
+    start([](void*) -> uint32_t { return section->tryEnter() ? 1 : 2; });
+    EXPECT_TRUE(eventually([&] { return exitCode() == 2; })) << "still held by the test";
+    section->leave();
+}
+
+TEST_F(ThreadsTest, OneThreadAtATimeIsInASection) {
+    constexpr uint32_t entries = 20000;
+    static uint32_t count; // unguarded but for the section
+    count = 0;
+    std::vector<ThreadHandle> workers;
+    for (int i = 0; i < 4; ++i)
+        workers.push_back(threads.create(
+            [](void*) -> uint32_t {
+                for (uint32_t entry = 0; entry < entries; ++entry) {
+                    section->enter();
+                    section->enter();
+                    ++count;
+                    section->leave();
+                    section->leave();
+                }
+                return 1;
+            },
+            nullptr, id, error));
+    for (thread = nullptr; !workers.empty(); workers.pop_back()) {
+        thread = std::move(workers.back());
+        ASSERT_TRUE(eventually([&] { return exitCode() == 1; }));
+    }
+    section->enter();
+    EXPECT_EQ(count, 4 * entries);
+    section->leave();
+}
+
+TEST_F(ThreadsTest, MessagesArriveInOrderAndOnlyWhereThereIsAQueue) {
+    EXPECT_FALSE(messageQueues.post(threads.currentId(), 5)) << "this thread has no queue yet";
+    uint32_t message = 0;
+    EXPECT_FALSE(messageQueues.peek(message));
+    for (const uint32_t number : {5U, 6U, WindowMessage::quit})
+        EXPECT_TRUE(messageQueues.post(threads.currentId(), number));
+    EXPECT_TRUE(messageQueues.peek(message));
+    EXPECT_EQ(message, 5U);
+    EXPECT_TRUE(messageQueues.wait(message));
+    EXPECT_EQ(message, 6U);
+    EXPECT_FALSE(messageQueues.wait(message));
+    start([](void*) -> uint32_t {
+        uint32_t received = 0;
+        messageQueues.peek(received);
+        rounds.fetch_add(1);
+        return messageQueues.wait(received) ? received : 0;
+    });
+    ASSERT_TRUE(eventually([&] { return isRunning(); }));
+    EXPECT_TRUE(messageQueues.post(id, 77));
+    EXPECT_TRUE(eventually([&] { return exitCode() == 77; }));
+    EXPECT_TRUE(eventually([&] { return !messageQueues.post(id, 78); })) << "its queue went with the thread";
+}
+
+TEST_F(ThreadsTest, SignalsAreRequestsAndNoneIsLostBeforeTheFirstWait) {
+    for (const auto& [signal, wanted] :
+         {std::pair{SIGTERM, WindowMessage::close}, std::pair{SIGINT, WindowMessage::close},
+          std::pair{SIGHUP, WindowMessage::settingChange}}) {
+        Child child([signal = signal, wanted = wanted] {
+            messageQueues.receiveSystemRequests();
+            raise(SIGPIPE);
+            raise(signal);
+            uint32_t message = 0;
+            return messageQueues.wait(message) && message == wanted && !messageQueues.peek(message) ? 0 : 1;
+        });
+        EXPECT_EQ(child.reap(), 0) << signal;
+    }
+}
+
+} // namespace Velmor

@@ -1,0 +1,106 @@
+#include "programs/runtallyctl/UsageFile.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace Velmor {
+
+namespace {
+const std::string lead = "1:1000000000:31:0:WORKGROUP:0:pc17:0:amd64:0:Linux Debian";
+
+/// A record with what its writer may vary.
+std::string record(const std::string& account, const std::string& exitCode, const std::string& measure,
+                   const std::string& directory = "/usr/bin/") {
+    return lead + ":0:vim:0:Vim:0:" + directory + ":0:undef:0:" + account + ":0:" + exitCode + "\n" + measure + "\n";
+}
+
+UsageFile parse(const std::string& text) {
+    std::istringstream input(text);
+    return readUsageFile(input);
+}
+} // namespace
+
+TEST(UsageFile, ARecordIsReadWithAllItsParts) {
+    const UsageFile file = parse(record("\\\\pc17\\bob", "none", "1:300"));
+    ASSERT_EQ(file.entries.size(), 1U);
+    const UsageEntry& entry = file.entries.front();
+    EXPECT_EQ(entry.start, 1000000000);
+    EXPECT_EQ(entry.computer, "pc17");
+    EXPECT_EQ(entry.executable, "/usr/bin/vim");
+    EXPECT_EQ(entry.application, "Vim");
+    EXPECT_EQ(entry.user, "\\\\pc17\\bob");
+    EXPECT_EQ(entry.timeClass, "undef");
+    EXPECT_EQ(entry.exitCode, "none");
+    EXPECT_TRUE(entry.isFirst);
+    EXPECT_EQ(entry.duration, 300);
+    EXPECT_TRUE(file.mistakes.empty());
+}
+
+TEST(UsageFile, OddAccountsAndPathsDontMoveTheOtherFields) {
+    struct Case {
+        std::string account;
+        std::string directory;
+        std::string user;
+    };
+    for (const auto& [account, directory, user] : {
+             Case{"\\\\D\\bob|user id=b7|project id=p1", "/usr/bin/", "\\\\D\\bob"},
+             Case{"\\\\D\\a:0:b", "/usr/bin/", "\\\\D\\a:0:b"},
+             Case{"\\\\D\\a:0", "", "\\\\D\\a:0"},
+             Case{"", "", ""},
+             Case{"\\\\D\\b\xF6rje", "/opt/\xFF/", "\\\\D\\b\xF6rje"},
+         }) {
+        const UsageFile file = parse(record(account, "137", "0:7", directory));
+        ASSERT_EQ(file.entries.size(), 1U) << account;
+        EXPECT_EQ(file.entries[0].user, user);
+        EXPECT_EQ(file.entries[0].executable, directory + "vim");
+        EXPECT_EQ(file.entries[0].exitCode, "137");
+        EXPECT_FALSE(file.entries[0].isFirst);
+    }
+}
+
+TEST(UsageFile, AFileCutOffAnywhereKeepsItsWholeRecordsAndTellsOfTheTornOne) {
+    const std::string one = record("\\\\pc17\\bob", "0", "1:300");
+    const std::string text = one + one;
+    for (size_t size = 0; size <= text.size(); ++size) {
+        const UsageFile file = parse(text.substr(0, size));
+        EXPECT_EQ(file.entries.size(), size / one.size()) << size;
+        EXPECT_EQ(file.mistakes.size(), size % one.size() == 0 ? 0U : 1U) << size;
+    }
+}
+
+TEST(UsageFile, DamagedRecordsAreNamedByLineAndTheNextOnesAreRead) {
+    const std::string good = record("\\\\D\\bob", "0", "1:5");
+    const std::string identity = good.substr(0, good.find('\n') + 1);
+    struct Case {
+        std::string text;
+        size_t entries;
+        std::vector<std::string> mistakes;
+    };
+    for (const auto& [text, entries, mistakes] : {
+             Case{"rubbish\nmore\n" + good, 1, {"line 1: no record begins here"}},
+             Case{good + "1:5\n" + good, 2, {"line 3: no record begins here"}},
+             Case{identity + good, 1, {"line 1: the record is damaged"}},
+             Case{good + identity + good, 2, {"line 3: the record is damaged"}},
+             Case{identity + "2:5\n" + good, 1, {"line 1: the record is damaged"}},
+             Case{identity + "1:5x\n" + good, 1, {"line 1: the record is damaged"}},
+             Case{record("\\\\D\\bob", "soon", "1:5") + good, 1, {"line 1: the record is damaged"}},
+             Case{lead + ":0:vim\n1:5\n" + good, 1, {"line 1: the record is damaged"}},
+             Case{"1:x:31" + identity.substr(15) + "1:5\n" + good, 1, {"line 1: the record is damaged"}},
+         }) {
+        const UsageFile file = parse(text);
+        EXPECT_EQ(file.entries.size(), entries) << text;
+        EXPECT_EQ(file.mistakes, mistakes) << text;
+    }
+}
+
+TEST(UsageFile, RecordsOfOtherKindsArePassedOver) {
+    std::string other = record("\\\\D\\bob", "0", "1:5:0:more");
+    other.replace(other.find(":31:"), 4, ":87:");
+    const UsageFile file = parse(other + record("\\\\D\\bob", "0", "1:5") + other);
+    EXPECT_EQ(file.entries.size(), 1U);
+    EXPECT_EQ(file.others, 2U);
+    EXPECT_TRUE(file.mistakes.empty());
+}
+
+} // namespace Velmor
