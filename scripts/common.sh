@@ -5,18 +5,18 @@ project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 packages=(g++ cmake ninja-build ccache zlib1g-dev libtomlplusplus-dev libgtest-dev libbenchmark-dev libcli11-dev
           nlohmann-json3-dev)
 
-# install PACKAGE...: installs those that are missing.
+# install PACKAGE...: installs those that are missing, as root or by sudo.
 install() {
     local missing=() package
     for package in "$@"; do
         dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
     done
-    [ ${#missing[@]} -eq 0 ] && return 0
+    [ ${#missing[@]} -gt 0 ] || return 0
     local root=()
     [ "$(id -u)" -eq 0 ] || root=(sudo)
     echo "Installing ${missing[*]}"
     "${root[@]}" apt-get update -qq
-    "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" >/dev/null
+    "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" </dev/null >/dev/null
 }
 
 # build PRESET [TARGET...]
