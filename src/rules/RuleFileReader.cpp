@@ -66,10 +66,10 @@ bool RuleFileReader::read(const std::string& fileName, std::string& errorText) {
         errorText = "Failed to open file";
         return false;
     }
-    const bool read = readLines();
+    const bool read = readLines() && !unreadable_;
     file_.close();
     if (!read)
-        errorText = error_;
+        errorText = unreadable_ ? "Failed to read file" : error_;
     return read;
 }
 
@@ -91,6 +91,9 @@ bool RuleFileReader::readLines() {
 bool RuleFileReader::nextLine() {
     while (!file_.eof(BasicFile::LAST_USED)) {
         line_ = file_.readLine();
+        unreadable_ = file_.getError() != BasicFile::ERROR_NONE;
+        if (unreadable_)
+            break;
         ++lineNumber_;
         StringSearcher::trim(line_);
         if (!line_.empty() && line_.front() != '#')

@@ -45,6 +45,7 @@ private:
     BasicFile file_;
     std::string line_;
     int32_t lineNumber_ = 0; // of line_, from 1
+    bool unreadable_ = false; // the system stopped giving lines
     std::string error_;
 };
 

@@ -129,7 +129,10 @@ TEST_F(IpcTest, TheServerHandsOverMessagesOfTheFamilyOnly) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         client.send("COMMAND", "ref", "text", "me");
         MailSlot raw(MailSlotMode::sender, "server");
-        for (const char* foreign : {"", "Other\x1b" "COMMAND\x1b\x1bx\x1b", "COMMAND", "Velmor"})
+        for (const char* foreign : {"",
+                                    "Other\x1b"
+                                    "COMMAND\x1b\x1bx\x1b",
+                                    "COMMAND", "Velmor"})
             raw.send(foreign);
         raw.send("Velmor\x1b"
                  "a\x1b"

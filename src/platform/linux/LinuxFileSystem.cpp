@@ -50,13 +50,25 @@ bool answer(bool succeeded, uint32_t& error) {
     return succeeded;
 }
 
+/// The native API opens no directory, but the kernel lets one be opened for reading, and then gives no byte of it.
+bool isDirectoryOpenedForReading(int descriptor, int flags) {
+    struct stat state {};
+    return (flags & O_ACCMODE) == O_RDONLY && systemCalls().fstat(descriptor, &state) == 0 && S_ISDIR(state.st_mode);
+}
+
 std::unique_ptr<LinuxOpenFile> openNative(const std::string& path, int flags) {
     int descriptor = -1;
     do {
         checkpoint();
         descriptor = systemCalls().open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, fileMode);
     } while (descriptor < 0 && errno == EINTR);
-    return descriptor < 0 ? nullptr : std::make_unique<LinuxOpenFile>(descriptor);
+    if (descriptor < 0)
+        return nullptr;
+    auto file = std::make_unique<LinuxOpenFile>(descriptor);
+    if (!isDirectoryOpenedForReading(descriptor, flags))
+        return file;
+    errno = EACCES;
+    return nullptr;
 }
 
 /// The state of a path; one that differs in case serves where nothing bears the exact name. `path` becomes the name

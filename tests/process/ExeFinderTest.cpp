@@ -1,0 +1,137 @@
+#include "process/ExeFinder.h"
+
+#include "process/SMScan.h"
+#include "shared/library/common/FileUtils.h"
+#include "shared/library/common/TextUtils.h"
+#include "support/ScriptedPlatform.h"
+#include "support/TempDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+
+namespace Velmor {
+
+namespace {
+class ExeFinderTest : public ::testing::Test {
+protected:
+    ApplicationMappings mappings(const std::string& text) {
+        ApplicationMappingsReader reader;
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_TRUE(reader.addLine(line)) << line;
+        return reader.mappings();
+    }
+
+    /// Puts a file in place that says this about itself, and returns its path.
+    std::string describe(const std::string& name, const std::string& description, const std::string& product) {
+        std::filesystem::create_directories(FileUtils::getDirectory(directory / name));
+        const std::string path = directory.write(name, "x");
+        os.versionResources.describe(toLowerCopy(path), description, product);
+        return path;
+    }
+
+    ScriptedPlatform os;
+    TempDirectory directory;
+    ExeFinder finder{SmartPointer<LoggerUnit>()};
+};
+} // namespace
+
+TEST_F(ExeFinderTest, WhatTheFileSaysIsCleanedAndElseItsNameCounts) {
+    struct Case {
+        const char* description;
+        const char* product;
+        const char* application;
+    };
+    int number = 0;
+    for (const auto& [description, product, application] : {
+             Case{"", "", "Tool"},
+             Case{"Drawing", "Office", "Drawing"},
+             Case{"", "Office", "Office"},
+             Case{"  Drawing  ", "", "Drawing"},
+             Case{"Drawing application file", "", "Drawing"},
+             Case{"Drawing \t APPLICATION", "", "Drawing"},
+             Case{"application", "", "application"}, // the word isn't shorter than the name
+             Case{"x application", "", "x"},
+             Case{" 7-11 (12)", "", "Tool"}, // no letter
+             Case{"123", "Office", "Tool"},
+             Case{"Dr\xe4wing", "Office", "Office"},
+             Case{"Dr\xe4wing", "", "Tool"},
+         }) {
+        const std::string path = describe(std::to_string(++number) + "/Tool.Exe", description, product);
+        EXPECT_EQ(finder.find(path), application) << description << "|" << product;
+        EXPECT_EQ(finder.find(path), application) << "the second time";
+    }
+    EXPECT_EQ(finder.find(""), "[UNDEFINED]");
+    EXPECT_EQ(finder.find("/bin/a.b.c"), "a.b");
+    EXPECT_EQ(os.versionResources.opens, static_cast<size_t>(number)) << "a file is examined once";
+}
+
+TEST_F(ExeFinderTest, MappingsStandAsStronglyAsTheirKind) {
+    finder.setMappings(
+        mappings("# comment\n}\nIGNORE\n{\n Noise = x\nnoise.d\n}\nmapAlways\n{\nCAD = Big CAD = 2\n"
+                 "bare\nnoise.d=late\n}\nmapmedium\n{\nmid=Middle\n}\nmaplast\n{\nend=Last\n}\nlost=x\n"));
+    for (const char* name : {"v/cad", "v/mid", "v/end", "v/Noise.D"})
+        describe(name, "Description", "Product");
+    describe("p/mid", "77", "Product");
+    struct Case {
+        const char* path;
+        const char* application;
+    };
+    for (const auto& [path, application] : {
+             Case{"x/noise = x.exe", "!"},
+             Case{"v/Noise.D", "Description"}, // "noise" is in no block
+             Case{"x/NOISE.D.exe", "!"},       // the first entry stays
+             Case{"v/cad", "Big CAD = 2"},
+             Case{"x/bare.exe", ""},
+             Case{"v/mid", "Description"},
+             Case{"x/mid", "Middle"},
+             Case{"p/mid", "mid"}, // the description has no letter, and it stands before the product
+             Case{"v/end", "Description"},
+             Case{"x/end", "Last"},
+             Case{"x/lost", "lost"},
+         })
+        EXPECT_EQ(finder.find(directory / path), application) << path;
+    finder.setMappings({});
+    EXPECT_EQ(finder.find(directory / "v/cad"), "Description") << "mappings are applied anew at each call";
+}
+
+TEST_F(ExeFinderTest, ABlockNeedsAKind) {
+    for (const auto& lines : {std::vector<std::string>{"{"}, {"ignore", "{", "}", "{"}}) {
+        ApplicationMappingsReader reader;
+        for (size_t i = 0; i + 1 < lines.size(); ++i)
+            EXPECT_TRUE(reader.addLine(lines[i]));
+        EXPECT_FALSE(reader.addLine(lines.back()));
+    }
+}
+
+TEST_F(ExeFinderTest, LanguagesAndPathsAreTriedInTurn) {
+    const std::string file = directory.write("a.exe", "x");
+    auto& entry = os.versionResources.entries[file];
+    entry.translations = {{0, 1200}, {1044, 1200}};
+    entry.strings[1033]["ProductName"] = "US";
+    os.fileSystem.variables["PLACE"] = directory.path().substr(0, directory.path().size() - 1);
+    struct Case {
+        std::string path;
+        bool found;
+    };
+    for (const auto& [path, found] : {
+             Case{file, true},
+             Case{"%PLACE%/a.exe", true},
+             Case{"\\??" + file, true},
+             Case{"%NOWHERE%/a.exe", false},
+             Case{"/other/a.exe", false},
+         }) {
+        ExeInfo info;
+        EXPECT_EQ(SMScan::getFileInformation(info, path), found) << path;
+        EXPECT_EQ(info.productName, found ? "US" : "") << path;
+    }
+    entry.strings[1044]["FileDescription"] = "Norsk";
+    entry.strings[1033].clear();
+    ExeInfo info;
+    EXPECT_TRUE(SMScan::getFileInformation(info, file));
+    EXPECT_EQ(info.fileDescription, "Norsk") << "the next pair, when the first gives nothing";
+}
+
+} // namespace Velmor

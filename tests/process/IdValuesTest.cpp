@@ -1,0 +1,85 @@
+#include "process/IdValues.h"
+
+#include "support/ScriptedPlatform.h"
+#include "support/TempDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace Velmor {
+
+namespace {
+/// The files of the family's other tools. Where they lie is found once in a program's life, so all tests share it.
+class IdValuesTest : public ::testing::Test {
+protected:
+    IdValuesTest() {
+        os.registry.set("InstallDir", shared().path());
+        std::filesystem::remove_all(place());
+        std::filesystem::create_directories(place());
+        static int32_t later = os.clock.now();
+        os.clock.set(later += 100000); // the last cleaning lies far back
+    }
+
+    static TempDirectory& shared() {
+        static TempDirectory directory;
+        return directory;
+    }
+    static std::string place() { return shared() / "Log/temp/"; }
+    static void leave(const std::string& name, const std::string& text) { shared().write("Log/temp/" + name, text); }
+    static std::string names() { return TempDirectory::namesOf(place()); }
+
+    static std::string textOf(const std::string& user, uint32_t pid) {
+        std::string text = user;
+        EXPECT_TRUE(getIdValues(user, text, "user id", "project id", pid, "c:\\apps\\cad.exe"));
+        return text;
+    }
+
+    ScriptedPlatform os;
+};
+} // namespace
+
+TEST_F(IdValuesTest, AProcessValueWinsOverThatOfItsUser) {
+    os.processes.start(7, "c:\\apps\\cad.exe");
+    EXPECT_EQ(textOf("bob", 7), "bob");
+    leave("project_id-bob.idval", "who knows\nproject=p1\nmore\n");
+    EXPECT_EQ(textOf("bob", 7), "bob|project id=p1");
+    leave("user_id-bob-7-cad.exe.idval", "\nid=b=7 ");
+    EXPECT_EQ(textOf("bob", 7), "bob|user id=b=7 |project id=p1");
+    EXPECT_EQ(textOf("bob", 8), "bob|project id=p1");
+    EXPECT_EQ(textOf("alice", 7), "alice");
+    leave("project_id-bob-7-cad.exe.idval", "\nproject=");
+    EXPECT_EQ(textOf("bob", 7), "bob|user id=b=7 ") << "an empty value hides that of the user";
+}
+
+TEST_F(IdValuesTest, DamagedFilesGiveNoValue) {
+    for (const char* text : {"", "one line=x", "a\nb", "\n\n=late", "\xff\xfe"}) {
+        leave("user_id-bob.idval", text);
+        EXPECT_EQ(textOf("bob", 7), "bob") << text;
+    }
+    leave("user_id-bob-7-cad.exe.idval", "\n=v");
+    std::filesystem::create_directories(place() + "project_id-bob-7-cad.exe.idval");
+    EXPECT_EQ(textOf("bob", 7), "bob|user id=v") << "a directory can't be read";
+}
+
+TEST_F(IdValuesTest, FilesOfProcessesThatAreGoneAreCleanedEveryFiveMinutes) {
+    os.processes.start(7, "c:\\apps\\cad.exe");
+    os.processes.start(8, "c:\\apps\\other.exe");
+    os.processes.start(9, "c:\\apps\\cad.exe").openError = NativeError::accessDenied;
+    for (const char* name : {"user_id-bob-7-CAD.exe", "user_id-bob-8-cad.exe", "user_id-bob-9-cad.exe",
+                             "user_id-bob-10-cad.exe", "user_id-bob", "user_id-jean-luc-7-cad.exe"})
+        leave(std::string(name) + ".idval", "\nid=1\n");
+    std::filesystem::create_directories(place() + "a-b-11-c.idval");
+    const std::string kept = "a-b-11-c.idval user_id-bob-7-CAD.exe.idval user_id-bob.idval";
+    textOf("bob", 7);
+    EXPECT_EQ(names(), kept);
+    leave("user_id-bob-10-cad.exe.idval", "\nid=1\n");
+    os.clock.advance(299);
+    textOf("bob", 7);
+    EXPECT_NE(names(), kept);
+    os.clock.advance(1);
+    textOf("bob", 7);
+    EXPECT_EQ(names(), kept);
+}
+
+} // namespace Velmor

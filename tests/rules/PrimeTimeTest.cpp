@@ -1,0 +1,112 @@
+#include "rules/PrimeTime.h"
+
+#include "support/ScriptedPlatform.h"
+#include "support/TempDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <thread>
+
+namespace Velmor {
+
+namespace {
+constexpr int32_t sundayNight = 1000000000; // 2001-09-09T01:46:40Z
+constexpr int32_t hour = 3600;
+
+class PrimeTimeTest : public ::testing::Test {
+protected:
+    void read(const std::string& text) { ASSERT_TRUE(calendar.readFile(directory.write("primetime", text))); }
+    int32_t classOf(int32_t seconds) { return calendar.getClass(DateTime(seconds)); }
+
+    TempDirectory directory;
+    PrimeTime calendar;
+};
+
+/// Puts a zone in force for the native clock, and the old one back.
+class Zone {
+public:
+    explicit Zone(const char* name) : saved_(std::getenv("TZ") ? std::getenv("TZ") : "") { put(name); }
+    ~Zone() { put(saved_.c_str()); }
+
+private:
+    static void put(const char* name) {
+        setenv("TZ", name, 1);
+        tzset();
+    }
+    std::string saved_;
+};
+} // namespace
+
+TEST_F(PrimeTimeTest, TheLastLineThatMatchesDecides) {
+    const ScriptedPlatform os;
+    struct Case {
+        const char* text;
+        int32_t timeClass;
+    };
+    for (const auto& [text, timeClass] : {
+             Case{"", PrimeTime::UNDEFINED},
+             Case{"*:*:*:*:*", PrimeTime::PRIME},
+             Case{"*:*:*:*:* exclude", PrimeTime::NON_PRIME},
+             Case{"*:*:*:*:*  Exclude # holidays", PrimeTime::NON_PRIME},
+             Case{"*:*:*:*:* 0", PrimeTime::NON_PRIME},
+             Case{"*:*:*:*:* # 0", PrimeTime::PRIME},
+             Case{"*:*:*:*:* whatever", PrimeTime::PRIME},
+             Case{"*:*:*:*:*\n*:9:9:*:* exclude", PrimeTime::NON_PRIME},
+             Case{"*:9:9:*:* exclude\n*:*:*:*:*", PrimeTime::PRIME},
+             Case{"2001:9:9:0:1", PrimeTime::PRIME},
+             Case{"2000-2002:1-9:5,9:0-6:0-1", PrimeTime::PRIME},
+             Case{"*:*:*:6:*", PrimeTime::UNDEFINED}, // Sunday is 0
+             Case{"*:*:*:*:2-5", PrimeTime::UNDEFINED},
+             Case{"*:*:*:*:17-1", PrimeTime::UNDEFINED},
+             Case{"*:*:*:*:0,1-5", PrimeTime::PRIME}, // a range, from 0
+             Case{"*:*:*:*:1-2-3", PrimeTime::UNDEFINED},
+             Case{"*:*:*:*", PrimeTime::UNDEFINED}, // a field is missing
+             Case{"# *:*:*:*:*\n\n  ", PrimeTime::UNDEFINED},
+             Case{"\xff\xfe\x01:::::::\n*:*:*:*:*", PrimeTime::PRIME},
+         }) {
+        read(text);
+        EXPECT_EQ(classOf(sundayNight), timeClass) << text;
+    }
+    EXPECT_FALSE(calendar.readFile(directory / "none"));
+    EXPECT_EQ(classOf(sundayNight), PrimeTime::PRIME) << "the calendar stays";
+}
+
+TEST_F(PrimeTimeTest, WorkingHoursAreLocalInAnyZoneAndAcrossAChangeOfDaylightSaving) {
+    struct Case {
+        const char* zone;
+        int32_t firstPrime; // the second at which a working day begins
+    };
+    for (const auto& [zone, firstPrime] : {
+             Case{"UTC", 1774857600},              // Monday 2026-03-30, 8:00
+             Case{"Europe/Oslo", 1774850400},      // the day after the clocks went forward
+             Case{"Europe/Oslo", 1774594800},      // the Friday before
+             Case{"Europe/Oslo", 1792998000},      // the Monday after they went back
+             Case{"America/New_York", 1773057600}, // the Monday after they went forward there
+             Case{"Asia/Kolkata", 1774837800},     // half an hour off
+         }) {
+        const Zone inForce(zone);
+        read("*:*:*:1-5:8-17\n");
+        for (const int32_t inside : {0, hour, 10 * hour - 1})
+            EXPECT_EQ(classOf(firstPrime + inside), PrimeTime::PRIME) << zone << " " << firstPrime + inside;
+        for (const int32_t outside : {-1, 10 * hour, -12 * hour})
+            EXPECT_EQ(classOf(firstPrime + outside), PrimeTime::UNDEFINED) << zone << " " << firstPrime + outside;
+    }
+}
+
+TEST_F(PrimeTimeTest, ThreadsNeverGetTheClassOfAnotherTime) {
+    const Zone inForce("UTC");
+    read("*:*:*:*:1\n");
+    const auto ask = [&](int32_t seconds, int32_t timeClass, int& wrong) {
+        for (int i = 0; i < 20000; ++i)
+            wrong += classOf(seconds) == timeClass ? 0 : 1;
+    };
+    int wrongInside = 0;
+    int wrongOutside = 0;
+    std::thread other([&] { ask(sundayNight + 2 * hour, PrimeTime::UNDEFINED, wrongOutside); });
+    ask(sundayNight, PrimeTime::PRIME, wrongInside);
+    other.join();
+    EXPECT_EQ(wrongInside + wrongOutside, 0);
+}
+
+} // namespace Velmor
