@@ -48,6 +48,7 @@ std::vector<UsageLine> parseRecords(const std::string& text) {
         record.start = std::stoi(fields[0].substr(2));
         record.executable = fields[5];
         record.application = fields[6];
+        record.directory = fields[7];
         record.account = fields[9];
         record.exitCode = fields[10];
         record.isFirst = measure[0] == '1';

@@ -20,6 +20,7 @@ struct UsageLine {
     int32_t start = 0;
     std::string executable;
     std::string application;
+    std::string directory;
     std::string account;
     std::string exitCode;
     bool isFirst = false;

@@ -189,6 +189,12 @@ bool ScriptedFileSystem::find(std::string_view path, FoundFile& found, uint32_t&
     return LinuxFileSystem::find(path, found, error);
 }
 
+bool ScriptedFileSystem::scan(std::string_view directory, std::string_view pattern, std::vector<FoundFile>& found,
+                              uint32_t& error) {
+    ++scans;
+    return LinuxFileSystem::scan(directory, pattern, found, error);
+}
+
 bool ScriptedFileSystem::deviceOfDrive(std::string_view drive, std::string& device) {
     const auto found = devices.find(drive);
     if (found == devices.end())

@@ -133,10 +133,13 @@ public:
     bool windowsDirectory(std::string& path, uint32_t& error) override;
     bool environment(std::string_view name, std::string& value) override;
     bool hasShortNames() override { return !paperFiles.empty(); }
+    bool scan(std::string_view directory, std::string_view pattern, std::vector<FoundFile>& found,
+              uint32_t& error) override;
 
     std::map<std::string, std::string, std::less<>> devices;    // "C:" to a device path
     std::map<std::string, std::string, std::less<>> paperFiles; // a path as asked for to the stored name
     std::map<std::string, std::string, std::less<>> variables;
+    size_t scans = 0;
     std::string currentDrive; // put in front of what has no drive, if set
 };
 

@@ -8,6 +8,4 @@ void logPerfMonData(const ProcessPointer&, int32_t) {}
 
 void dumpPerfMon() {}
 
-void logProcessEvent(bool, const ProcessPointer&) {}
-
 } // namespace Velmor

@@ -6,7 +6,7 @@
 
 namespace Velmor {
 
-/// The records beside the usage record. The sources of modules, performance figures and the event log aren't part of
+/// The records beside the usage record. The sources of modules and performance figures aren't part of
 /// the collector yet: the calls stand where their records belong, and write nothing.
 
 /// Writes the record of a module that the process has unloaded.
@@ -17,8 +17,5 @@ void logPerfMonData(const ProcessPointer& process, int32_t dumpTime);
 
 /// What is to be written before the file "perfmon" is delivered.
 void dumpPerfMon();
-
-/// Writes the line of a start or an end to the process event log.
-void logProcessEvent(bool isStart, const ProcessPointer& process);
 
 } // namespace Velmor

@@ -136,6 +136,7 @@ void Runtally::freeLocksOf(uint32_t threadId) {
     ProcessRegistry& maps = registry();
     for (Monopoly* monopoly : {&maps.processMonopoly, &maps.endedMapMonopoly, &maps.pendingInfoMonopoly})
         freeIfHeldBy(*monopoly, threadId);
+    freeIfHeldBy(runtallyState().eventLog.lock(), threadId);
     for (auto& [key, entry] : logFileRegistry())
         if (!entry.file.isNull())
             freeIfHeldBy(entry.file->lock(), threadId);

@@ -128,6 +128,7 @@ void Runtally::readEventLog() {
     settings().eventLogStem = "procevents";
     settings().eventLogDays = defaultEventLogDays;
     conf().getInteger("runtally.logging.process-data.log-to-file.delete-after-days", settings().eventLogDays);
+    FileUtils::makeDirectories(programState().tempDirectory);
 }
 
 void Runtally::readModules() {

@@ -3,6 +3,7 @@
 #include "process/ExeFinder.h"
 #include "process/ProcPoll.h"
 #include "process/Process.h"
+#include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
 #include "rules/IncludeExclude.h"
 #include "shared/library/common/Monopoly.h"
 #include "shared/library/common/TimeSpan.h"
@@ -55,6 +56,7 @@ struct RuntallyState {
     IncludeExclude includeExclude;
     ProcPoll procPoll; // used by the poller's thread only
     std::unique_ptr<ExeFinder> exeFinder;
+    ProcessEventLog eventLog;
     std::atomic<bool> polledOnce{false}; // the first full round has been made; stays set
     int32_t programStart = 0;            // seconds since 1970
 };

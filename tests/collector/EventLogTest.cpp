@@ -1,0 +1,107 @@
+#include "collector/CollectorFixture.h"
+
+#include <fstream>
+
+namespace Velmor {
+
+namespace {
+constexpr int32_t day = 86400;
+
+class EventLogTest : public ::testing::Test {
+protected:
+    EventLogTest() {
+        runtallyState().settings.eventLogOn = true;
+        runtallyState().settings.eventLogStem = "procevents";
+        runtallyState().settings.eventLogDays = 7;
+        programState().tempDirectory = temp.path();
+    }
+    ~EventLogTest() override { runtallyState().settings.eventLogOn = false; }
+
+    int32_t now() { return collector.os.clock.now(); }
+
+    /// A process that ends at `when`, a moment before now.
+    void end(uint32_t pid, int32_t when) {
+        collector.os.processes.start(pid, "c:\\apps\\cad.exe");
+        collector.report(pid, ProcessState::started, when - 1);
+        collector.report(pid, ProcessState::ended, when);
+        collector.os.processes.end(pid, 0);
+    }
+
+    Collector collector;
+    TempDirectory temp;
+};
+} // namespace
+
+TEST_F(EventLogTest, AnEndIsALineInTheFileOfTheLocalDay) {
+    collector.os.clock.zoneMinutes = 120;
+    end(1234, now());
+    end(1235, now());
+    EXPECT_EQ(readFile(temp / "procevents-2001-09-09.eventlog"),
+              "1000000000|2001-09-09T03:46:40|1234|c:\\apps\\cad.exe|cad|bob|end\n"
+              "1000000000|2001-09-09T03:46:40|1235|c:\\apps\\cad.exe|cad|bob|end\n");
+    collector.os.clock.advance(20 * 3600 + 13 * 60 + 20); // midnight by the local clock
+    end(1236, now());
+    EXPECT_EQ(temp.names(), "procevents-2001-09-09.eventlog procevents-2001-09-10.eventlog");
+}
+
+TEST_F(EventLogTest, FilesOlderThanTheConfiguredDaysGoAndOthersStay) {
+    for (const char* name : {"procevents-2001-09-01.eventlog", "procevents-2001-09-02.eventlog",
+                             "procevents-2001-08-31.txt", "other-2001-01-01.eventlog", "procevents-x.eventlog"})
+        temp.write(name, "x\n");
+    std::filesystem::create_directories(temp / "procevents-1999-01-01.eventlog");
+    end(7, now());
+    const std::string kept = "other-2001-01-01.eventlog procevents-1999-01-01.eventlog procevents-2001-08-31.txt "
+                             "procevents-2001-09-02.eventlog procevents-2001-09-09.eventlog";
+    EXPECT_EQ(temp.names(), kept);
+    collector.os.clock.advance(day);
+    end(7, now());
+    EXPECT_FALSE(std::filesystem::exists(temp / "procevents-2001-09-02.eventlog"));
+}
+
+TEST_F(EventLogTest, TheDirectoryIsScannedOnlyWhenThatCanFindSomething) {
+    end(7, now());
+    collector.os.clock.advance(1);
+    end(7, now());
+    const size_t scans = collector.os.fileSystem.scans;
+    for (int i = 0; i < 100; ++i)
+        end(7, now());
+    EXPECT_EQ(collector.os.fileSystem.scans, scans);
+    // A file that somebody puts there goes at the next event, as it would with a scan for each.
+    const std::string old = temp.write("procevents-2000-01-01.eventlog", "");
+    std::filesystem::last_write_time(temp.path(),
+                                     std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
+    end(7, now());
+    EXPECT_FALSE(std::filesystem::exists(old));
+}
+
+TEST_F(EventLogTest, ALineThatCantBeWrittenIsReportedAndTheNextOneTriesAgain) {
+    const CapturedLog log(1);
+    std::filesystem::remove_all(temp.path());
+    end(7, now());
+    EXPECT_TRUE(log.has("(2.08.04) (Message not found.) Parameters: log-to-file"));
+    EXPECT_EQ(collector.records().size(), 1U) << "usage isn't touched by it";
+    std::filesystem::create_directories(temp.path());
+    end(7, now());
+    EXPECT_EQ(temp.names(), "procevents-2001-09-09.eventlog");
+    std::filesystem::remove(temp / "procevents-2001-09-09.eventlog");
+    std::filesystem::create_symlink("/dev/full", temp / "procevents-2001-09-09.eventlog");
+    end(7, now());
+    EXPECT_TRUE(log.has("(2.08.33)"));
+}
+
+TEST_F(EventLogTest, AnEventLongPastGoesToTheOpenFile) {
+    end(7, now());
+    collector.os.clock.advance(3 * day);
+    end(7, now() - 5 * day);
+    EXPECT_EQ(temp.names(), "procevents-2001-09-09.eventlog");
+    end(7, now());
+    EXPECT_EQ(temp.names(), "procevents-2001-09-09.eventlog procevents-2001-09-12.eventlog");
+}
+
+TEST_F(EventLogTest, WithoutTheKeyNothingIsMade) {
+    runtallyState().settings.eventLogOn = false;
+    end(7, now());
+    EXPECT_EQ(temp.names(), "");
+}
+
+} // namespace Velmor

@@ -1,0 +1,237 @@
+// The road of one process through the collector, from its start to its last record.
+
+#include "collector/CollectorFixture.h"
+
+#include "programs/collectors/agent/Win32/Runtally/UsageRecord.h"
+
+namespace Velmor {
+
+namespace {
+constexpr const char* cad = "c:\\apps\\cad.exe";
+
+std::string flags(const std::vector<UsageLine>& records) {
+    std::string text;
+    for (const UsageLine& record : records)
+        text += record.isFirst ? '1' : '0';
+    return text;
+}
+
+bool touch(const std::vector<UsageLine>& slices) {
+    for (size_t i = 1; i < slices.size(); ++i)
+        if (slices[i].start != slices[i - 1].end())
+            return false;
+    return true;
+}
+
+class RecordsTest : public ::testing::Test {
+protected:
+    int32_t now() { return collector.os.clock.now(); }
+    std::string text() {
+        std::string all;
+        for (const auto& entry : std::filesystem::directory_iterator(collector.directory.path()))
+            if (entry.path().extension() == ".tmp")
+                all += readFile(entry.path().string());
+        return all;
+    }
+
+    Collector collector;
+};
+} // namespace
+
+TEST_F(RecordsTest, ARecordReadsToTheLetter) {
+    collector.os.processes.start(7, "C:\\Windows\\System32\\notepad.exe");
+    collector.report(7, ProcessState::started, now());
+    collector.os.clock.advance(300);
+    Runtally::dumpAll();
+    EXPECT_EQ(text(), "1:1000000000:31:0:WORKGROUP:0:pc17:0:i386:0:Windows XP:0:notepad.exe:0:notepad:0:"
+                      "c_\\windows\\system32\\:0:undef:0:\\\\PC17\\bob:0:none\n1:300\n");
+}
+
+TEST(RecordsOfManyTest, OddNamesGiveRecordsThatStillParse) {
+    struct Case {
+        const char* path;
+        const char* fields; // name, application, directory
+    };
+    for (const auto& [path, fields] : {
+             Case{"c:\\a:b\\x y.exe", "x y.exe|x y|c_\\a_b\\"},
+             Case{"nothing", "nothing|nothing|"},
+             Case{"/opt/a:0:b", "a_0_b|a_0_b|/opt/"},
+             Case{"/opt/\xe4\xff.bin", "\xe4\xff.bin|\xe4\xff|/opt/"},
+         }) {
+        Collector fresh;
+        fresh.os.processes.start(7, path);
+        fresh.report(7, ProcessState::started, fresh.os.clock.now());
+        Runtally::dumpAll();
+        const auto records = fresh.records();
+        ASSERT_EQ(records.size(), 1U) << path;
+        EXPECT_EQ(records[0].executable + "|" + records[0].application + "|" + records[0].directory, fields);
+    }
+}
+
+TEST_F(RecordsTest, AProcessThatOutlivesThreeDeliveriesLeavesFourTouchingSlices) {
+    collector.os.processes.start(7, cad);
+    collector.poll();
+    const int32_t start = now() - 1; // half the poll interval back
+    for (int i = 0; i < 3; ++i) {
+        collector.os.clock.advance(600);
+        collector.deliver();
+    }
+    collector.os.processes.end(7, 9);
+    collector.os.clock.advance(60);
+    collector.poll();
+    const auto records = collector.records();
+    EXPECT_EQ(flags(records), "1000");
+    EXPECT_TRUE(touch(records));
+    EXPECT_EQ(records.front().start, start);
+    EXPECT_EQ(records.back().end(), now() - 1);
+    EXPECT_EQ(records[2].exitCode + " " + records[3].exitCode, "none 9");
+    EXPECT_TRUE(collector.tracked().empty());
+}
+
+TEST(RecordsOfManyTest, InvertedTimesAreDroppedQuietlyWithinTenSecondsOfARecord) {
+    struct Case {
+        bool logged;
+        int32_t before; // seconds by which the end lies before the start
+        bool isError;
+    };
+    for (const auto& [logged, before, isError] : {Case{true, 5, false}, Case{true, 10, false}, Case{true, 11, true},
+                                                  Case{false, 5, true}, Case{false, 1, true}}) {
+        Collector fresh;
+        const CapturedLog log(1);
+        fresh.os.processes.start(7, cad);
+        fresh.report(7, ProcessState::started, fresh.os.clock.now());
+        fresh.os.clock.advance(100);
+        if (logged)
+            Runtally::dumpAll();
+        const size_t written = fresh.records().size();
+        const int32_t start = fresh.tracked().at(7)->getStart().getSeconds();
+        fresh.report(7, ProcessState::ended, start - before);
+        EXPECT_EQ(fresh.records().size(), written);
+        EXPECT_TRUE(fresh.tracked().empty());
+        EXPECT_EQ(log.has("(2.08.28)"), isError) << before;
+        EXPECT_EQ(log.has("logEndProcess: StartTime > EndTime, discarding :cad, 7, Start:"), !isError) << before;
+    }
+}
+
+TEST_F(RecordsTest, TimesInTheFutureBecomeNow) {
+    const CapturedLog log(1);
+    collector.os.processes.start(7, cad);
+    collector.report(7, ProcessState::started, now() + 1);
+    EXPECT_TRUE(log.has("(2.08.26)"));
+    EXPECT_EQ(collector.tracked().at(7)->getStart().getSeconds(), now());
+    collector.os.clock.advance(10);
+    collector.report(7, ProcessState::ended, now() + 30);
+    EXPECT_TRUE(log.has("(2.08.27)"));
+    const auto records = collector.records();
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].end(), now());
+}
+
+TEST(RecordsOfManyTest, WhatTheRulesDontWantLeavesNoTraceNotEvenInTheFirstMark) {
+    Collector fresh("include duration=60\n");
+    fresh.os.processes.start(7, cad);
+    fresh.report(7, ProcessState::started, fresh.os.clock.now());
+    for (const int32_t slice : {59, 60, 10, 61}) {
+        fresh.os.clock.advance(slice);
+        fresh.deliver();
+    }
+    EXPECT_EQ(flags(fresh.records()), "10");
+    EXPECT_EQ(fresh.records()[0].duration, 60);
+}
+
+TEST(RecordsOfManyTest, AttributesOfTheUserTextAreFactsAndStayInTheAccount) {
+    struct Case {
+        const char* user;
+        const char* rules;
+        bool included;
+    };
+    for (const auto& [user, rules, included] : {
+             Case{"bob", "include user=bob", true},
+             Case{"bob|user id=b7|project id=p1", "include user=b7 project=p1", true},
+             Case{"bob|user id=b7", "include user=bob", false},
+             Case{"bob|project id=p1|project id=p2", "include user=bob project=p2", true},
+             Case{"bob|else=x", "include user=bob", true},
+             Case{"bob|alice", "include user=alice", true}, // a later part without a key
+             Case{"bob|user id=a=b", "include user=a=b", true},
+         }) {
+        Collector fresh(rules);
+        fresh.os.processes.start(7, cad);
+        fresh.report(7, ProcessState::started, fresh.os.clock.now());
+        fresh.tracked().at(7)->setUser(user);
+        Runtally::dumpAll();
+        ASSERT_EQ(fresh.records().size(), included ? 1U : 0U) << user << " under " << rules;
+        if (included) {
+            EXPECT_EQ(fresh.records()[0].account, std::string("\\\\PC17\\") + user);
+        }
+    }
+}
+
+TEST_F(RecordsTest, AnUnknownExecutableIsParkedUntilItCanBeRead) {
+    for (const uint32_t pid : {9U, 10U})
+        collector.os.processes.start(pid, cad).modulesFail = 1000;
+    collector.poll();
+    EXPECT_FALSE(collector.tracked().contains(9)) << "an id of the system's own isn't parked, and has no name";
+    EXPECT_EQ(runtallyState().registry.pendingInfoMap.size(), 1U);
+    Runtally::retryPendingInfo();
+    EXPECT_TRUE(collector.tracked().empty());
+    collector.os.processes.at(10).modulesFail = 0;
+    Runtally::retryPendingInfo();
+    EXPECT_TRUE(runtallyState().registry.pendingInfoMap.empty());
+    ASSERT_TRUE(collector.tracked().contains(10));
+    EXPECT_EQ(collector.tracked().at(10)->getApplication(), "cad");
+    collector.os.processes.start(11, cad).modulesFail = 1000;
+    collector.poll();
+    collector.os.processes.end(11, 0);
+    Runtally::retryPendingInfo();
+    EXPECT_TRUE(runtallyState().registry.pendingInfoMap.empty()) << "one that has gone is no longer unknown";
+}
+
+TEST_F(RecordsTest, AnIgnoredExecutableIsNeitherTrackedNorRecorded) {
+    runtallyState().exeFinder->setMappings({{"cad", {"", MappingKind::ignore}}});
+    collector.os.processes.start(7, cad);
+    collector.poll();
+    collector.os.processes.end(7, 0);
+    collector.poll();
+    EXPECT_TRUE(collector.tracked().empty());
+    EXPECT_TRUE(runtallyState().registry.endedProcessMap.empty());
+    EXPECT_EQ(collector.fileNames(), "");
+}
+
+TEST_F(RecordsTest, WithEventsAPollCompletesNamesAndReportsNothingElse) {
+    runtallyState().settings.eventsActive = 1;
+    collector.os.processes.start(7, cad);
+    collector.poll();
+    EXPECT_TRUE(collector.tracked().contains(7)) << "the first round is a full one";
+    collector.os.processes.start(8, cad).modulesFail = 1000;
+    ProcessPointer late(new Process(8, now(), Process::Mode::running, true));
+    Runtally::addProcess(late);
+    collector.os.processes.at(8).modulesFail = 0;
+    collector.os.processes.start(9, cad);
+    collector.os.processes.end(7, 0);
+    collector.poll();
+    EXPECT_EQ(late->getExecutable() + " " + late->getApplication(), std::string(cad) + " cad");
+    EXPECT_TRUE(collector.tracked().contains(7));
+    EXPECT_FALSE(collector.tracked().contains(9));
+}
+
+TEST(DoubleToString, TrailingZerosGo) {
+    struct Case {
+        double value;
+        int decimals;
+        const char* text;
+    };
+    for (const auto& [value, decimals, text] : {
+             Case{3.5, 8, "3.5"},
+             Case{2, 8, "2"},
+             Case{0, 8, "0"},
+             Case{100, 8, "100"},
+             Case{-0.25, 8, "-0.25"},
+             Case{9.765625, 8, "9.765625"},
+             Case{100, 0, "100"},
+             Case{0.000000001, 8, "0"},
+             Case{1e15, 2, "1000000000000000"},
+         })
+        EXPECT_EQ(doubleToString(value, decimals), text);
+}
+
+} // namespace Velmor
