@@ -12,6 +12,7 @@ class MessageQueues;
 class NamedLocks;
 class Processes;
 class Registry;
+class ServiceManager;
 class Threads;
 class VersionResources;
 
@@ -29,6 +30,7 @@ struct Platform {
     Processes* processes;
     Accounts* accounts;
     VersionResources* versionResources;
+    ServiceManager* serviceManager;
 };
 
 /// The platform in force: the native one, unless a test has put another in its place.

@@ -36,7 +36,7 @@ void clean(std::string& name) {
     });
     if (idle != idleWords.end()) {
         name.resize(name.size() - idle->size());
-        while (name.size() > 1 && static_cast<unsigned char>(name.back()) <= ' ')
+        while (name.size() > 2 && static_cast<unsigned char>(name.back()) <= ' ')
             name.pop_back();
     }
     if (std::none_of(name.begin(), name.end(), isAsciiLetter))

@@ -27,6 +27,9 @@ public:
     /// Puts other mappings in force, for executables known already as well.
     void setMappings(const ApplicationMappings& mappings);
 
+    /// The lock of the maps, for the repair after a lost thread.
+    Monopoly& lock() { return access_; }
+
     /// The application name; "[UNDEFINED]" for an empty path.
     std::string find(const std::string& executable);
 

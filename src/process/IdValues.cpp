@@ -4,7 +4,6 @@
 #include "shared/library/common/BasicFile.h"
 #include "shared/library/common/FileOps.h"
 #include "shared/library/common/FileUtils.h"
-#include "shared/library/common/Monopoly.h"
 #include "shared/library/common/StringSearcher.h"
 #include "shared/library/common/SystemInfo.h"
 #include "shared/library/common/TextUtils.h"
@@ -77,6 +76,10 @@ bool isOfRunningProcess(std::string name) {
     return toLowerCopy(FileUtils::getBaseName(process.getExecutable())) == toLowerCopy(name);
 }
 } // namespace
+
+Monopoly& idValuesLock() {
+    return state().monopoly;
+}
 
 bool getIdValues(const std::string& user, std::string& text, std::string_view firstKey, std::string_view secondKey,
                  uint32_t pid, const std::string& executable) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "shared/library/common/Monopoly.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -22,6 +24,9 @@ bool readProcessIdValue(const std::string& user, std::string_view key, std::stri
 
 /// The value left for a user; false if no file was read.
 bool readUserIdValue(const std::string& user, std::string_view key, std::string& value);
+
+/// The lock of what the look-ups share, for the repair after a lost thread.
+Monopoly& idValuesLock();
 
 /// Removes the files of processes that are gone, at most every five minutes.
 void cleanIdValues();

@@ -8,6 +8,7 @@ namespace Velmor {
 namespace {
 // A block that leads back to itself has no end; deeper than any sensible file it counts as not holding.
 constexpr int deepestReference = 32;
+constexpr int mostBlocks = 10000; // for one rule: blocks that name each other several times branch at each level
 
 constexpr bool isBetween(RuleKey key, RuleKey first, RuleKey last) {
     return key >= first && key <= last;
@@ -44,7 +45,7 @@ bool RuleTest::evaluate(const Rule& rule, bool all, int depth) {
 }
 
 bool RuleTest::referenceHolds(const Rule& block, int depth) {
-    return depth < deepestReference && evaluate(block, false, depth + 1);
+    return depth < deepestReference && ++blocksTried_ <= mostBlocks && evaluate(block, false, depth + 1);
 }
 
 bool RuleTest::timeHolds(const RuleCondition& condition) {

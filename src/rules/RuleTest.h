@@ -15,7 +15,10 @@ public:
         : references_(references), facts_(facts) {}
 
     /// Whether all conditions of the rule hold.
-    bool holds(const Rule& rule) { return evaluate(rule, true, 0); }
+    bool holds(const Rule& rule) {
+        blocksTried_ = 0;
+        return evaluate(rule, true, 0);
+    }
 
 private:
     /// What the machine itself answers to the keys `host`, `os`, `domain` and `arch`.
@@ -36,6 +39,7 @@ private:
 
     const IncludeExclude::References& references_;
     const RuleFacts& facts_;
+    int blocksTried_ = 0; // "ref:" blocks, for the rule at hand
     std::optional<LocalFacts> localFacts_;
     std::optional<DateTimeParts> localTime_;
 };

@@ -2,6 +2,7 @@
 
 #include "rules/RuleFileReader.h"
 
+#include "shared/library/common/DateTime.h"
 #include "shared/library/common/Exception.h"
 #include "shared/library/common/TextUtils.h"
 
@@ -48,6 +49,7 @@ constexpr std::array<std::string_view, 7> weekDays{"mon", "tue", "wed", "thu", "
 
 constexpr size_t unlimited = std::numeric_limits<int32_t>::max();
 constexpr size_t timeOfDayParts = 3;
+constexpr int32_t mostOfAPart = 1000000; // more hours than any day has
 } // namespace
 
 std::optional<RuleKey> ruleKeyFromWord(std::string_view word) {
@@ -78,6 +80,7 @@ bool RuleFileReader::readValue(RuleCondition& condition, const std::string& valu
 
 bool RuleFileReader::readDate(RuleCondition& condition, const std::string& value) {
     try {
+        const LastZoneKept kept; // a date in a rule must not move the local time of everything else
         condition.date = DateTime(DateTime::fromString(value));
         return true;
     } catch (const Exception&) {
@@ -106,8 +109,10 @@ bool RuleFileReader::readTimeOfDay(RuleCondition& condition, const std::string& 
     if (!readable)
         return fail("Invalid time-of-day value \"", value);
     parts.resize(timeOfDayParts);
+    int64_t seconds = 0;
     for (const std::string& part : parts)
-        condition.value = condition.value * 60 + static_cast<int32_t>(std::atol(part.c_str()));
+        seconds = seconds * 60 + std::min(toNumber(part), mostOfAPart);
+    condition.value = static_cast<int32_t>(std::min<int64_t>(seconds, std::numeric_limits<int32_t>::max()));
     return true;
 }
 

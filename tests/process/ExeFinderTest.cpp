@@ -53,7 +53,7 @@ TEST_F(ExeFinderTest, WhatTheFileSaysIsCleanedAndElseItsNameCounts) {
              Case{"Drawing application file", "", "Drawing"},
              Case{"Drawing \t APPLICATION", "", "Drawing"},
              Case{"application", "", "application"}, // the word isn't shorter than the name
-             Case{"x application", "", "x"},
+             Case{"x  application", "", "x "},
              Case{" 7-11 (12)", "", "Tool"}, // no letter
              Case{"123", "Office", "Tool"},
              Case{"Dr\xe4wing", "Office", "Office"},

@@ -1,5 +1,7 @@
 #include "platform/linux/DesktopIndex.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -24,6 +26,15 @@ std::string programOf(std::string command) {
     return {};
 }
 
+/// Programs that entries use to start others: an entry says nothing about them.
+bool isLauncher(const std::string& program) {
+    constexpr std::array<std::string_view, 18> launchers{
+        "sh",   "bash", "dash",    "env",  "python3", "perl",         "ruby",     "java", "node",
+        "sudo", "snap", "flatpak", "wine", "pkexec",  "gapplication", "xdg-open", "gjs",  "nice"};
+    const std::string name = program.substr(program.rfind('/') + 1);
+    return std::find(launchers.begin(), launchers.end(), name) != launchers.end();
+}
+
 std::string resolved(const std::string& path) {
     std::error_code error;
     const auto real = std::filesystem::canonical(path, error);
@@ -38,7 +49,7 @@ bool DesktopIndex::find(const std::string& executable, FileDescription& descript
     if (watch_.hasChanged())
         read();
     const auto name = names_.find(executable);
-    if (name == names_.end())
+    if (name == names_.end() || name->second.empty())
         return false;
     description.description = name->second;
     return true;
@@ -48,9 +59,10 @@ void DesktopIndex::read() {
     names_.clear();
     for (const std::string& directory : watch_.directories()) {
         std::error_code error;
-        for (const auto& entry : std::filesystem::directory_iterator(directory, error))
-            if (entry.path().extension() == ".desktop")
-                readEntry(entry.path().string());
+        for (std::filesystem::directory_iterator entry(directory, error), end; !error && entry != end;
+             entry.increment(error))
+            if (entry->path().extension() == ".desktop")
+                readEntry(entry->path().string());
     }
 }
 
@@ -67,8 +79,11 @@ void DesktopIndex::readEntry(const std::string& path) {
         else if (inEntry && line.starts_with("Exec="))
             program = programOf(line.substr(5));
     }
-    if (!name.empty() && !program.empty())
-        names_.try_emplace(resolved(program), name);
+    if (name.empty() || program.empty() || isLauncher(program))
+        return;
+    const auto [known, isNew] = names_.try_emplace(resolved(program), name);
+    if (!isNew && known->second != name)
+        known->second.clear(); // several applications in one program: none of them names it
 }
 
 } // namespace Velmor

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <initializer_list>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace Velmor {
 
@@ -33,13 +34,21 @@ std::string resourcesFile() {
     return firstOf({"VELMOR_RESOURCES"}, "/etc/velmor/resources.toml");
 }
 
+void adoptOwnerOfDirectory(const std::string& path) {
+    struct stat directory {};
+    if (geteuid() == 0 && stat(path.substr(0, path.rfind('/') + 1).c_str(), &directory) == 0 && directory.st_uid != 0)
+        (void)!lchown(path.c_str(), directory.st_uid, directory.st_gid);
+}
+
 bool makeDirectoryTree(const std::string& path) {
     for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         const std::string part = path.substr(0, end);
-        if (mkdir(part.c_str(), directoryMode) == 0)
+        if (mkdir(part.c_str(), directoryMode) == 0) {
             chmod(part.c_str(), directoryMode); // whatever the service manager masks
-        else if (errno != EEXIST)
+            adoptOwnerOfDirectory(part);
+        } else if (errno != EEXIST) {
             return false;
+        }
         if (end == std::string::npos)
             return true;
     }

@@ -4,8 +4,11 @@
 #include "platform/linux/Checkpoint.h"
 #include "platform/linux/ProcFile.h"
 
+#include <cerrno>
 #include <charconv>
 #include <condition_variable>
+#include <map>
+#include <mutex>
 #include <pwd.h>
 #include <sys/utsname.h>
 #include <thread>
@@ -20,12 +23,14 @@ constexpr int64_t keepUnknown = 300; // seconds
 constexpr size_t mostCached = 4096;
 constexpr uint32_t usualPatience = 2000; // milliseconds
 constexpr size_t recordSize = 16384;
+constexpr size_t largestRecord = 1024 * 1024;
 
 std::string askSystem(uint32_t uid) {
     passwd entry{};
     passwd* found = nullptr;
     std::vector<char> buffer(recordSize);
-    getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found);
+    while (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == ERANGE && buffer.size() < largestRecord)
+        buffer.resize(2 * buffer.size());
     return found ? std::string(found->pw_name) : std::string();
 }
 
@@ -50,27 +55,36 @@ std::string computerName() {
     return std::string(host.substr(0, host.find('.')));
 }
 
-/// An answer on its way from the thread that asks to the one that waits, which may have left.
-struct Question {
-    std::mutex mutex;
-    std::condition_variable answered;
-    bool done = false;
-    std::string user;
-};
-
-void answer(Question& question, std::string user) {
-    maskControlBytes(user);
-    const std::lock_guard lock(question.mutex);
-    question.user = std::move(user);
-    question.done = true;
-    question.answered.notify_one();
-}
 } // namespace
+
+/// What is known, and what is being asked for.
+struct LinuxAccounts::Names {
+    struct Entry {
+        std::string name;    // or the number while that is all
+        int64_t expires = 0; // monotonic seconds
+        bool isAsked = false;
+    };
+
+    void takeAnswer(uint32_t uid, std::string name) {
+        maskControlBytes(name);
+        const std::lock_guard lock(mutex);
+        const bool found = !name.empty();
+        entries[uid] = {found ? std::move(name) : std::to_string(uid),
+                        monotonicSeconds() + (found ? keepKnown : keepUnknown), false};
+        isSlow = false;
+        answered.notify_all();
+    }
+
+    std::mutex mutex; // guards the rest
+    std::condition_variable answered;
+    std::map<uint32_t, Entry> entries;
+    bool isSlow = false; // the service has let somebody wait in vain, and hasn't answered since
+};
 
 LinuxAccounts::LinuxAccounts() : LinuxAccounts(askSystem, usualPatience) {}
 
 LinuxAccounts::LinuxAccounts(Resolver resolver, uint32_t patience)
-    : resolver_(std::move(resolver)), patience_(patience) {}
+    : resolver_(std::move(resolver)), patience_(patience), names_(std::make_shared<Names>()) {}
 
 bool LinuxAccounts::lookup(std::string_view sid, std::string& user, std::string& domain, uint32_t& error) {
     checkpoint();
@@ -81,37 +95,31 @@ bool LinuxAccounts::lookup(std::string_view sid, std::string& user, std::string&
     }
     error = NativeError::success;
     domain = computerName();
-    const int64_t now = monotonicSeconds();
-    {
-        const ServiceLock lock(mutex_);
-        if (const auto known = cache_.find(uid); known != cache_.end() && now < known->second.expires) {
-            user = known->second.user;
-            return true;
-        }
-    }
-    bool found = false;
-    user = resolve(uid, found);
-    const ServiceLock lock(mutex_);
-    if (cache_.size() >= mostCached)
-        cache_.clear();
-    cache_[uid] = {user, now + (found ? keepKnown : keepUnknown)};
+    user = nameOf(uid);
     return true;
 }
 
-std::string LinuxAccounts::resolve(uint32_t uid, bool& found) const {
+std::string LinuxAccounts::nameOf(uint32_t uid) {
     const StopDeferral deferral;
-    auto question = std::make_shared<Question>();
+    std::unique_lock lock(names_->mutex);
+    if (names_->entries.size() >= mostCached)
+        std::erase_if(names_->entries, [](const auto& entry) { return !entry.second.isAsked; });
+    Names::Entry& entry = names_->entries[uid];
+    if (entry.isAsked || monotonicSeconds() < entry.expires)
+        return entry.name;
+    if (entry.name.empty())
+        entry.name = std::to_string(uid);
+    entry.isAsked = true;
     try {
-        std::thread([question, ask = resolver_, uid] { answer(*question, ask(uid)); }).detach();
+        std::thread([names = names_, ask = resolver_, uid] { names->takeAnswer(uid, ask(uid)); }).detach();
     } catch (const std::system_error&) { // no room for another thread
-        found = false;
-        return std::to_string(uid);
+        entry.isAsked = false;
+        return entry.name;
     }
-    std::unique_lock lock(question->mutex);
-    const bool inTime =
-        question->answered.wait_for(lock, std::chrono::milliseconds(patience_), [&] { return question->done; });
-    found = inTime && !question->user.empty();
-    return found ? question->user : std::to_string(uid);
+    const auto patience = std::chrono::milliseconds(names_->isSlow ? 0 : patience_);
+    if (!names_->answered.wait_for(lock, patience, [&] { return !names_->entries[uid].isAsked; }))
+        names_->isSlow = true;
+    return names_->entries[uid].name;
 }
 
 } // namespace Velmor

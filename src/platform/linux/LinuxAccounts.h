@@ -4,15 +4,14 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace Velmor {
 
 /// Accounts are user ids, written "S-1-22-1-<uid>"; their domain is the computer's name. A name service that doesn't
-/// answer in time costs its wait once; then the number stands for the name, and the answer is cached for a while.
+/// answer in time costs its wait once, whichever users are asked for; from then on the number stands for the name until
+/// the answer comes. Answers are cached for a while.
 class LinuxAccounts : public Accounts {
 public:
     /// Asks the system's name service; empty if it knows no such user. May take as long as it likes.
@@ -25,17 +24,13 @@ public:
     bool lookup(std::string_view sid, std::string& user, std::string& domain, uint32_t& error) override;
 
 private:
-    struct Cached {
-        std::string user;
-        int64_t expires = 0; // monotonic seconds
-    };
+    struct Names;
 
-    std::string resolve(uint32_t uid, bool& found) const;
+    std::string nameOf(uint32_t uid);
 
     Resolver resolver_;
     uint32_t patience_;
-    std::mutex mutex_; // guards the cache
-    std::map<uint32_t, Cached> cache_;
+    std::shared_ptr<Names> names_; // a thread that asks may outlive this object
 };
 
 } // namespace Velmor

@@ -47,7 +47,7 @@ std::string prettyName() {
             if (!line.starts_with(key))
                 continue;
             std::string name = line.substr(key.size());
-            std::erase_if(name, [](char c) { return c == '"' || c == '\'' || c == ':' || c < ' '; });
+            std::erase_if(name, [](unsigned char c) { return c == '"' || c == '\'' || c == ':' || c < ' '; });
             return name;
         }
     }
@@ -105,8 +105,9 @@ std::string LinuxMachine::missingRights() {
     std::string text;
     if (!hasCapability(Capability::sysPtrace))
         text += "The capability CAP_SYS_PTRACE is missing: programs of other users show as \"(ACCESS DENIED)\". ";
-    if (!LinuxProcesses::descriptorsTellExitCodes() && !hasCapability(Capability::netAdmin))
-        text += "The capability CAP_NET_ADMIN is missing: exit codes of some processes can't be learnt. ";
+    if (!LinuxProcesses::descriptorsTellExitCodes() && !ExitRecords::start([](uint32_t, const ExitRecord&) {}))
+        text += "The kernel's exit records can't be had, which need the capability CAP_NET_ADMIN in the machine's own "
+                "name spaces: exit codes of some processes can't be learnt. ";
     if (!text.empty())
         text.pop_back();
     return text;

@@ -25,10 +25,16 @@ private:
 
 FileDescriptor openLockFile(const std::string& directory, const std::string& name) {
     const std::string path = directory + "/" + name;
-    const auto open = [&] { return FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, lockFileMode)); };
-    FileDescriptor file = open();
+    const auto open = [&](int flags) {
+        return FileDescriptor(::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | flags, lockFileMode));
+    };
+    FileDescriptor file = open(O_CREAT | O_EXCL);
     if (!file && errno == ENOENT && makeDirectoryTree(directory))
-        return open();
+        file = open(O_CREAT | O_EXCL);
+    if (!file && errno == EEXIST)
+        return open(0);
+    if (file)
+        adoptOwnerOfDirectory(path);
     return file;
 }
 } // namespace

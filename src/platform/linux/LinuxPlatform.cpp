@@ -10,6 +10,7 @@
 #include "platform/linux/LinuxNamedLocks.h"
 #include "platform/linux/LinuxProcesses.h"
 #include "platform/linux/LinuxRegistry.h"
+#include "platform/linux/LinuxServiceManager.h"
 #include "platform/linux/LinuxThreads.h"
 #include "platform/linux/LinuxVersionResources.h"
 
@@ -29,6 +30,7 @@ struct Services {
     LinuxProcesses processes;
     LinuxAccounts accounts;
     LinuxVersionResources versionResources;
+    LinuxServiceManager serviceManager;
 };
 } // namespace
 
@@ -36,9 +38,10 @@ const Platform& nativePlatform() {
     // Never destroyed: threads may be inside a service while the program ends.
     static auto* services = new Services;
     static const auto* native = new Platform{
-        &services->clock,      &services->threads,   &services->messageQueues, &services->criticalSections,
-        &services->namedLocks, &services->mailslots, &services->registry,      &services->machine,
-        &services->fileSystem, &services->processes, &services->accounts,      &services->versionResources,
+        &services->clock,          &services->threads,   &services->messageQueues, &services->criticalSections,
+        &services->namedLocks,     &services->mailslots, &services->registry,      &services->machine,
+        &services->fileSystem,     &services->processes, &services->accounts,      &services->versionResources,
+        &services->serviceManager,
     };
     return *native;
 }

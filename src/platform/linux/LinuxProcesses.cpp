@@ -41,6 +41,8 @@ struct DescriptorInfo {
 constexpr uint64_t exitInfo = 1U << 3U;
 constexpr unsigned long getInfoCall = _IOWR(0xFF, 11, DescriptorInfo);
 
+constexpr unsigned generationBits = 8;
+
 bool askDescriptor(int descriptor, uint32_t& waitStatus) {
     DescriptorInfo info{};
     info.mask = exitInfo;
@@ -53,8 +55,9 @@ bool askDescriptor(int descriptor, uint32_t& waitStatus) {
 /// The code of an ended process that its parent hasn't waited for. Others than its owner need a right to see it, and
 /// would read a 0 that means nothing.
 bool askStatLine(const ProcessRecord& record, uint32_t& waitStatus) {
-    if (record.owner != geteuid() && !hasCapability(Capability::sysPtrace))
-        return false;
+    char target = 0;
+    if (readlink(procPath(record.pid, "exe").c_str(), &target, 1) < 0 && errno != ENOENT)
+        return false; // refused, while a zombie's own link is just gone
     ProcStat line;
     if (!readProcStat(record.pid, line) || !line.hasEnded() || line.startTime != record.startTime)
         return false;
@@ -68,6 +71,9 @@ std::vector<std::string> readMappings(uint32_t pid, const std::string& executabl
     std::vector<std::string> paths;
     if (!readProcFile(procPath(pid, "maps"), text))
         return paths;
+    // The main thread's own are gone when it has ended before the others.
+    if (const uint32_t other = text.empty() ? otherThread(pid) : 0; other != 0)
+        readProcFile(procPath(pid, "task/") + std::to_string(other) + "/maps", text);
     for (size_t begin = 0; begin < text.size();) {
         const size_t end = std::min(text.find('\n', begin), text.size());
         const std::string_view line = std::string_view(text).substr(begin, end - begin);
@@ -102,14 +108,24 @@ bool LinuxProcesses::enumerate(std::vector<uint32_t>& ids) {
         return false;
     while (const dirent* entry = readdir(entries.get())) {
         const auto pid = static_cast<uint32_t>(std::strtoul(static_cast<const char*>(entry->d_name), nullptr, 10));
-        if (pid != 0 && (table_->findAlive(pid) || isApplication(pid, entry->d_ino)))
+        if (pid == 0)
+            continue;
+        if (table_->findAlive(pid)) {
+            ids.push_back(pid);
+            continue;
+        }
+        const auto application = isApplication(pid, entry->d_ino);
+        if (!application)
+            return false; // a process that is left out would count as ended
+        if (*application)
             ids.push_back(pid);
     }
     return true;
 }
 
-/// Whether an id that nobody holds is a process that runs, and no thread of the kernel's.
-bool LinuxProcesses::isApplication(uint32_t pid, uint64_t inode) {
+/// Whether an id that nobody holds is a process that runs, and no thread of the kernel's. None if the system had no
+/// room for the look.
+std::optional<bool> LinuxProcesses::isApplication(uint32_t pid, uint64_t inode) {
     {
         const ServiceLock lock(mutex_);
         if (const auto known = kernelThreads_.find(pid); known != kernelThreads_.end() && known->second == inode)
@@ -119,8 +135,10 @@ bool LinuxProcesses::isApplication(uint32_t pid, uint64_t inode) {
     if (readlink(procPath(pid, "exe").c_str(), &target, 1) >= 0)
         return true;
     ProcStat line;
-    if (!readProcStat(pid, line))
-        return false;
+    if (!readLeaderStat(pid, line)) {
+        const bool isShortage = errno == EMFILE || errno == ENFILE || errno == ENOMEM;
+        return isShortage ? std::nullopt : std::optional(false);
+    }
     if (!line.isKernelThread())
         return !line.hasEnded();
     const ServiceLock lock(mutex_);
@@ -153,10 +171,14 @@ ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
     process->record = table_->findAlive(pid);
     if (process->record) {
         // The kernel forgets the link when the main thread has ended; then what was read before still holds.
-        if (readExecutable(pid, process->executable))
+        if (readExecutable(pid, process->executable)) {
             process->record->noteExecutable(process->executable);
-        else
+        } else if (errno == EACCES || errno == EPERM) {
+            error = NativeError::accessDenied;
+            return nullptr;
+        } else {
             process->executable = process->record->lastExecutable();
+        }
         // Read by number: it is this process's only if that still lives.
         if (!process->record->isAlive()) {
             error = NativeError::invalidParameter;
@@ -167,7 +189,8 @@ ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
     }
     if (!process->record) {
         error = nativeError(errno);
-        if (error != NativeError::accessDenied && error != NativeError::tooManyOpenFiles)
+        if (error != NativeError::accessDenied && error != NativeError::tooManyOpenFiles &&
+            error != NativeError::notEnoughMemory)
             error = NativeError::invalidParameter;
         return nullptr;
     }
@@ -254,7 +277,8 @@ bool LinuxProcesses::tokenUser(const TokenHandle& token, std::string& sid, uint3
 }
 
 bool LinuxProcesses::startTime(const ProcessHandle& process, uint64_t& time) {
-    time = opened(process).record->startTime;
+    const ProcessRecord& record = *opened(process).record;
+    time = (record.startTime << generationBits) + record.generation;
     return true;
 }
 

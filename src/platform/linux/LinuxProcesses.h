@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <unordered_map>
 
 namespace Velmor {
@@ -39,7 +40,7 @@ public:
     static bool descriptorsTellExitCodes();
 
 private:
-    bool isApplication(uint32_t pid, uint64_t inode);
+    std::optional<bool> isApplication(uint32_t pid, uint64_t inode);
     void startExitRecords();
     bool askExitRecords(const ProcessRecord& record, uint32_t& waitStatus);
 

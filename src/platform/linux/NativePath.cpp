@@ -1,11 +1,15 @@
 #include "platform/linux/NativePath.h"
 
+#include "platform/linux/Checkpoint.h"
+
 #include <algorithm>
 #include <cctype>
+#include <ctime>
 #include <dirent.h>
 #include <memory>
-#include <strings.h>
+#include <mutex>
 #include <sys/stat.h>
+#include <unordered_map>
 
 namespace Velmor {
 
@@ -20,21 +24,68 @@ bool exists(const std::string& path) {
     return stat(path.c_str(), &state) == 0;
 }
 
-/// The only name in a directory that equals `name` but for case; empty if there isn't exactly one.
-std::string onlyMatch(const std::string& directory, const std::string& name) {
-    struct Closer {
-        void operator()(DIR* open) const { closedir(open); }
-    };
-    const std::unique_ptr<DIR, Closer> entries(opendir(directory.empty() ? "." : directory.c_str()));
-    std::string match;
-    while (const dirent* entry = entries ? readdir(entries.get()) : nullptr) {
-        if (strcasecmp(static_cast<const char*>(entry->d_name), name.c_str()) != 0)
-            continue;
-        if (!match.empty())
+/// The names of the directory that was read last, by their lower-case form. Look-ups of names that aren't there come in
+/// rows, and a directory may be large.
+class LastDirectory {
+public:
+    /// The only name that equals `name` but for case; empty if there isn't exactly one.
+    std::string onlyMatch(const std::string& directory, const std::string& name) {
+        struct stat state {};
+        if (stat(directory.c_str(), &state) != 0)
             return {};
-        match = static_cast<const char*>(entry->d_name);
+        const ServiceLock lock(mutex_);
+        if (!isSame(state))
+            read(directory, state);
+        const auto found = names_.find(lowered(name));
+        return found == names_.end() ? std::string() : found->second;
     }
-    return match;
+
+private:
+    static std::string lowered(std::string name) {
+        for (char& c : name)
+            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        return name;
+    }
+
+    bool isSame(const struct stat& state) const {
+        return isSettled_ && state.st_dev == device_ && state.st_ino == inode_ &&
+               state.st_mtim.tv_sec == changed_.tv_sec && state.st_mtim.tv_nsec == changed_.tv_nsec;
+    }
+
+    void read(const std::string& directory, const struct stat& state) {
+        struct Closer {
+            void operator()(DIR* open) const { closedir(open); }
+        };
+        const std::unique_ptr<DIR, Closer> entries(opendir(directory.c_str()));
+        names_.clear();
+        while (const dirent* entry = entries ? readdir(entries.get()) : nullptr) {
+            const std::string name = static_cast<const char*>(entry->d_name);
+            const auto [place, isNew] = names_.try_emplace(lowered(name), name);
+            if (!isNew)
+                place->second.clear(); // two that differ in case alone
+        }
+        device_ = state.st_dev;
+        inode_ = state.st_ino;
+        changed_ = state.st_mtim;
+        // A change within the clock's grain of the one that was seen would not show.
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        isSettled_ = entries && now.tv_sec - changed_.tv_sec >= settlingTime;
+    }
+
+    static constexpr time_t settlingTime = 2; // seconds
+
+    std::mutex mutex_; // guards the rest
+    std::unordered_map<std::string, std::string> names_;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
+    timespec changed_{};
+    bool isSettled_ = false;
+};
+
+std::string onlyMatch(const std::string& directory, const std::string& name) {
+    static LastDirectory last;
+    return last.onlyMatch(directory.empty() ? "." : directory, name);
 }
 } // namespace
 

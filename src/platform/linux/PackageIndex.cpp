@@ -50,13 +50,14 @@ void PackageIndex::read() {
     packages_.clear();
     owners_.clear();
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(root_ + "info", error)) {
-        if (entry.path().extension() != ".list")
+    for (std::filesystem::directory_iterator entry(root_ + "info", error), end; !error && entry != end;
+         entry.increment(error)) {
+        if (entry->path().extension() != ".list")
             continue;
-        std::string package = entry.path().stem().string();
+        std::string package = entry->path().stem().string();
         package.resize(std::min(package.size(), package.find(':'))); // without the architecture
         const size_t before = owners_.size();
-        readList(entry.path().string(), static_cast<uint32_t>(packages_.size()));
+        readList(entry->path().string(), static_cast<uint32_t>(packages_.size()));
         if (owners_.size() > before)
             packages_.push_back({std::move(package), {}});
     }

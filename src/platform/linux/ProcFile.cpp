@@ -40,9 +40,10 @@ bool readLink(const std::string& link, std::string& target) {
     return true;
 }
 
-/// Another thread of a group whose main thread has ended; 0 if there is none. Looks at the first entries only, so it
-/// costs the same however many threads there are.
+} // namespace
+
 uint32_t otherThread(uint32_t pid) {
+    // The first entries suffice.
     const FileDescriptor directory(open(procPath(pid, "task").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     struct Entry { // as the kernel writes it
         uint64_t inode;
@@ -62,7 +63,6 @@ uint32_t otherThread(uint32_t pid) {
     }
     return 0;
 }
-} // namespace
 
 bool ProcStat::isKernelThread() const {
     return (flags & kernelThreadFlag) != 0;
@@ -92,7 +92,7 @@ bool readProcFile(const std::string& path, std::string& text) {
         if (count < 0)
             return false;
         size += static_cast<size_t>(count);
-        if (count == 0 || (size < text.size() && text.size() == startBlock)) // short files come in one piece
+        if (count == 0) // a short piece is no end: the kernel ends one at the border of a line
             break;
         if (size == text.size())
             text.resize(2 * text.size());
@@ -101,9 +101,10 @@ bool readProcFile(const std::string& path, std::string& text) {
     return true;
 }
 
-bool readProcStat(uint32_t pid, ProcStat& stat) {
+namespace {
+bool readStatLine(const std::string& path, ProcStat& stat) {
     std::string text;
-    if (!readProcFile(procPath(pid, "stat"), text))
+    if (!readProcFile(path, text))
         return false;
     const size_t nameEnd = text.rfind(')'); // the name itself may hold anything
     if (nameEnd == std::string::npos)
@@ -132,6 +133,16 @@ bool readProcStat(uint32_t pid, ProcStat& stat) {
             ++position;
     }
     return stat.state != 0;
+}
+
+} // namespace
+
+bool readProcStat(uint32_t pid, ProcStat& stat) {
+    return readStatLine(procPath(pid, "stat"), stat);
+}
+
+bool readLeaderStat(uint32_t pid, ProcStat& stat) {
+    return readStatLine(procPath(pid, "task/") + std::to_string(pid) + "/stat", stat);
 }
 
 bool readExecutable(uint32_t pid, std::string& path) {

@@ -26,6 +26,12 @@ bool readProcFile(const std::string& path, std::string& text);
 
 bool readProcStat(uint32_t pid, ProcStat& stat);
 
+/// The same of the main thread alone, which costs nothing for the other threads. It has no `waitStatus` of the group.
+bool readLeaderStat(uint32_t pid, ProcStat& stat);
+
+/// Another thread of a group whose main thread has ended; 0 if there is none. Costs the same however many there are.
+uint32_t otherThread(uint32_t pid);
+
 /// The path of the executable as the kernel knows it now, without the mark of a deleted file, and with "?" for control
 /// bytes. False with errno.
 bool readExecutable(uint32_t pid, std::string& path);

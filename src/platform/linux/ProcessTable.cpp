@@ -18,6 +18,11 @@ bool fail(int error) {
     return false;
 }
 
+/// The system had no room for the look, which says nothing about the process.
+bool isShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
 constexpr int64_t clockTolerance = 2; // seconds; both sides are rounded
 
 /// Wall-clock seconds of a moment in clock ticks since the system's start.
@@ -36,7 +41,9 @@ bool readConstants(ProcessRecord& record, std::string& executable) {
     if (!hasExecutable && linkError != ENOENT)
         return fail(linkError == EPERM ? EACCES : linkError);
     ProcStat line;
-    if (!readProcStat(record.pid, line) || line.hasEnded() || line.isKernelThread())
+    if (!readLeaderStat(record.pid, line))
+        return fail(isShortage(errno) ? errno : ESRCH);
+    if (line.hasEnded() || line.isKernelThread())
         return fail(ESRCH);
     if (!hasExecutable)
         return fail(ESRCH); // it ends at this moment
@@ -57,7 +64,11 @@ ProcessRecord::~ProcessRecord() {
 
 bool ProcessRecord::isAlive() const {
     pollfd wanted{descriptor.get(), POLLIN, 0};
-    return poll(&wanted, 1, 0) == 0;
+    int ready = 0;
+    do {
+        ready = poll(&wanted, 1, 0);
+    } while (ready < 0 && errno == EINTR);
+    return ready == 0;
 }
 
 std::string ProcessRecord::lastExecutable() {
@@ -106,8 +117,16 @@ std::shared_ptr<ProcessRecord> ProcessTable::open(uint32_t pid, std::string& exe
     if (!readConstants(*record, executable))
         return nullptr;
     record->noteExecutable(executable);
+    std::shared_ptr<ProcessRecord> other; // outlives the lock, which its end would take again
     const ServiceLock lock(mutex_);
-    records_[pid] = record;
+    std::weak_ptr<ProcessRecord>& place = records_[pid];
+    other = place.lock();
+    if (other && other->isAlive()) // another thread was faster
+        return other;
+    // A number that is used again within one tick would give two processes the same start.
+    if (other && other->startTime == record->startTime)
+        record->generation = other->generation + 1;
+    place = record;
     return record;
 }
 

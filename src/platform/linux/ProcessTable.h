@@ -38,6 +38,7 @@ struct ProcessRecord {
     const uint32_t pid;
     const FileDescriptor descriptor; // of the process itself: its id can't be mistaken while this is held
     uint64_t startTime = 0;          // clock ticks since the system's start
+    uint32_t generation = 0;         // of several that had this id and started in the same tick
     uid_t owner = 0;                 // effective
 
 private:

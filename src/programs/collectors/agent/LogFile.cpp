@@ -41,13 +41,14 @@ LogFile::~LogFile() {
     } catch (const Exception& failure) {
         agentLogger().debug(1, "LogFile:" + failure.getFullDescription());
     }
+    for (const Rename& r : failedRenames_) // the next start takes these for the leftovers of a crash
+        FileOps::move(r.from, r.from + ".tmp", true);
 }
 
 void LogFile::setName(const std::string& stem) {
     const MonopolyHold hold(lock_);
     if (isOpen())
         end();
-    file_.release();
     const std::string name = stem + "-" + std::to_string(DateTime().getSeconds()) + "-" +
                              std::to_string(platform().machine->processId()) + "-" + std::to_string(++fileCounter) +
                              "." + std::string(workingWord);
@@ -82,15 +83,23 @@ bool LogFile::open() {
     return false;
 }
 
-/// A file whose closing failed still holds its records under its ".tmp" name. Opening that name again would empty it.
+/// An ending that was cut short, by a failure or by the forced end of its thread, leaves the records under one of the
+/// working names. Opening that name again would empty it; and a name whose file was handed over must not come again.
 void LogFile::rescueUnfinished() {
     const std::string name = file_->getName();
-    const std::string unfinished = name + ".tmp";
-    if (FileUtils::getFileSize(unfinished) == 0)
-        return;
-    updateName();
-    rename(unfinished, finalName(name));
-    FileUtils::remove(name, false); // the empty file that stood for it
+    const std::string final = finalName(name);
+    if (FileOps::exists(final))
+        updateName();
+    for (const std::string& left : {name + ".tmp", name}) {
+        if (FileUtils::getFileSize(left) == 0)
+            continue;
+        if (file_->getName() == name)
+            updateName();
+        rename(left, final);
+        break;
+    }
+    if (file_->getName() != name && FileUtils::getFileSize(name) == 0)
+        FileUtils::remove(name, false); // the empty file that stood for it
 }
 
 bool LogFile::write(std::string_view text) {
@@ -124,19 +133,23 @@ bool LogFile::flushLine() {
 }
 
 bool LogFile::writeRecord(std::string_view record) {
-    const MonopolyHold hold(lock_);
-    return write(record) && flushLine();
+    return write(std::string(record) + '\n'); // in one piece, so that a full disk can't keep the end back
 }
 
 void LogFile::end() {
     const MonopolyHold hold(lock_);
     retryRenames();
-    if (!isOpen())
+    if (!isOpen()) {
+        if (!file_.isNull())
+            rescueUnfinished();
         return;
+    }
     const std::string oldName = file_->getName();
-    agentLogger().debug(4, "LogFile: Ending file \"%s\"...", oldName);
-    file_->close();
     const std::string newName = finalName(oldName);
+    agentLogger().debug(4, "LogFile: Ending file \"%s\"...", oldName);
+    // In one step: between two a crash would leave the records under a name that the next start deletes.
+    file_->setFinalName(newName);
+    file_->close();
     rename(oldName, newName);
     updateName();
     agentLogger().debug(4, "LogFile: Updated file name from \"%s\" to \"%s\".", FileUtils::getBaseName(newName),
@@ -146,7 +159,7 @@ void LogFile::end() {
 void LogFile::rename(const std::string& from, const std::string& to) {
     agentLogger().debug(4, "LogFile: Renaming file \"%s\" to \"%s\".", FileUtils::getBaseName(from),
                         FileUtils::getBaseName(to));
-    if (FileOps::move(from, to, true)) {
+    if ((!FileOps::exists(from) && FileOps::exists(to)) || FileOps::move(from, to, true)) {
         agentLogger().debug(2, "LogFile: Ended file \"" + from + "\".");
         return;
     }
@@ -155,8 +168,7 @@ void LogFile::rename(const std::string& from, const std::string& to) {
 }
 
 void LogFile::retryRenames() {
-    std::erase_if(failedRenames_,
-                  [](const Rename& r) { return !FileOps::exists(r.from) || FileOps::move(r.from, r.to, true); });
+    std::erase_if(failedRenames_, [](const Rename& r) { return FileOps::move(r.from, r.to, true); });
 }
 
 void LogFile::updateName() {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 namespace Velmor {
 
@@ -134,9 +135,13 @@ std::string BasicFile::readLine() {
     std::string line;
     if (!mayRead())
         return line;
+    const uint64_t before = position_;
     while (!atEnd_) {
-        if (!fillBuffer())
-            return line;
+        if (!fillBuffer()) {
+            position_ = before;
+            bufferBegin_ = bufferEnd_ = 0;
+            return {};
+        }
         if (bufferBegin_ == bufferEnd_) {
             atEnd_ = true;
             break;
@@ -183,8 +188,8 @@ bool BasicFile::write(std::string_view text) {
 void BasicFile::undoWrite(uint64_t length) {
     uint32_t error = 0;
     if (!isAppending() && length >= size_)
-        stream_->truncate(length, error);
-    streamPosition_ = size_ + 1; // unknown: the next operation seeks
+        stream_->truncate(size_, error);
+    streamPosition_ = std::numeric_limits<uint64_t>::max(); // unknown: the next operation seeks
     if (!isAppending())
         bringStreamTo(length);
 }
@@ -208,9 +213,11 @@ bool BasicFile::seek(int64_t offset, int32_t origin, int32_t direction) {
     if (origin == FROM_END) {
         if (!stream_->size(length, error))
             return fail(ERROR_SEEK);
-        target += static_cast<int64_t>(length);
+        if (__builtin_add_overflow(target, static_cast<int64_t>(length), &target))
+            return fail(ERROR_SEEK);
     } else if (origin == FROM_CURRENT) {
-        target += static_cast<int64_t>(position_);
+        if (__builtin_add_overflow(target, static_cast<int64_t>(position_), &target))
+            return fail(ERROR_SEEK);
     } else if (origin != FROM_BEGIN) {
         return fail(ERROR_BAD_ORIGIN);
     }

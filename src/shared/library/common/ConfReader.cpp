@@ -134,7 +134,7 @@ int32_t ConfReader::getInteger(std::string_view key, int32_t& value) const {
     std::string text;
     if (const int32_t result = getRaw(key, "Integer", text); result != FOUND)
         return result;
-    value = static_cast<int32_t>(std::atol(text.c_str()));
+    value = toNumber(text);
     return FOUND;
 }
 

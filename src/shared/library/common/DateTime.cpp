@@ -55,6 +55,12 @@ const DateTime DateTime::minDate(0);
 const DateTime DateTime::maxDate(2147483647);
 const TimeZoneDef TimeZoneDef::atStart;
 
+LastZoneKept::LastZoneKept() : saved_(lastTimeZone.load(std::memory_order_relaxed)) {}
+
+LastZoneKept::~LastZoneKept() {
+    lastTimeZone.store(saved_, std::memory_order_relaxed);
+}
+
 TimeZoneDef::TimeZoneDef() : offset_(DateTime().getTimeZone(false)) {}
 
 DateTime::DateTime() : TimeBase(0), timeZone_(defaultTimeZone) {

@@ -75,7 +75,9 @@ public:
     DateTime& operator+=(const TimeSpan& span);
     DateTime operator+(const TimeSpan& span) const;
     DateTime operator-(const TimeSpan& span) const;
-    TimeSpan operator-(const DateTime& other) const { return TimeSpan(seconds_ - other.seconds_); }
+    TimeSpan operator-(const DateTime& other) const {
+        return TimeSpan(static_cast<int32_t>(static_cast<uint32_t>(seconds_) - static_cast<uint32_t>(other.seconds_)));
+    }
     bool operator<(const DateTime& other) const { return seconds_ < other.seconds_; }
     bool operator<=(const DateTime& other) const { return seconds_ <= other.seconds_; }
     bool operator>(const DateTime& other) const { return seconds_ > other.seconds_; }
@@ -92,6 +94,18 @@ private:
     friend class DateTimeReader;
 
     int32_t timeZone_; // minutes east of Greenwich, or TZ_UNDEFINED
+};
+
+/// Keeps what is done while it lives from changing the zone that is remembered for the process.
+class LastZoneKept {
+public:
+    LastZoneKept();
+    LastZoneKept(const LastZoneKept&) = delete;
+    LastZoneKept& operator=(const LastZoneKept&) = delete;
+    ~LastZoneKept();
+
+private:
+    int32_t saved_;
 };
 
 /// The local offset of the instant of its construction, in minutes.

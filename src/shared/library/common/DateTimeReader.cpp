@@ -40,7 +40,7 @@ public:
         parts.minute = number(minute_, now.minute);
         parts.second = number(second_, now.second);
         if (zulu_)
-            return parts;
+            return inZone(parts, DateTime::TZ_UNDEFINED).getDateTime();
         return inZone(parts, zone_ ? *zone_ : localZone(parts)).getDateTime();
     }
 

@@ -4,6 +4,8 @@
 #include "shared/library/common/FileOps.h"
 #include "shared/library/common/FileUtils.h"
 
+#include <utility>
+
 namespace Velmor {
 
 std::string FileBase::getBaseName() const {
@@ -30,8 +32,15 @@ void FileBase::lookForLock() {
 
 bool FileBase::prepareSafeWrite(std::string& nameToOpen) {
     nameToOpen = temporaryName();
+    const bool copied = exists();
+    if (!copied) {
+        FileUtils::remove(nameToOpen, true); // what a writer that crashed left is no content of this file
+    } else if (!FileOps::copy(name_, nameToOpen, true)) {
+        lock_.reset(); // not taken yet
+        throw FileException(FL_CANNOT_COPY, name_, __FILE__, __LINE__);
+    }
     safeWrite_ = true;
-    return exists() && FileOps::copy(name_, nameToOpen, true);
+    return copied;
 }
 
 void FileBase::takeLock(bool keepOriginal, bool copied) {
@@ -73,12 +82,21 @@ void FileBase::finishSafeWrite(const std::string& description) {
     if (!safeWrite_)
         return;
     safeWrite_ = false;
+    if (const std::string finalName = std::exchange(finalName_, {}); !finalName.empty() && moveTemporary(finalName)) {
+        FileUtils::remove(name_, true); // the empty file by which the lock held the name
+        return;
+    }
     for (int i = 0; i < renameAttempts; ++i) {
-        if (FileOps::move(temporaryName(), name_, true))
+        if (moveTemporary(name_))
             return;
         DateTime::wait(renameWait);
     }
     throw FileException(FL_RENAME, description, __FILE__, __LINE__);
+}
+
+/// A move that fails may have done its work all the same, if only the flush behind it failed.
+bool FileBase::moveTemporary(const std::string& to) const {
+    return FileOps::move(temporaryName(), to, true) || (!FileOps::exists(temporaryName()) && FileOps::exists(to));
 }
 
 void FileBase::dropSafeWrite() {

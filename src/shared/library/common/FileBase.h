@@ -61,6 +61,10 @@ public:
     /// Of the file on the disk; 0 if it is absent.
     uint64_t size() const;
 
+    /// At the next `close` a safe write puts the data under this name, in one step, and the file's own name is gone. If
+    /// that can't be done they come under the file's own name, as without this.
+    void setFinalName(const std::string& path) { finalName_ = path; }
+
 protected:
     static constexpr int renameAttempts = 10;
     static constexpr int32_t renameWait = 2; // seconds
@@ -84,10 +88,12 @@ protected:
     void removeOwnFile();
     /// Moves the ".tmp" file onto the real name. Throws FL_RENAME with `description`; the data stay in the ".tmp" file.
     void finishSafeWrite(const std::string& description);
+    bool moveTemporary(const std::string& to) const;
     /// Deletes the ".tmp" file.
     void dropSafeWrite();
 
     std::string name_;
+    std::string finalName_;  // what the data become at `close`, if not name_
     bool safeWrite_ = false; // the object writes to the ".tmp" file and owes the rename
     uint16_t access_ = 0;    // of the present opening; 0 while closed
     int64_t position_ = 0;   // bytes read or written, or the offset sought

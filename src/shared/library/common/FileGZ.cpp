@@ -22,7 +22,7 @@ constexpr size_t copyBlock = 1024;
 FileGZ::~FileGZ() {
     try {
         FileGZ::close();
-    } catch (const Exception&) { // NOLINT(bugprone-empty-catch): nobody is left to tell
+    } catch (...) { // NOLINT(bugprone-empty-catch): nobody is left to tell
     }
 }
 
@@ -57,14 +57,16 @@ void FileGZ::open(uint16_t access) {
             throw FileException(FL_CANNOT_OPEN, nameToOpen, __FILE__, __LINE__);
         }
     }
-    openStream(nameToOpen, access);
+    openStream(nameToOpen, access, original);
     if (!original.empty())
         copyOldContent(original, nameToOpen);
 }
 
-void FileGZ::openStream(const std::string& nameToOpen, uint16_t access) {
+void FileGZ::openStream(const std::string& nameToOpen, uint16_t access, const std::string& original) {
     handle_ = gzopen(platform().fileSystem->nativePath(nameToOpen).c_str(), access & ACCESS_READ ? "rb" : "wb");
     if (!handle_) {
+        if (!original.empty())
+            FileOps::move(original, nameToOpen, true);
         cleanUp();
         throw FileException(FL_CANNOT_OPEN, nameToOpen, __FILE__, __LINE__);
     }
@@ -98,38 +100,41 @@ void FileGZ::copyOldContent(const std::string& original, const std::string& name
         becomeClosed();
         throw FileException(FL_CANNOT_OPEN, wasSafe ? temporaryName() : nameToOpen, __FILE__, __LINE__);
     }
-    if (!FileUtils::remove(original, true))
-        throw FileException(FL_REMOVE, original, __FILE__, __LINE__);
+    if (FileUtils::remove(original, true))
+        return;
+    close(); // the data is whole in the new file
+    throw FileException(FL_REMOVE, original, __FILE__, __LINE__);
 }
 
-void FileGZ::closeStream() {
+bool FileGZ::closeStream() {
     const int result = gzclose(handle_);
-    handle_ = nullptr;
-    if (result == Z_OK)
-        return;
-    // The stream is gone whatever the answer was.
-    cleanUp();
-    becomeClosed();
-    throw FileException(FL_CANNOT_CLOSE, name_, __FILE__, __LINE__);
+    handle_ = nullptr; // the stream is gone whatever the answer was
+    return result == Z_OK;
 }
 
 void FileGZ::close() {
     if (!isOpen())
         return;
-    closeStream();
+    const bool complete = closeStream();
     releaseLock();
     becomeClosed();
+    if (!complete) {
+        safeWrite_ = false; // what went out stays under its ".tmp" name
+        throw FileException(FL_CANNOT_CLOSE, name_, __FILE__, __LINE__);
+    }
     finishSafeWrite("Failed to update the file: " + name_);
 }
 
 void FileGZ::abort() {
     if (!isOpen())
         return;
-    closeStream();
+    const bool complete = closeStream();
     releaseLock();
     removeOwnFile();
     becomeClosed();
     dropSafeWrite();
+    if (!complete)
+        throw FileException(FL_CANNOT_CLOSE, name_, __FILE__, __LINE__);
 }
 
 void FileGZ::requireOpen() const {
@@ -153,12 +158,14 @@ size_t FileGZ::read(char* buffer, size_t count) {
 }
 
 bool FileGZ::read(std::string& text, size_t count) {
+    std::string buffer;
     try {
-        text.resize(count + 1);
-    } catch (const std::bad_alloc&) {
+        buffer.resize(count + 1);
+    } catch (const std::exception&) { // no memory, or more than a text can hold
         throw FileException(FL_MEM, "Unable to read from the file: " + name_, __FILE__, __LINE__);
     }
-    text.resize(read(text.data(), count));
+    buffer.resize(read(buffer.data(), count));
+    text = std::move(buffer);
     return text.size() == count;
 }
 

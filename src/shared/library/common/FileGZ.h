@@ -30,9 +30,9 @@ public:
 
 private:
     void testAccess(uint16_t access) const;
-    void openStream(const std::string& nameToOpen, uint16_t access);
+    void openStream(const std::string& nameToOpen, uint16_t access, const std::string& original);
     void copyOldContent(const std::string& original, const std::string& nameToOpen);
-    void closeStream();
+    bool closeStream();
     void requireOpen() const;
 
     gzFile_s* handle_ = nullptr;

@@ -137,7 +137,7 @@ std::string FileOps::getLongPath(std::string_view path) {
         uint32_t error = 0;
         if (joined.ends_with(':')) {
             result = joined + '\\';
-        } else if (fileSystem().find(joined, found, error)) {
+        } else if (end > 0 && fileSystem().find(joined, found, error)) {
             result += found.name + '\\';
         } else if (end == 0 && result.find_first_not_of(separators) == std::string::npos) {
             result += path.front(); // the root, or the beginning of a network path

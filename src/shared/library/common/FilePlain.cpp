@@ -38,7 +38,7 @@ int32_t originOf(int32_t origin) {
 FilePlain::~FilePlain() {
     try {
         FilePlain::close();
-    } catch (const Exception&) { // NOLINT(bugprone-empty-catch): nobody is left to tell; the ".tmp" file keeps the data
+    } catch (...) { // NOLINT(bugprone-empty-catch): nobody is left to tell; the ".tmp" file keeps the data
     }
 }
 
@@ -71,8 +71,14 @@ void FilePlain::open(uint16_t access) {
     closed_ = false;
     access_ = access;
     position_ = 0;
-    if (access & ACCESS_APPEND)
+    if (!(access & ACCESS_APPEND))
+        return;
+    try {
         seek(0, OFFSET_END);
+    } catch (const FileException&) {
+        abort();
+        throw;
+    }
 }
 
 void FilePlain::close() {
@@ -177,8 +183,10 @@ int64_t FilePlain::seek(int64_t offset, int32_t origin) {
 }
 
 int64_t FilePlain::tell() {
-    position_ = file_.tell(BasicFile::LAST_USED);
-    return position_;
+    const int64_t position = file_.tell(BasicFile::LAST_USED);
+    if (position >= 0)
+        position_ = position;
+    return position;
 }
 
 bool FilePlain::eof() {

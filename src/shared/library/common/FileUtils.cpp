@@ -95,8 +95,10 @@ bool FileUtils::makeDirectories(std::string_view path) {
     stripSeparators(directory);
     if (FileOps::exists(directory))
         return true;
-    // A bare name has no directory that could be made.
-    return !directory.empty() && directory != path && makeDirectories(directory) && FileOps::makeDirectory(directory);
+    if (directory.empty() || directory == path)
+        return false; // a bare name has no directory that could be made
+    const bool parentStands = getDirectory(directory).empty() || makeDirectories(directory);
+    return parentStands && FileOps::makeDirectory(directory);
 }
 
 } // namespace Velmor

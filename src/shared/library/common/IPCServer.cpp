@@ -92,6 +92,7 @@ IPCServer::IPCServer(std::string_view name, const SmartPointer<LoggerCentre>& ce
     : name_(name), argument_{&logger_, &name_} {
     logger_.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre, LogModule::ipc)));
     thread_ = SmartPointer<ThreadInstance>(new ThreadInstance(listen, &argument_));
+    listener.stop = false;        // a listener that was ended by force has left it set
     listener.callback = callback; // before the start: the first turn may bring a message at once
     try {
         thread_->execute();
@@ -139,6 +140,9 @@ uint32_t IPCServer::listen(void* given) {
     } catch (IPCException& failure) {
         failure.addPosition(__FILE__, __LINE__);
         logger.debug(1, failure.getFullDescription());
+        return failedExitCode;
+    } catch (...) {
+        logger.debug(1, "IPC: Server \"%s\": Failed to receive messages", name);
         return failedExitCode;
     }
     logger.debug(1, "IPC: Exitited IPC listener.");

@@ -10,7 +10,10 @@
 namespace Velmor {
 
 namespace {
-constexpr uint32_t resetPause = 20;       // milliseconds for a thread on its way in to get clear of the section
+constexpr uint32_t resetPause = 20; // milliseconds for a thread on its way in to get clear of the section
+constexpr int busyAttempts = 100;   // looks at a held lock that only yield the processor, before those that sleep
+constexpr int heldAttempts = 600;
+constexpr uint32_t heldPause = 10;        // milliseconds
 constexpr uint32_t destructionPause = 10; // likewise
 } // namespace
 
@@ -53,8 +56,7 @@ bool Monopoly::enforceNamed() {
         return true;
     if (name_.empty() || mutexHandle_)
         return false;
-    uint32_t error = NativeError::success;
-    mutexHandle_ = platform().namedLocks->create(name_, error);
+    mutexHandle_ = platform().namedLocks->create(name_, lastError_);
     enforced_ = mutexHandle_ != nullptr;
     return enforced_;
 }
@@ -101,6 +103,22 @@ void Monopoly::reset() {
     Timer::sleep(resetPause);
     section_->renew();
     resetting_.store(false, std::memory_order_release);
+}
+
+TimedMonopolyHold::TimedMonopolyHold(Monopoly& monopoly) : monopoly_(monopoly) {
+    bool busy = false;
+    uint32_t owner = 0;
+    for (int i = 0; !monopoly_.tryEnforce(busy); ++i) {
+        if (const uint32_t present = monopoly_.getOwner(); present != owner) {
+            owner = present; // another one has had its turn
+            i = 0;
+        }
+        if (i == heldAttempts) {
+            monopoly_.reset();
+            i = 0;
+        }
+        Timer::sleep(i < busyAttempts ? 0 : heldPause);
+    }
 }
 
 } // namespace Velmor

@@ -38,6 +38,9 @@ public:
     /// For a lock whose owner was killed and can never leave it: frees it at once. Count and owner keep their values.
     void reset();
 
+    /// Why the named form could not be taken last, as a native error: 183 if somebody else holds the name.
+    uint32_t getLastError() const { return lastError_; }
+
     bool isEnforced() const { return enforced_.load(std::memory_order_relaxed); }
     bool isResetting() const { return resetting_.load(std::memory_order_acquire); }
     int32_t getCount() const { return count_.load(std::memory_order_relaxed); }
@@ -51,6 +54,7 @@ private:
     std::unique_ptr<CriticalSection> section_;
     NamedLockHandle mutexHandle_; // null while the name isn't held
     bool named_ = false;
+    uint32_t lastError_ = 0;
     std::atomic<bool> enforced_{false};
     std::string name_;
     std::atomic<bool> resetting_{false};
@@ -65,6 +69,20 @@ public:
     MonopolyHold(const MonopolyHold&) = delete;
     MonopolyHold& operator=(const MonopolyHold&) = delete;
     ~MonopolyHold() { monopoly_.relax(); }
+
+private:
+    Monopoly& monopoly_;
+};
+
+/// Holds an unnamed `Monopoly` whose holders keep it for moments only. A holder that was ended by force never lets go:
+/// when one has kept the lock for some five seconds it is begun anew, so that a lost thread doesn't silence the
+/// program.
+class TimedMonopolyHold {
+public:
+    explicit TimedMonopolyHold(Monopoly& monopoly);
+    TimedMonopolyHold(const TimedMonopolyHold&) = delete;
+    TimedMonopolyHold& operator=(const TimedMonopolyHold&) = delete;
+    ~TimedMonopolyHold() { monopoly_.relax(); }
 
 private:
     Monopoly& monopoly_;

@@ -13,14 +13,14 @@ namespace Velmor {
 
 namespace {
 constexpr std::string_view referenceBegin = "${";
-constexpr int deepestReference = 32; // deeper values refer to themselves, and have no end
+constexpr int mostReads = 100; // of one look-up; more means that values refer to themselves, and have no end
 constexpr uint32_t ntPlatform = 2;
 constexpr int wrongPlatformExitCode = 1005;
 constexpr uint16_t amd64 = 9;
 constexpr uint16_t ia64 = 6;
 constexpr uint32_t storageServer = 0x2000;
 
-int32_t readValue(std::string_view name, std::string& out, int depth);
+int32_t readValue(std::string_view name, std::string& out, int& readsLeft);
 
 int32_t readRaw(std::string_view name, uint32_t& type, std::string& data) {
     uint32_t error = NativeError::success;
@@ -29,7 +29,7 @@ int32_t readRaw(std::string_view name, uint32_t& type, std::string& data) {
     return error == NativeError::notEnoughMemory ? ResourceResult::outOfMemory : ResourceResult::notFound;
 }
 
-void expandReferences(std::string& text, int depth) {
+void expandReferences(std::string& text, int& readsLeft) {
     size_t position = text.find(referenceBegin);
     while (position != std::string::npos && position + 3 < text.size()) {
         size_t end = text.find('}', position);
@@ -37,7 +37,7 @@ void expandReferences(std::string& text, int depth) {
             return;
         std::string value;
         const std::string name = text.substr(position + 2, end - position - 2);
-        if (readValue(name, value, depth + 1) == ResourceResult::success) {
+        if (readValue(name, value, readsLeft) == ResourceResult::success) {
             text.replace(position, end + 1 - position, value);
             end = position + value.size();
         }
@@ -45,8 +45,8 @@ void expandReferences(std::string& text, int depth) {
     }
 }
 
-int32_t readValue(std::string_view name, std::string& out, int depth) {
-    if (depth > deepestReference)
+int32_t readValue(std::string_view name, std::string& out, int& readsLeft) {
+    if (readsLeft-- <= 0)
         return ResourceResult::notFound;
     uint32_t type = 0;
     std::string data;
@@ -56,7 +56,7 @@ int32_t readValue(std::string_view name, std::string& out, int depth) {
         return ResourceResult::wrongType;
     while (!data.empty() && data.back() == '\0')
         data.pop_back();
-    expandReferences(data, depth);
+    expandReferences(data, readsLeft);
     out = std::move(data);
     return ResourceResult::success;
 }
@@ -119,7 +119,8 @@ std::string systemName(const SystemVersion& version, uint16_t architecture) {
 } // namespace
 
 int32_t getResourceValue(std::string_view name, std::string& out) {
-    return readValue(name, out, 0);
+    int readsLeft = mostReads;
+    return readValue(name, out, readsLeft);
 }
 
 int32_t getResourceNumber(std::string_view name, int32_t& out) {

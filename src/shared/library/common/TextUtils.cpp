@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <limits>
 
 namespace Velmor {
 
@@ -51,12 +52,18 @@ void split(std::string_view text, char separator, std::vector<std::string>& list
     }
 }
 
+int32_t toNumber(const std::string& text) {
+    constexpr int64_t least = std::numeric_limits<int32_t>::min();
+    constexpr int64_t most = std::numeric_limits<int32_t>::max();
+    return static_cast<int32_t>(std::clamp<int64_t>(std::strtoll(text.c_str(), nullptr, 10), least, most));
+}
+
 void splitNumbers(std::string_view text, char separator, std::vector<int32_t>& list, size_t limit) {
     std::vector<std::string> fields;
     split(text, separator, fields, limit);
     list.clear();
     for (const std::string& field : fields)
-        list.push_back(static_cast<int32_t>(std::atol(field.c_str())));
+        list.push_back(toNumber(field));
 }
 
 namespace {

@@ -24,6 +24,9 @@ bool matchesAt(std::string_view text, std::string_view part, size_t position);
 /// The same without regard to case.
 bool matchesAtIgnoringCase(std::string_view text, std::string_view part, size_t position);
 
+/// The number at the front of a text, as `atol` reads it; one that is too large becomes the largest.
+int32_t toNumber(const std::string& text);
+
 /// Cuts a text into at most `limit` fields, of which the last takes what is left. A separator at the end adds none.
 void split(std::string_view text, char separator, std::vector<std::string>& list, size_t limit);
 /// The same with the number of each field, as `atol` reads it; an empty field is 0.

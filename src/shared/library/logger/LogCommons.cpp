@@ -173,7 +173,7 @@ void LogCommons::loadFile(const std::string& path, const std::string& name, Load
         std::string text = number.size() < line.size() ? line.substr(number.size() + 1) : std::string();
         StringSearcher::trim(number);
         StringSearcher::trim(text);
-        messages_.try_emplace(messageKey(module, static_cast<int32_t>(std::atol(number.c_str()))), std::move(text));
+        messages_.try_emplace(messageKey(module, toNumber(number)), std::move(text));
         ++count;
     }
     file.close();

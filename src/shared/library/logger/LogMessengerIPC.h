@@ -24,6 +24,8 @@ private:
 
     Monopoly sending_;                  // guards client_, which one thread at a time may use
     std::unique_ptr<IPCClient> client_; // made at the first numbered message
+    bool isHeldUp_ = false;             // the core service stands still, and gets nothing for a while
+    uint32_t heldUpSince_ = 0;          // milliseconds of the clock's ticks
 };
 
 } // namespace Velmor

@@ -157,8 +157,9 @@ bool LoggerAgentFile::isTimeDue(uint32_t scheme, const DateTime& now, uint64_t s
 }
 
 std::string LoggerAgentFile::rotatedName(const std::string& name) const {
-    std::string base = name;
+    std::string base = FileUtils::getBaseName(name);
     const std::string extension = FileUtils::stripExtension(base);
+    base.insert(0, FileUtils::getDirectory(name));
     std::string counter;
     if (getResourceValue(counterValue(), counter) != 0)
         counter = "0";

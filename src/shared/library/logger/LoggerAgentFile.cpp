@@ -1,5 +1,6 @@
 #include "shared/library/logger/LoggerAgentFile.h"
 
+#include "platform/Errors.h"
 #include "platform/Platform.h"
 #include "platform/Threads.h"
 #include "shared/library/common/FileException.h"
@@ -19,38 +20,9 @@ constexpr std::string_view lineEnd = "\r\n";
 constexpr int writeAttempts = 40;
 constexpr uint32_t writeAttemptPause = 50; // milliseconds
 constexpr uint32_t rotationPause = 100;    // milliseconds between looks at another thread's rotation
+constexpr int rotationWaits = 50;
 constexpr uint16_t openFlags = FileBase::ACCESS_WRITE | FileBase::ACCESS_CREATE | FileBase::ACCESS_APPEND |
                                FileBase::ACCESS_UNSAFE | FileBase::ACCESS_NOLOCK;
-
-constexpr int busyAttempts = 100; // looks at the lock that only yield the processor, before those that sleep
-constexpr int accessAttempts = 600;
-constexpr uint32_t accessPause = 10; // milliseconds
-
-/// Holds the object for one thread. A holder that was ended by force never lets go: after some five seconds the lock is
-/// begun anew, so that one lost thread doesn't silence the program.
-class Access {
-public:
-    explicit Access(Monopoly& lock) : lock_(lock) {
-        while (!tryFor(lock_))
-            lock_.reset();
-    }
-    Access(const Access&) = delete;
-    Access& operator=(const Access&) = delete;
-    ~Access() { lock_.relax(); }
-
-private:
-    static bool tryFor(Monopoly& lock) {
-        bool busy = false;
-        for (int i = 0; i < accessAttempts; ++i) {
-            if (lock.tryEnforce(busy))
-                return true;
-            Timer::sleep(i < busyAttempts ? 0 : accessPause);
-        }
-        return false;
-    }
-
-    Monopoly& lock_;
-};
 
 std::string openedValue() {
     return logFileSettings().programName + "LogOpened";
@@ -69,7 +41,7 @@ std::string LoggerAgentFile::describe() {
 }
 
 bool LoggerAgentFile::setFile(const std::string& path) {
-    const Access access(access_);
+    const TimedMonopolyHold hold(access_);
     if (!file_.isNull() && file_->getName() == path)
         return true;
     SmartPointer<FileBase> next(new FilePlain(path));
@@ -82,8 +54,11 @@ bool LoggerAgentFile::setFile(const std::string& path) {
         closeWithReason("Log file moved to \"" + path + "\".");
     }
     file_ = std::move(next);
-    if (!note.empty())
-        writeEntry(note, true);
+    try {
+        if (!note.empty())
+            writeEntry(note, true);
+    } catch (const FileException&) { // NOLINT(bugprone-empty-catch): the next line tries the new file again
+    }
     return true;
 }
 
@@ -92,11 +67,16 @@ bool LoggerAgentFile::write(std::string_view text) {
 }
 
 bool LoggerAgentFile::writeEntry(std::string_view text, bool internal) {
-    while (!internal && rotationState_ != Rotation::idle && access_.getOwner() != platform().threads->currentId())
+    // A thread that was ended in the middle of its rotation never finishes it.
+    for (int i = 0; !internal && rotationState_ != Rotation::idle &&
+                    access_.getOwner() != platform().threads->currentId() && i < rotationWaits;
+         ++i)
         Timer::sleep(rotationPause);
-    const Access access(access_);
+    const TimedMonopolyHold hold(access_);
     if (file_.isNull())
         return false;
+    if (!internal)
+        rotationState_ = Rotation::idle; // a rotation that still ran would hold the object
     adoptSettings();
     if (rotationState_ == Rotation::idle)
         checkRotation();
@@ -147,7 +127,7 @@ bool LoggerAgentFile::append(std::string_view text) {
     Monopoly lock(lockName_);
     const bool ownsLock = rotationState_ == Rotation::idle; // a rotation's own notes run under its lock
     for (int i = 0; ownsLock && !lock.enforce(); ++i) {
-        if (i == writeAttempts - 1)
+        if (i == writeAttempts - 1 || lock.getLastError() != NativeError::alreadyExists)
             return false;
         Timer::sleep(writeAttemptPause);
     }
@@ -166,9 +146,12 @@ bool LoggerAgentFile::append(std::string_view text) {
 void LoggerAgentFile::closeWithReason(const std::string& reason) {
     if (file_.isNull() || !file_->isOpen())
         return;
-    writeEntry(std::string(lineEnd) + "Closing log file \"" + file_->getBaseName() + "\". Time: " +
-                   DateTime().toString(false, false) + ". Reason: " + reason + "." + std::string(lineEnd),
-               true);
+    try {
+        writeEntry(std::string(lineEnd) + "Closing log file \"" + file_->getBaseName() + "\". Time: " +
+                       DateTime().toString(false, false) + ". Reason: " + reason + "." + std::string(lineEnd),
+                   true);
+    } catch (const FileException&) { // NOLINT(bugprone-empty-catch): a full disk must not keep the file open
+    }
     file_->close();
 }
 

@@ -1,5 +1,6 @@
 #include "shared/library/logger/LoggerUnit.h"
 
+#include "shared/library/common/FileException.h"
 #include "shared/library/logger/LogCommons.h"
 
 #include <atomic>
@@ -20,7 +21,10 @@ constexpr uint32_t levels = 6;
 } // namespace
 
 LoggerUnit::LoggerUnit(const SmartPointer<LoggerCentre>& centre, int32_t module) : module_(module), centre_(centre) {
-    debug(1, "LoggerUnit: Created logger for the %s module.", ParamStream() << LogCommons::moduleName(module));
+    try {
+        debug(1, "LoggerUnit: Created logger for the %s module.", ParamStream() << LogCommons::moduleName(module));
+    } catch (const FileException&) { // NOLINT(bugprone-empty-catch): a unit serves also while its file can't be written
+    }
 }
 
 LoggerUnit::~LoggerUnit() {

@@ -1,6 +1,7 @@
 // The text form of a message, and the filling in of its parameters.
 
 #include "shared/library/common/ParamStream.h"
+#include "shared/library/common/TextUtils.h"
 #include "shared/library/logger/LogCommons.h"
 
 #include <cstdlib>
@@ -22,7 +23,7 @@ std::string_view takeField(std::string_view& rest, char separator) {
 }
 
 int32_t takeNumber(std::string_view& rest) {
-    return static_cast<int32_t>(std::atol(std::string(takeField(rest, fieldEnd)).c_str()));
+    return toNumber(std::string(takeField(rest, fieldEnd)));
 }
 
 void appendField(std::string& text, std::string_view field) {

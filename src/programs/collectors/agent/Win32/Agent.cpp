@@ -2,6 +2,7 @@
 
 #include "platform/Platform.h"
 #include "platform/Registry.h"
+#include "platform/ServiceManager.h"
 #include "platform/Threads.h"
 #include "programs/collectors/agent/AgentLogger.h"
 #include "programs/collectors/agent/DataDelivery.h"
@@ -16,15 +17,17 @@
 
 namespace Velmor {
 
+namespace {
+constexpr size_t catalogueGenerations = 2;
+}
+
 Agent::Agent(std::string_view commandLine) : arguments_(parseCommandLine(commandLine)) {
     if (!arguments_.empty())
         arguments_.erase(arguments_.begin()); // the program's own word
 }
 
 Agent::~Agent() {
-    if (!ipcServer_.isNull())
-        ipcServer_->stop();
-    ipcServer_.destroy();
+    stopIPCServer();
     logFileRegistry().clear();
     instanceGuard_.relax();
     agentLogger().destroy();
@@ -40,11 +43,14 @@ std::string Agent::lowerName() const {
 }
 
 bool Agent::fail(const std::string& causeAndRemedy) {
-    programState().startupFailure = causeAndRemedy;
+    std::string& failure = programState().startupFailure;
+    if (failure.empty()) // the first cause is the one to mend
+        failure = causeAndRemedy;
     return false;
 }
 
 bool Agent::configure() {
+    programState().startupFailure.clear();
     std::string directory;
     if (!startOwnLogging() || !takeInstanceGuard())
         return false;
@@ -143,7 +149,8 @@ void Agent::loadLogMessages() {
         agentLogger().error(9, "Velmor.directories.conf");
         return;
     }
-    const LoadResult result = logMessages_.loadMessages(
+    LogCommons& messages = logMessages_.emplace_back();
+    const LoadResult result = messages.loadMessages(
         directory, toLowerCopy(LogCommons::moduleName(loggerContext_.moduleId)) + ",configuration,agent");
     for (size_t i = 0; i < result.loaded.size(); ++i)
         agentLogger().debug(2, "Loaded %i messages for module \"%s\".", result.counts[i], result.loaded[i]);
@@ -153,14 +160,20 @@ void Agent::loadLogMessages() {
         agentLogger().debug(2, "Messages for module \"%s\" were rejected.", name);
     if (!result.ok)
         agentLogger().error(6, result.error);
-    LogMessenger::setCatalogue(&logMessages_);
+    LogMessenger::setCatalogue(&messages);
+    if (logMessages_.size() > catalogueGenerations)
+        logMessages_.pop_front();
 }
 
 bool Agent::loadPrimeTime(const std::string& directory) {
     std::string file = directory + "primetime";
     conf().getFileName(lowerName() + ".primetime-file", file);
     FileUtils::normalisePath(file);
-    if (!FileOps::exists(file) || primeTimeCalendar().readFile(file))
+    if (!FileOps::exists(file)) {
+        primeTimeCalendar().clear();
+        return true;
+    }
+    if (primeTimeCalendar().readFile(file))
         return true;
     agentLogger().fatal(5, "GENERAL");
     return fail("The prime time file \"" + file + "\" can't be read; make it readable, or remove it.");
@@ -179,12 +192,22 @@ void Agent::readStaticInfo() {
 
 bool Agent::reconfigure() {
     programState().reconfigureFlag = 0;
+    platform().serviceManager->reloading();
+    const bool runs = restartWorkers();
+    platform().serviceManager->ready();
+    return runs;
+}
+
+bool Agent::restartWorkers() {
     const MonopolyHold hold(programState().deliveryMonopoly);
-    if (!stopAndVerify())
+    if (!stopAndVerify() || programState().quitFlag)
         return false;
     threads_.clear();
     logFileRegistry().clear();
-    return configure() && startThreads();
+    if (configure())
+        return startThreads();
+    threads_.clear(); // what was prepared before the failure must not be taken for a worker that died
+    return false;
 }
 
 bool Agent::startIPCServer(const std::string& name, IPCCallback callback) {
@@ -202,6 +225,12 @@ bool Agent::startIPCServer(const std::string& name, IPCCallback callback) {
     } catch (...) { // NOLINT(bugprone-empty-catch): the caller is told
     }
     return false;
+}
+
+void Agent::stopIPCServer() {
+    if (!ipcServer_.isNull())
+        ipcServer_->stop();
+    ipcServer_.destroy();
 }
 
 bool Agent::prepareDataDelivery() {

@@ -53,6 +53,8 @@ public:
     void stopThreads();
     /// Ends by force what still runs. False if something does so all the same.
     bool verifyStoppedThreads();
+    /// Waits a little longer for workers that were told to end and are in the middle of something.
+    void awaitBusyThreads();
     /// `stopThreads`, a pause, `verifyStoppedThreads`.
     bool stopAndVerify();
     /// One pass of supervision: looks at all workers, and mends what isn't well. False if the program must end.
@@ -62,6 +64,9 @@ public:
 
     /// Listens for commands. False if that can't be.
     bool startIPCServer(const std::string& name, IPCCallback callback);
+
+    /// Ends the listening; nothing if there is none.
+    void stopIPCServer();
 
     /// The record of a data delivery worker.
     bool prepareDataDelivery();
@@ -87,6 +92,7 @@ protected:
     static bool fail(const std::string& causeAndRemedy);
 
 private:
+    bool restartWorkers();
     bool startOwnLogging();
     bool takeInstanceGuard();
     bool readConfigurationDirectory(std::string& directory);
@@ -107,8 +113,8 @@ private:
     Monopoly instanceGuard_; // keeps a second copy of the collector from starting
     LoggerContext loggerContext_;
     std::vector<Argument> arguments_;
-    std::string configurationFile_; // found at the first configuration, read again at each later one
-    LogCommons logMessages_;        // the message catalogue
+    std::string configurationFile_;     // found at the first configuration, read again at each later one
+    std::list<LogCommons> logMessages_; // the message catalogue; behind the former one, which may still be looked at
     SmartPointer<IPCServer> ipcServer_;
     bool initiating_ = true; // the next look at the threads asks
     ThreadLostHook threadLostHook_ = nullptr;

@@ -8,10 +8,14 @@
 #include "shared/library/common/JobException.h"
 #include "shared/library/common/Timer.h"
 
+#include <algorithm>
+
 namespace Velmor {
 
 namespace {
 constexpr uint32_t verifyPause = 750; // milliseconds that workers have to end after a reconfiguration's order
+constexpr uint32_t busyLimit = 2000;  // milliseconds more for those in the middle of a round
+constexpr uint32_t busyStep = 50;
 constexpr std::string_view unknown = "UNKNOWN";
 constexpr int32_t stopFailed = 7;
 constexpr int32_t startFailed = 8;
@@ -119,9 +123,19 @@ bool Agent::verifyStoppedThreads() {
     return false;
 }
 
+void Agent::awaitBusyThreads() {
+    const auto isBusy = [](const ThreadRecord& record) {
+        return (record.reporting & ThreadRecord::takesPart) && record.thread->getStatus() == JobStatus::running;
+    };
+    for (uint32_t waited = 0; waited < busyLimit && std::any_of(threads_.begin(), threads_.end(), isBusy);
+         waited += busyStep)
+        Timer::sleep(busyStep);
+}
+
 bool Agent::stopAndVerify() {
     stopThreads();
     Timer::sleep(verifyPause);
+    awaitBusyThreads();
     return verifyStoppedThreads();
 }
 

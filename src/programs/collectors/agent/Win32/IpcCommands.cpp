@@ -65,6 +65,8 @@ void ipcCallback(const std::string& type, const std::string& reference, const st
         failure.addPosition(__FILE__, __LINE__);
         agentLogger().debug(1, failure.getFullDescription());
         agentLogger().error(2, failure.getCodeText());
+    } catch (...) {
+        agentLogger().error(2, "UNKNOWN");
     }
 }
 

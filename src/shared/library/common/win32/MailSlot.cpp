@@ -12,6 +12,9 @@ namespace Velmor {
 namespace {
 constexpr std::string_view sourceName = "shared\\library\\common\\win32\\MailSlot";
 constexpr uint32_t noNetwork = 1231;
+constexpr int quickTurns = 1000;  // looks at the lock with no more than a yield between them
+constexpr int mostTurns = 6000;   // with the slow ones behind them about five seconds
+constexpr uint32_t slowPause = 1; // milliseconds
 
 [[noreturn]] void fail(IPCCode code, std::string description, int32_t line) {
     throw IPCException(code, std::move(description), sourceName, line);
@@ -29,9 +32,13 @@ std::string systemText(uint32_t error) {
 class SendTurn {
 public:
     explicit SendTurn(Monopoly& lock) : lock_(lock) {
-        // The holder is inside a single write, so a yielded processor is all the wait there should be.
-        while (!lock_.enforce())
-            Timer::sleep(0);
+        // The holder is inside a single write, so a yielded processor is all the wait there should be. A lock that
+        // stays out of reach is one that can't be had.
+        for (int i = 0; !lock_.enforce(); ++i) {
+            if (lock_.getLastError() != NativeError::alreadyExists || i >= mostTurns)
+                fail(IC_CANNOT_SEND, "Error " + std::to_string(lock_.getLastError()), __LINE__);
+            Timer::sleep(i < quickTurns ? 0 : slowPause);
+        }
     }
     SendTurn(const SendTurn&) = delete;
     SendTurn& operator=(const SendTurn&) = delete;

@@ -75,7 +75,9 @@ uint32_t ThreadInstance::resume() {
 int32_t ThreadInstance::stop() {
     if (getStatus() != JobStatus::running)
         return 0;
-    if (platform().messageQueues->post(threadId_, WindowMessage::destroy) && waitForEnd()) {
+    if (platform().messageQueues->post(threadId_, WindowMessage::destroy))
+        waitForEnd();
+    if (getStatus() != JobStatus::running) { // a post fails just when the thread has ended meanwhile
         status_ = JobStatus::stopped;
         return 1;
     }
@@ -86,13 +88,9 @@ int32_t ThreadInstance::stop() {
     return 1;
 }
 
-bool ThreadInstance::waitForEnd() {
-    for (uint32_t waited = 0; getStatus() == JobStatus::running; waited += stopStep) {
-        if (waited >= stopLimit)
-            return false;
+void ThreadInstance::waitForEnd() {
+    for (uint32_t waited = 0; waited < stopLimit && getStatus() == JobStatus::running; waited += stopStep)
         Timer::sleep(stopStep);
-    }
-    return true;
 }
 
 int32_t ThreadInstance::getStatus() {

@@ -28,7 +28,7 @@ public:
 
 private:
     /// True if the thread ends by itself within the time limit.
-    bool waitForEnd();
+    void waitForEnd();
 
     int32_t status_ = JobStatus::absent;
     ThreadHandle handle_;

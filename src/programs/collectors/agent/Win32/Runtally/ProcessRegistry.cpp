@@ -2,7 +2,9 @@
 
 #include "platform/Platform.h"
 #include "platform/Threads.h"
+#include "process/IdValues.h"
 #include "programs/collectors/agent/DataDelivery.h"
+#include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "shared/library/common/StructuredException.h"
@@ -134,9 +136,11 @@ void Runtally::relaxMonopoly(std::string_view name) {
 
 void Runtally::freeLocksOf(uint32_t threadId) {
     ProcessRegistry& maps = registry();
-    for (Monopoly* monopoly : {&maps.processMonopoly, &maps.endedMapMonopoly, &maps.pendingInfoMonopoly})
+    for (Monopoly* monopoly : {&maps.processMonopoly, &maps.endedMapMonopoly, &maps.pendingInfoMonopoly,
+                               &runtallyState().eventLog.lock(), &idValuesLock(), &programState().deliveryMonopoly})
         freeIfHeldBy(*monopoly, threadId);
-    freeIfHeldBy(runtallyState().eventLog.lock(), threadId);
+    if (runtallyState().exeFinder)
+        freeIfHeldBy(runtallyState().exeFinder->lock(), threadId);
     for (auto& [key, entry] : logFileRegistry())
         if (!entry.file.isNull())
             freeIfHeldBy(entry.file->lock(), threadId);

@@ -5,6 +5,7 @@
 #include "platform/Machine.h"
 #include "platform/MessageQueues.h"
 #include "platform/Platform.h"
+#include "platform/ServiceManager.h"
 #include "platform/Threads.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
@@ -37,11 +38,14 @@ Runtally::Runtally(std::string_view commandLine)
 Runtally::~Runtally() {
     RuntallyState& state = runtallyState();
     logger().debug(1, "Runtally is terminating...");
+    stopIPCServer(); // a command that comes now would meet maps that are being cleared
     logger().debug(1, "Clearing process poller data...");
     state.procPoll.clear();
     logger().debug(1, "   Process poller data cleared.");
     logger().debug(1, "Clearing data (%i process(es))...", state.registry.processMap.size());
-    state.registry.processMap.clear();
+    for (ProcessMap* map :
+         {&state.registry.processMap, &state.registry.endedProcessMap, &state.registry.pendingInfoMap})
+        map->clear();
     logger().debug(1, "   Cleared process data.");
     state.exeFinder.reset();
     logger().debug(1, "Destroyed ExeFinder.");
@@ -57,16 +61,21 @@ void Runtally::run() {
     if (!startIPCServer(std::string(collectorMailslot), ipcCallback))
         return;
     enableDebugPrivilege();
-    if (!startThreads() || !startStatusMonitor())
+    if (!startThreads() || !startStatusMonitor()) {
+        stopAndVerify(); // the others have started
         return;
+    }
+    platform().serviceManager->ready();
     runMessageLoop();
     logger().debug(1, "Runtally main loop has exited.");
+    platform().serviceManager->stopping();
+    awaitStatusMonitor(); // it may be changing the list of the workers
     stopThreads();
     const uint32_t begin = platform().clock->ticks();
     while (platform().clock->ticks() - begin < stopTime)
         Timer::sleep(stopStep);
+    awaitBusyThreads();
     verifyStoppedThreads();
-    awaitStatusMonitor();
     deliverAll(true);
     logger().debug(1, "Runtally main control has ended.");
 }
@@ -86,9 +95,8 @@ void Runtally::enableDebugPrivilege() {
 
 bool Runtally::startStatusMonitor() {
     logger().debug(1, "Creating statusMonitor thread");
-    uint32_t id = 0;
     uint32_t error = NativeError::success;
-    statusMonitor_ = platform().threads->create(statusMonitor, static_cast<Agent*>(this), id, error);
+    statusMonitor_ = platform().threads->create(statusMonitor, static_cast<Agent*>(this), statusMonitorId_, error);
     if (!statusMonitor_) {
         logger().debug(3, "Failed to create statusMonitor.");
         return false;
@@ -125,6 +133,7 @@ void Runtally::awaitStatusMonitor() {
         Timer::sleep(stopStep);
     }
     platform().threads->terminate(statusMonitor_, 0, error);
+    freeLocksOf(statusMonitorId_);
 }
 
 } // namespace Velmor

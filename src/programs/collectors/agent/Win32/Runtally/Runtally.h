@@ -97,6 +97,7 @@ private:
     static void runMessageLoop();
 
     ThreadHandle statusMonitor_;
+    uint32_t statusMonitorId_ = 0;
     std::string processStem_; // names of the data files
     std::string moduleStem_;
     std::string performanceStem_;

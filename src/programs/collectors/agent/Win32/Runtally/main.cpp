@@ -65,7 +65,12 @@ int main(int count, char** values) {
         return answerQuestions(arguments[0]);
     Velmor::platform().messageQueues->receiveSystemRequests();
     Velmor::platform().machine->raiseHandleLimit();
-    const int result = run(joinCommandLine(arguments));
+    int result = startupFailed;
+    try {
+        result = run(joinCommandLine(arguments));
+    } catch (const std::exception& failure) {
+        Velmor::programState().startupFailure = failure.what();
+    }
     if (result != 0)
         std::cerr << "runtally: " << Velmor::programState().startupFailure << '\n';
     return result;

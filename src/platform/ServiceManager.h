@@ -1,0 +1,18 @@
+#pragma once
+
+namespace Velmor {
+
+/// Whoever starts and watches the program as a service. Does nothing where nobody asked to be told.
+class ServiceManager {
+public:
+    virtual ~ServiceManager() = default;
+
+    /// The program does its work, from now on or again.
+    virtual void ready() = 0;
+    /// It reads its configuration again; `ready` follows.
+    virtual void reloading() = 0;
+    /// It is on its way to its end.
+    virtual void stopping() = 0;
+};
+
+} // namespace Velmor

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "platform/ServiceManager.h"
+
+namespace Velmor {
+
+/// Tells systemd, by one datagram each to the socket that NOTIFY_SOCKET names.
+class LinuxServiceManager : public ServiceManager {
+public:
+    void ready() override;
+    void reloading() override;
+    void stopping() override;
+};
+
+} // namespace Velmor
