@@ -3,7 +3,7 @@
 
 #include "collector/CollectorFixture.h"
 
-#include "platform/linux/SystemCalls.h"
+#include "support/NoSync.h"
 
 #include <cstdlib>
 #include <map>
@@ -18,19 +18,6 @@ int fromEnvironment(const char* name, int otherwise) {
     const char* value = std::getenv(name);
     return value ? std::atoi(value) : otherwise;
 }
-
-/// Spares the disk: what a power cut would leave isn't asked here.
-class NoSync {
-public:
-    NoSync() : saved_(systemCalls()) {
-        systemCalls().fdatasync = [](int) { return 0; };
-        systemCalls().fsync = [](int) { return 0; };
-    }
-    ~NoSync() { systemCalls() = saved_; }
-
-private:
-    SystemCalls saved_;
-};
 
 /// One run: a machine, what happens on it, and the books that must balance after each step. Each process has an
 /// executable of its own, so that a record tells whose it is.

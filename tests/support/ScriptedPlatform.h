@@ -34,11 +34,15 @@ public:
     /// Somebody sets the clock.
     void step(int32_t seconds) { milliseconds_ += int64_t{seconds} * 1000; }
 
+    /// From now on each sleep takes a real millisecond, for threads that are to keep step.
+    void keepStep() { keepsStep_ = true; }
+
     int32_t zoneMinutes = 0; // of the local time, east of Greenwich
 
 private:
     std::atomic<int64_t> milliseconds_{0};
     std::atomic<int64_t> ticks_{0};
+    std::atomic<bool> keepsStep_{false};
 };
 
 /// A process as the test writes it down.

@@ -31,7 +31,7 @@ int openForReal(const char* path, int flags, mode_t mode) {
 int flagsOf(OpenMode mode) {
     switch (mode) {
     case OpenMode::read:
-        return O_RDONLY;
+        return O_RDONLY | O_NONBLOCK; // a pipe under the name must not hold the reader
     case OpenMode::write:
         return O_WRONLY | O_CREAT | O_TRUNC;
     case OpenMode::append:

@@ -150,17 +150,24 @@ void LogFile::end() {
     // In one step: between two a crash would leave the records under a name that the next start deletes.
     file_->setFinalName(newName);
     file_->close();
-    rename(oldName, newName);
+    if (file_->tookFinalName())
+        reportEnd(oldName, newName);
+    else
+        rename(oldName, newName);
     updateName();
     agentLogger().debug(4, "LogFile: Updated file name from \"%s\" to \"%s\".", FileUtils::getBaseName(newName),
                         FileUtils::getBaseName(file_->getName()));
 }
 
-void LogFile::rename(const std::string& from, const std::string& to) {
+void LogFile::reportEnd(const std::string& from, const std::string& to) {
     agentLogger().debug(4, "LogFile: Renaming file \"%s\" to \"%s\".", FileUtils::getBaseName(from),
                         FileUtils::getBaseName(to));
-    if ((!FileOps::exists(from) && FileOps::exists(to)) || FileOps::move(from, to, true)) {
-        agentLogger().debug(2, "LogFile: Ended file \"" + from + "\".");
+    agentLogger().debug(2, "LogFile: Ended file \"" + from + "\".");
+}
+
+void LogFile::rename(const std::string& from, const std::string& to) {
+    if (FileOps::move(from, to, true)) {
+        reportEnd(from, to);
         return;
     }
     agentLogger().warning(10, from, to);

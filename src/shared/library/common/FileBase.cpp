@@ -82,7 +82,9 @@ void FileBase::finishSafeWrite(const std::string& description) {
     if (!safeWrite_)
         return;
     safeWrite_ = false;
-    if (const std::string finalName = std::exchange(finalName_, {}); !finalName.empty() && moveTemporary(finalName)) {
+    const std::string finalName = std::exchange(finalName_, {});
+    tookFinalName_ = !finalName.empty() && moveTemporary(finalName);
+    if (tookFinalName_) {
         FileUtils::remove(name_, true); // the empty file by which the lock held the name
         return;
     }

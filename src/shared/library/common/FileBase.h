@@ -64,6 +64,8 @@ public:
     /// At the next `close` a safe write puts the data under this name, in one step, and the file's own name is gone. If
     /// that can't be done they come under the file's own name, as without this.
     void setFinalName(const std::string& path) { finalName_ = path; }
+    /// Whether the last `close` gave the data their final name.
+    bool tookFinalName() const { return tookFinalName_; }
 
 protected:
     static constexpr int renameAttempts = 10;
@@ -93,6 +95,7 @@ protected:
     void dropSafeWrite();
 
     std::string name_;
+    bool tookFinalName_ = false;
     std::string finalName_;  // what the data become at `close`, if not name_
     bool safeWrite_ = false; // the object writes to the ".tmp" file and owes the rename
     uint16_t access_ = 0;    // of the present opening; 0 while closed

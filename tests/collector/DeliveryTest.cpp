@@ -1,0 +1,249 @@
+// Data files: their names, their schedule, and what becomes of records when the system fails.
+
+#include "collector/CollectorFixture.h"
+
+#include "platform/linux/SystemCalls.h"
+#include "support/NoSync.h"
+
+#include <cerrno>
+#include <fstream>
+#include <set>
+
+namespace Velmor {
+
+namespace {
+constexpr int32_t hour = 3600;
+
+/// Lets the n-th call of the system fail that writes, finds or renames files.
+class FailingCalls {
+public:
+    static constexpr int shortWrite = -1; // in place of an error: a write takes one byte only
+
+    FailingCalls(int failAt, int error) {
+        state = {failAt, error, 0, systemCalls()};
+        SystemCalls& calls = systemCalls();
+        calls.open = [](const char* path, int flags, mode_t mode) { return call(real().open, path, flags, mode); };
+        calls.close = [](int file) {
+            const int result = real().close(file); // the kernel lets go in any case
+            return !isInterruption() && fails() ? fail() : result;
+        };
+        calls.read = [](int file, void* buffer, size_t size) { return call(real().read, file, buffer, size); };
+        calls.write = [](int file, const void* buffer, size_t size) -> ssize_t {
+            if (!fails())
+                return real().write(file, buffer, size);
+            return state.error == shortWrite ? real().write(file, buffer, 1) : fail();
+        };
+        calls.stat = [](const char* path, struct stat* found) { return quickCall(real().stat, path, found); };
+        calls.fstat = [](int file, struct stat* found) { return quickCall(real().fstat, file, found); };
+        calls.ftruncate = [](int file, off_t length) { return quickCall(real().ftruncate, file, length); };
+        calls.fdatasync = [](int file) { return call(real().fdatasync, file); };
+        calls.fsync = [](int file) { return call(real().fsync, file); };
+        calls.rename = [](const char* from, const char* to) { return quickCall(real().rename, from, to); };
+        calls.unlink = [](const char* path) { return quickCall(real().unlink, path); };
+        calls.mkdir = [](const char* path, mode_t mode) { return quickCall(real().mkdir, path, mode); };
+        calls.chmod = [](const char* path, mode_t mode) { return quickCall(real().chmod, path, mode); };
+    }
+    FailingCalls(const FailingCalls&) = delete;
+    FailingCalls& operator=(const FailingCalls&) = delete;
+    ~FailingCalls() { systemCalls() = state.real; }
+
+    bool haveFailed() const { return state.count >= state.failAt; }
+
+private:
+    static const SystemCalls& real() { return state.real; }
+    static bool isInterruption() { return state.error == EINTR || state.error == shortWrite; }
+    static bool fails() { return ++state.count == state.failAt; }
+    static int fail() {
+        errno = state.error == shortWrite ? EINTR : state.error;
+        return -1;
+    }
+    template <typename Result, typename... Parameters>
+    static Result call(Result (*function)(Parameters...), Parameters... parameters) {
+        return fails() ? static_cast<Result>(fail()) : function(parameters...);
+    }
+
+    /// One that no signal interrupts.
+    template <typename Result, typename... Parameters>
+    static Result quickCall(Result (*function)(Parameters...), Parameters... parameters) {
+        return isInterruption() ? function(parameters...) : call(function, parameters...);
+    }
+
+    struct State {
+        int failAt;
+        int error;
+        int count;
+        SystemCalls real;
+    };
+    static inline State state{};
+};
+
+/// Three processes through two deliveries.
+void run(Collector& collector) {
+    for (uint32_t pid = 7; pid < 10; ++pid)
+        collector.report(pid, ProcessState::started, collector.os.clock.now());
+    for (int i = 0; i < 2; ++i) {
+        collector.os.clock.advance(60);
+        collector.deliver();
+    }
+}
+
+class DeliveryTest : public ::testing::Test {
+protected:
+    LogFileEntry& entry() { return logFileRegistry().at("process"); }
+    LogFile& file() { return *entry().file; }
+    /// One round of the delivery thread; true if data went out.
+    bool round() {
+        const size_t before = delivered();
+        DeliverySchedule::deliverDue(DateTime());
+        return delivered() > before;
+    }
+    size_t delivered() {
+        size_t count = 0;
+        for (const auto& name : std::filesystem::directory_iterator(collector.directory.path()))
+            count += name.path().extension() == ".data" ? 1 : 0;
+        return count;
+    }
+
+    Collector collector;
+};
+} // namespace
+
+TEST(DeliveryFaults, ACallThatFailsCostsOneRecordAtMostAndNoneComesTwice) {
+    const NoSync noSync;
+    for (const int error : {ENOSPC, EIO, EROFS, EMFILE, EINTR, FailingCalls::shortWrite}) {
+        bool failed = true;
+        for (int n = 1; failed; ++n) {
+            SCOPED_TRACE("call " + std::to_string(n) + " fails with " + std::to_string(error));
+            Collector collector;
+            for (uint32_t pid = 7; pid < 10; ++pid)
+                collector.os.processes.start(pid, "/apps/p" + std::to_string(pid));
+            {
+                const FailingCalls calls(n, error);
+                run(collector);
+                failed = calls.haveFailed();
+            }
+            collector.os.clock.advance(60);
+            collector.deliver();
+            collector.deliver(); // what an earlier one could not rename
+            std::set<std::string> slices;
+            size_t records = 0;
+            for (const auto& name : std::filesystem::directory_iterator(collector.directory.path())) {
+                if (name.path().extension() != ".data")
+                    continue;
+                for (const UsageLine& record : parseRecords(readFile(name.path().string()))) {
+                    slices.insert(record.executable + std::to_string(record.start));
+                    ++records;
+                }
+            }
+            ASSERT_EQ(slices.size(), records) << "a record came twice";
+            ASSERT_GE(records, error == EINTR || error == FailingCalls::shortWrite ? 12U : 11U);
+            ASSERT_LE(records, 12U);
+        }
+    }
+}
+
+TEST_F(DeliveryTest, AFileIsOnTheDiskFromItsFirstRecordToItsHandOver) {
+    const std::string name = file().getName();
+    EXPECT_TRUE(name.ends_with("ProcessLog-1000000000-77-" + name.substr(name.rfind('-') + 1)));
+    file().end();
+    EXPECT_EQ(file().getName(), name) << "nothing was written";
+    EXPECT_EQ(collector.fileNames(), "");
+    EXPECT_TRUE(file().write("1:1\n1:"));
+    const std::string base = std::filesystem::path(name).filename();
+    EXPECT_EQ(collector.fileNames(), base + " " + base + ".lock " + base + ".tmp");
+    collector.os.clock.advance(5);
+    file().end();
+    EXPECT_EQ(collector.fileNames(), base.substr(0, base.size() - 4) + "data");
+    EXPECT_NE(file().getName(), name);
+    EXPECT_TRUE(file().getName().find("-1000000005-77-") != std::string::npos);
+}
+
+TEST_F(DeliveryTest, AnEndingThatWasCutShortIsMadeUpForWhereverItStood) {
+    struct Case {
+        const char* what;
+        const char* records; // ending of the name that holds the records
+        bool handedOver;
+    };
+    for (const auto& [what, records, handedOver] :
+         {Case{"before the rename", ".make.tmp", false}, Case{"behind it", ".make", false},
+          Case{"at its end", ".data", true}}) {
+        const std::string stem = file().getName().substr(0, file().getName().size() - 5);
+        std::ofstream(stem + ".make").put(' ');
+        std::filesystem::resize_file(stem + ".make", 0);
+        std::ofstream(stem + records) << what;
+        const size_t before = delivered();
+        EXPECT_TRUE(file().write("another"));
+        file().end();
+        EXPECT_EQ(delivered() - before, handedOver ? 1U : 2U) << what;
+        EXPECT_EQ(readFile(stem + ".data"), what) << "not written over by the next file";
+        EXPECT_FALSE(std::filesystem::exists(stem + ".make")) << what;
+    }
+}
+
+TEST_F(DeliveryTest, PeriodsFollowTheLocalClock) {
+    collector.os.clock.zoneMinutes = 60;
+    entry().interval = TimeSpan(12 * hour);
+    collector.os.processes.start(7, "/apps/p7");
+    collector.report(7, ProcessState::started, collector.os.clock.now()); // 02:46:40 by the local clock
+    EXPECT_FALSE(round()) << "the first look";
+    EXPECT_EQ(entry().lastDelivered.toString(false, false), "2001-09-09T00:00:00");
+    collector.os.clock.advance(9 * hour + 13 * 60 + 19);
+    EXPECT_FALSE(round()) << "a second before noon";
+    collector.os.clock.advance(1);
+    EXPECT_TRUE(round());
+    EXPECT_FALSE(round());
+    collector.os.clock.advance(30 * hour); // asleep across two deliveries
+    EXPECT_TRUE(round());
+    EXPECT_EQ(entry().lastDelivered.toString(false, false), "2001-09-10T12:00:00") << "they are not caught up";
+    collector.os.clock.advance(5 * hour);
+    collector.os.clock.step(-hour);
+    EXPECT_FALSE(round());
+    collector.os.clock.advance(hour + 2 * hour);
+    EXPECT_TRUE(round());
+    collector.deliver();
+    EXPECT_EQ(entry().lastDelivered.toString(false, false), "2001-09-11T00:00:00") << "a command leaves the schedule";
+}
+
+TEST_F(DeliveryTest, TicksThatWereMissedCountOnce) {
+    DeliverySchedule schedule;
+    const auto ticks = [&](int32_t seconds) {
+        collector.os.clock.advance(seconds);
+        int count = 0;
+        while (schedule.tick(DateTime()))
+            ++count;
+        return count;
+    };
+    EXPECT_EQ(ticks(0), 1);
+    EXPECT_EQ(ticks(9), 0);
+    EXPECT_EQ(ticks(1), 1);
+    EXPECT_LE(ticks(1000), 2);
+    EXPECT_EQ(ticks(10), 1);
+}
+
+TEST_F(DeliveryTest, AFileForForcedDeliveriesIsLeftOutOfOthers) {
+    static int hooks = 0;
+    hooks = 0;
+    registerLogFile(collector.directory / "PerfMonLog", "perfmon", TimeSpan(), true, [] { ++hooks; });
+    getLogFile("perfmon")->write("x\n");
+    deliverAll(false);
+    EXPECT_EQ(delivered(), 0U);
+    deliverAll(true);
+    EXPECT_EQ(delivered(), 1U);
+    EXPECT_EQ(hooks, 1);
+    EXPECT_TRUE(getLogFile("none").isNull());
+}
+
+TEST_F(DeliveryTest, ARenameThatFailsIsToldAndTriedAgain) {
+    const CapturedLog log(1);
+    file().write("x\n");
+    const std::string stem = file().getName().substr(0, file().getName().size() - 5);
+    std::filesystem::create_directories(stem + ".data/in the way");
+    file().end();
+    EXPECT_TRUE(log.has("(2.21.10)"));
+    EXPECT_EQ(readFile(stem + ".make"), "x\n");
+    std::filesystem::remove_all(stem + ".data");
+    file().end();
+    EXPECT_EQ(readFile(stem + ".data"), "x\n");
+}
+
+} // namespace Velmor
