@@ -254,7 +254,12 @@ TEST_F(LogFileTest, ALockThatIsNotHadCostsTheLine) {
     EXPECT_EQ(readFile(path).find("lost"), std::string::npos);
 }
 
-TEST_F(LogFileTest, WritersOnManyThreadsLoseNoLine) {
+TEST(LogFileOfManyTest, WritersOnManyThreadsLoseNoLine) {
+    const TempDirectory directory;
+    const std::string path = directory / "log.log";
+    setenv("VELMOR_RUNTIME_DIR", directory.path().c_str(), 1);
+    setenv("VELMOR_STATE_DIR", directory.path().c_str(), 1);
+    LoggerUnit::setDebugLevel(1);
     SmartPointer<LogMessenger> messenger(new LogMessenger());
     messenger->setFile(path);
     SmartPointer<LoggerCentre> centre(new LoggerCentre(2, messenger));
@@ -272,6 +277,9 @@ TEST_F(LogFileTest, WritersOnManyThreadsLoseNoLine) {
     for (int i = 0; i < 4; ++i)
         for (int k = 0; k < 100; ++k)
             EXPECT_NE(text.find("line " + std::to_string(k) + " of " + std::to_string(i) + "\r\n"), std::string::npos);
+    logger.release();
+    unsetenv("VELMOR_RUNTIME_DIR");
+    unsetenv("VELMOR_STATE_DIR");
 }
 
 TEST_F(LogFileTest, LevelsAndSeveritiesAreThresholds) {

@@ -1,0 +1,199 @@
+// What the framework does around the workers: command line, leftovers, commands, start-up and reconfiguration.
+
+#include "collector/CollectorFixture.h"
+
+#include "programs/collectors/agent/Win32/CommandLine.h"
+#include "programs/collectors/agent/Win32/IpcCommands.h"
+#include "rules/PrimeTime.h"
+#include "shared/library/common/win32/MailSlot.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace Velmor {
+
+namespace {
+/// An agent that tells what its collector part saw.
+class PlainAgent : public Agent {
+public:
+    explicit PlainAgent(const std::string& commandLine) : Agent(commandLine) { setName("Runtally"); }
+    void run() override {}
+    bool configureCollector() override {
+        ++configurations;
+        return succeeds;
+    }
+    int configurations = 0;
+    bool succeeds = true;
+};
+
+/// A machine on which an agent can start.
+class AgentTest : public ::testing::Test {
+public:
+    AgentTest() {
+        setenv("VELMOR_RUNTIME_DIR", directory.path().c_str(), 1);
+        os.registry.set("ConfigurationDir", directory.path());
+        os.registry.set("StartupLogDir", directory.path());
+        os.registry.setNumber("StartupDebugLevel", 0);
+        write("");
+        programState().quitFlag = 0;
+        programState().mainThreadId = 0;
+    }
+    ~AgentTest() override { unsetenv("VELMOR_RUNTIME_DIR"); }
+
+    void write(const std::string& more, const std::string& name = "runtally.conf") const {
+        directory.write(name, "Velmor () = \"\" { directories () = \"\" { temp (DirName) = \"" + directory.path() +
+                                  "\" { } conf (DirName) = \"" + directory.path() + "\" { } } }\n" + more);
+    }
+
+    ScriptedPlatform os;
+    TempDirectory directory;
+};
+} // namespace
+
+TEST(CommandLineTest, OptionsAndValuesAreTakenApart) {
+    struct Case {
+        const char* text;
+        const char* pairs;
+    };
+    for (const auto& [text, expected] : {
+             Case{"dummy", "=dummy;"},
+             Case{"dummy-c file", "=dummy;c=file;"},
+             Case{"dummy -cfile x", "=dummy;c=file;=x;"},
+             Case{"dummy -c \"a b-c\"", "=dummy;c=a b-c;"},
+             Case{"dummy --config 'x\"y' -v", "=dummy;config=x\"y;v=;"},
+             Case{"dummy -a -b c", "=dummy;a=;b=c;"},
+             Case{"a-b\"c\"d", "=a;b=c;=d;"},
+             Case{"dummy \"open", "=dummy;=open;"},
+             Case{"dummy -", "=dummy;=;"},
+             Case{"\t\r\n", ""},
+         }) {
+        std::string pairs;
+        for (const auto& [option, value] : parseCommandLine(text))
+            pairs.append(option).append("=").append(value).append(";");
+        EXPECT_EQ(pairs, expected) << text;
+    }
+}
+
+TEST(LeftoversTest, FilesWithDataGoToTheCoreServiceAndOthersGo) {
+    const ScriptedPlatform os;
+    const TempDirectory directory;
+    programState().dataDirectory = directory.path();
+    Agent::handleLeftovers();
+    for (const auto& [name, text] : {std::pair{"ProcessLog-1-2-3.make", "x"},
+                                     {"ProcessLog-1-2-3.make.lock", "x"},
+                                     {"ProcessLog-1-2-3.make.tmp", "record"},
+                                     {"ProcessLog-1-2-4.make.tmp", ""},
+                                     {"ProcessLog-1-2-5.data", "old"},
+                                     {"notes.makeup", "x"},
+                                     {"other.tmp", "x"}})
+        directory.write(name, text);
+    Agent::handleLeftovers();
+    EXPECT_EQ(directory.names(), "ProcessLog-1-2-3-1000000000-77.data ProcessLog-1-2-5.data other.tmp");
+    EXPECT_EQ(readFile(directory / "ProcessLog-1-2-3-1000000000-77.data"), "record");
+}
+
+TEST(IpcCommandsTest, CommandsAreCarriedOutAndAnswered) {
+    Collector collector;
+    const TempDirectory runtime;
+    setenv("VELMOR_RUNTIME_DIR", runtime.path().c_str(), 1);
+    const CapturedLog log(1);
+    programState().mainThreadId = 4711;
+    MailSlot core(MailSlotMode::receiver, "Core");
+    const auto command = [&](const std::string& type, const std::string& text, const std::string& replyTo) {
+        programState().quitFlag = 0;
+        programState().reconfigureFlag = 0;
+        ipcCallback(type, "ref", text, replyTo);
+        std::vector<std::string> replies;
+        core.receive(replies);
+        std::string answer = replies.empty() ? "" : replies.front();
+        std::replace(answer.begin(), answer.end(), '\x1b', '|');
+        return answer + (programState().quitFlag ? "quit" : "") + (programState().reconfigureFlag ? "reconfigure" : "");
+    };
+    collector.os.processes.start(7, "/apps/p7");
+    collector.report(7, ProcessState::started, collector.os.clock.now());
+    EXPECT_EQ(command("COMMAND", "SEND_PROCESS_INFO", "Core"), "Velmor|REPLY|ref|77,4711|Velmor_Runtally|");
+    EXPECT_EQ(command("COMMAND", "RUNTALLYDUMP", "Core"), "Velmor|REPLY|ref||Velmor_Runtally|");
+    EXPECT_NE(collector.fileNames().find(".data"), std::string::npos);
+    EXPECT_EQ(command("COMMAND", "DIE", "Core"), "quit");
+    EXPECT_EQ(command("COMMAND", "RECONFIG", "Core"), "reconfigure");
+    for (const char* text : {"die", "DIE ", "", "\xff"})
+        EXPECT_EQ(command("COMMAND", text, "Core"), "") << text;
+    EXPECT_EQ(command("REPLY", "DIE", "Core"), "");
+    EXPECT_FALSE(log.has("(2.21.02)"));
+    const std::string before = collector.fileNames();
+    EXPECT_EQ(command("COMMAND", "RUNTALLYDUMP", ""), "");
+    EXPECT_TRUE(log.has("(2.21.02) (Message not found.) Parameters: 4.5"));
+    EXPECT_NE(collector.fileNames(), before) << "the work is done all the same";
+    programState().quitFlag = programState().reconfigureFlag = 0;
+    unsetenv("VELMOR_RUNTIME_DIR");
+}
+
+TEST_F(AgentTest, AStartThatFailsNamesTheCause) {
+    struct Case {
+        const char* what;
+        void (*prepare)(AgentTest&);
+        const char* cause; // part of it; empty for a start that succeeds
+    };
+    for (const auto& [what, prepare, cause] : {
+             Case{"all well", [](AgentTest&) {}, ""},
+             Case{"no directory", [](AgentTest& t) { t.os.registry.values.erase("ConfigurationDir"); },
+                  "ConfigurationDir"},
+             Case{"no file", [](AgentTest& t) { std::filesystem::remove(t.directory / "runtally.conf"); },
+                  "runtally.conf"},
+             Case{"a mistake", [](AgentTest& t) { t.directory.write("runtally.conf", "\na (String) b { }"); },
+                  "line 2"},
+             Case{"no key", [](AgentTest& t) { t.directory.write("runtally.conf", ""); }, "Velmor.directories.temp"},
+             Case{"prime time", [](AgentTest& t) { std::filesystem::create_directories(t.directory / "primetime"); },
+                  "primetime"},
+         }) {
+        std::filesystem::remove_all(directory / "primetime");
+        os.registry.set("ConfigurationDir", directory.path());
+        write("");
+        prepare(*this);
+        PlainAgent agent("dummy");
+        EXPECT_EQ(agent.configure(), *cause == '\0') << what;
+        EXPECT_NE(programState().startupFailure.find(cause), std::string::npos) << programState().startupFailure;
+    }
+}
+
+TEST_F(AgentTest, TheOptionCNamesTheFileAlsoWhenItIsReadAgain) {
+    write("other () = \"\" { }", "other.conf");
+    std::filesystem::remove(directory / "runtally.conf");
+    {
+        PlainAgent agent("dummy -x -c \"" + (directory / "other.conf") + "\"");
+        EXPECT_FALSE(agent.configure()) << "a second option in front hides it";
+    }
+    PlainAgent agent("dummy -c \"" + (directory / "other.conf") + "\"");
+    EXPECT_TRUE(agent.configure());
+    programState().reconfigureFlag = 1;
+    EXPECT_TRUE(agent.reconfigure());
+    EXPECT_EQ(agent.configurations, 2);
+    EXPECT_FALSE(programState().reconfigureFlag);
+}
+
+TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMendsIt) {
+    PlainAgent agent("dummy");
+    ASSERT_TRUE(agent.configure());
+    ASSERT_TRUE(agent.startThreads());
+    directory.write("primetime", "*:*:*:*:*\n");
+    agent.succeeds = false;
+    EXPECT_FALSE(agent.reconfigure());
+    EXPECT_EQ(getClassText(DateTime()), "prime");
+    EXPECT_TRUE(agent.checkThreads()) << "there is none that could have died";
+    EXPECT_TRUE(agent.checkThreads());
+    agent.succeeds = true;
+    std::filesystem::remove(directory / "primetime");
+    EXPECT_TRUE(agent.reconfigure());
+    EXPECT_EQ(getClassText(DateTime()), "undef") << "the file has gone";
+    EXPECT_TRUE(agent.stopAndVerify());
+}
+
+TEST_F(AgentTest, ASecondInstanceIsRefused) {
+    PlainAgent first("dummy");
+    ASSERT_TRUE(first.configure());
+    PlainAgent second("dummy");
+    EXPECT_FALSE(second.configure());
+    EXPECT_NE(programState().startupFailure.find("Another Runtally runs"), std::string::npos);
+}
+
+} // namespace Velmor
