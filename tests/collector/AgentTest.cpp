@@ -99,13 +99,16 @@ TEST(IpcCommandsTest, CommandsAreCarriedOutAndAnswered) {
     const CapturedLog log(1);
     programState().mainThreadId = 4711;
     MailSlot core(MailSlotMode::receiver, "Core");
+    MailSlot own(MailSlotMode::sender, "Core");
     const auto command = [&](const std::string& type, const std::string& text, const std::string& replyTo) {
         programState().quitFlag = 0;
         programState().reconfigureFlag = 0;
         ipcCallback(type, "ref", text, replyTo);
+        own.send("behind it");
         std::vector<std::string> replies;
-        core.receive(replies);
-        std::string answer = replies.empty() ? "" : replies.front();
+        while (replies.empty() || replies.back() != "behind it")
+            core.receive(replies);
+        std::string answer = replies.size() == 1 ? "" : replies.front();
         std::replace(answer.begin(), answer.end(), '\x1b', '|');
         return answer + (programState().quitFlag ? "quit" : "") + (programState().reconfigureFlag ? "reconfigure" : "");
     };
