@@ -3,11 +3,13 @@
 
 #include "collector/CollectorFixture.h"
 
+#include "shared/library/common/FileUtils.h"
 #include "support/NoSync.h"
 
 #include <cstdlib>
 #include <map>
 #include <random>
+#include <set>
 
 namespace Velmor {
 
@@ -23,7 +25,7 @@ int fromEnvironment(const char* name, int otherwise) {
 /// executable of its own, so that a record tells whose it is.
 class RandomRunBooks {
 public:
-    explicit RandomRunBooks(uint32_t seed) : random_(seed) {}
+    explicit RandomRunBooks(uint32_t seed) : random_(seed), steadyClock_(seed % 2 == 0) {}
 
     void go() {
         for (int i = 0; i < stepsOfRun && !::testing::Test::HasFailure(); ++i) {
@@ -39,7 +41,7 @@ public:
             else if (kind < 66)
                 stepClock();
             else if (kind < 70)
-                collector_.deliver();
+                deliver();
             else if (kind < 72)
                 reconfigure();
             else
@@ -47,7 +49,7 @@ public:
             collector_.os.clock.advance(roll(4));
             balance();
         }
-        collector_.deliver();
+        deliver();
         checkRecords();
     }
 
@@ -84,9 +86,16 @@ private:
     }
 
     void stepClock() {
+        if (steadyClock_)
+            return;
         const int32_t seconds = roll(40) - 20;
         collector_.os.clock.step(seconds);
         stepped_ = stepped_ || seconds < 0;
+    }
+
+    void deliver() {
+        deliveries_.insert(collector_.os.clock.now());
+        collector_.deliver();
     }
 
     void poll() {
@@ -105,6 +114,8 @@ private:
         const int32_t now = collector_.os.clock.now();
         for (const auto& [pid, process] : collector_.tracked()) {
             ASSERT_EQ(pid, process->pid());
+            firstStarts_.try_emplace(FileUtils::getBaseName(process->getExecutable()),
+                                     process->getStart().getSeconds());
             if (!stepped_) {
                 ASSERT_LE(process->getStart().getSeconds(), now) << pid;
             }
@@ -123,6 +134,7 @@ private:
         }
         byProcess.erase("(ACCESS DENIED)"); // shared by several processes
         byProcess.erase("<<lost>>");
+        checkLives(byProcess);
         for (const auto& [name, slices] : byProcess) {
             for (size_t i = 0; i < slices.size(); ++i) {
                 ASSERT_EQ(slices[i].isFirst, i == 0) << name;
@@ -136,10 +148,37 @@ private:
         }
     }
 
+    /// Whatever has been tracked is recorded from its start to its end, or to the last delivery if it is tracked still.
+    void checkLives(const std::map<std::string, std::vector<UsageLine>>& byProcess) {
+        if (stepped_) // then slices may have been dropped
+            return;
+        std::map<std::string, int32_t> tracked;
+        for (const auto& [pid, process] : collector_.tracked())
+            tracked[FileUtils::getBaseName(process->getExecutable())] = process->getStart().getSeconds();
+        for (const auto& [name, start] : firstStarts_) {
+            if (name.front() != 'p')
+                continue; // a placeholder, shared by several processes
+            const auto slices = byProcess.find(name);
+            ASSERT_NE(slices, byProcess.end()) << name << " has no record";
+            ASSERT_EQ(slices->second.front().start, start) << name;
+            const auto still = tracked.find(name);
+            const UsageLine& last = slices->second.back();
+            if (still != tracked.end()) {
+                ASSERT_EQ(last.end(), still->second) << name;
+            } else {
+                // An end that is dated before the last delivery, since polls are dated back, adds nothing to it.
+                ASSERT_TRUE(last.exitCode != "none" || deliveries_.contains(last.end())) << name << " has no end";
+            }
+        }
+    }
+
     std::minstd_rand random_;
+    bool steadyClock_;
     Collector collector_;
     int count_ = 0;
-    bool stepped_ = false; // the clock has been set back
+    std::set<int32_t> deliveries_;
+    std::map<std::string, int32_t> firstStarts_; // of all that has been tracked, by executable
+    bool stepped_ = false;                       // the clock has been set back
 };
 } // namespace
 
