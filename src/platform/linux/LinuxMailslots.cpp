@@ -18,6 +18,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <thread>
+#include <utility>
 
 namespace Velmor {
 
@@ -32,6 +33,10 @@ std::string slotDirectory() {
     return runtimeDirectory() + "/mailslot";
 }
 
+std::string lockName(std::string_view name) {
+    return "mailslot_" + std::string(name);
+}
+
 std::string slotPath(std::string_view name) {
     return slotDirectory() + "/" + asFileName(std::string(name));
 }
@@ -39,8 +44,10 @@ std::string slotPath(std::string_view name) {
 bool makeAddress(const std::string& path, sockaddr_un& address) {
     address = {};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address.sun_path))
+    if (path.size() >= sizeof(address.sun_path)) {
+        errno = ENAMETOOLONG;
         return false;
+    }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     return true;
 }
@@ -51,9 +58,9 @@ const sockaddr* generic(const sockaddr_un& address) {
 
 class Reader : public MailslotReader {
 public:
-    Reader(FileDescriptor ownership, FileDescriptor socket, std::string path)
-        : ownership_(std::move(ownership)), socket_(std::move(socket)), stop_(eventfd(0, EFD_CLOEXEC)),
-          path_(std::move(path)), drain_([this] { drain(); }) {}
+    Reader(FileDescriptor ownership, FileDescriptor socket, FileDescriptor stop, std::string name)
+        : ownership_(std::move(ownership)), socket_(std::move(socket)), stop_(std::move(stop)), name_(std::move(name)),
+          drain_([this] { drain(); }) {}
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
     ~Reader() override {
@@ -61,7 +68,8 @@ public:
         const ssize_t written = write(stop_.get(), &one, sizeof(one));
         (void)written; // a fresh counter takes it
         drain_.join();
-        unlink(path_.c_str());
+        unlink(slotPath(name_).c_str());
+        forgetNamedLock(lockName(name_));
     }
 
     bool read(std::vector<std::string>& messages) override {
@@ -71,7 +79,7 @@ public:
                         std::make_move_iterator(waiting_.end()));
         waiting_.clear();
         waitingBytes_ = 0;
-        return !failed_;
+        return !std::exchange(failed_, false);
     }
 
 private:
@@ -86,8 +94,8 @@ private:
             poll(wanted, 2, full ? 100 : -1);
             if (wanted[0].revents != 0)
                 return;
-            if (wanted[1].revents != 0 && !takeAll(buffer))
-                return;
+            if (wanted[1].revents != 0)
+                takeAll(buffer);
         }
     }
 
@@ -96,26 +104,25 @@ private:
         return waitingBytes_ >= mostWaiting;
     }
 
-    bool takeAll(std::string& buffer) {
+    void takeAll(std::string& buffer) {
         while (!isFull()) {
             const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
             if (size < 0 && (errno == EAGAIN || errno == EINTR))
-                return true;
+                return;
             const ServiceLock lock(mutex_);
-            if (size < 0) {
+            if (size < 0) { // no memory, say; the next look tries again
                 failed_ = true;
-                return false;
+                return;
             }
             waiting_.emplace_back(buffer, 0, static_cast<size_t>(size));
-            waitingBytes_ += static_cast<size_t>(size);
+            waitingBytes_ += static_cast<size_t>(size) + sizeof(std::string);
         }
-        return true;
     }
 
     FileDescriptor ownership_; // of the name, while the process lives
     FileDescriptor socket_;
     FileDescriptor stop_;
-    std::string path_;
+    std::string name_;
     std::mutex mutex_; // guards the next three
     std::vector<std::string> waiting_;
     size_t waitingBytes_ = 0;
@@ -129,6 +136,9 @@ public:
 
     bool write(std::string_view message, uint32_t& error) override {
         checkpoint();
+        error = NativeError::invalidParameter;
+        if (message.size() > longestMessage) // the reader would get a part of it
+            return false;
         while (send(socket_.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) {
             if (errno != EINTR) {
                 error = errno == EAGAIN ? NativeError::timeout : nativeError(errno);
@@ -151,10 +161,8 @@ FileDescriptor makeSocket() {
 /// Binds at the path, in place of what a dead reader left there.
 bool bindTo(const FileDescriptor& socket, const std::string& path) {
     sockaddr_un address{};
-    if (!makeAddress(path, address)) {
-        errno = ENAMETOOLONG;
+    if (!makeAddress(path, address))
         return false;
-    }
     unlink(path.c_str());
     return bind(socket.get(), generic(address), sizeof(address)) == 0 && chmod(path.c_str(), socketMode) == 0;
 }
@@ -162,18 +170,18 @@ bool bindTo(const FileDescriptor& socket, const std::string& path) {
 
 std::unique_ptr<MailslotReader> LinuxMailslots::create(std::string_view name, uint32_t& error) {
     checkpoint();
-    FileDescriptor ownership = takeNamedLock("mailslot_" + std::string(name), error);
+    FileDescriptor ownership = takeNamedLock(lockName(name), error);
     if (!ownership)
         return nullptr;
     makeDirectoryTree(slotDirectory());
+    FileDescriptor stop(eventfd(0, EFD_CLOEXEC));
     FileDescriptor socket = makeSocket();
-    const std::string path = slotPath(name);
-    if (!socket || !bindTo(socket, path)) {
+    if (!stop || !socket || !bindTo(socket, slotPath(name))) {
         error = nativeError(errno);
         return nullptr;
     }
     setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &bufferSize, sizeof(bufferSize));
-    return std::make_unique<Reader>(std::move(ownership), std::move(socket), path);
+    return std::make_unique<Reader>(std::move(ownership), std::move(socket), std::move(stop), std::string(name));
 }
 
 std::unique_ptr<MailslotWriter> LinuxMailslots::open(std::string_view name, uint32_t& error) {

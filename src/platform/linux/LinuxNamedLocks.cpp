@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace Velmor {
 
@@ -22,6 +24,17 @@ private:
     StopDeferral deferral_;
     FileDescriptor file_;
 };
+
+std::string lockDirectory() {
+    return runtimeDirectory() + "/lock";
+}
+
+bool isAt(const FileDescriptor& file, const std::string& path) {
+    struct stat own {};
+    struct stat there {};
+    return fstat(file.get(), &own) == 0 && stat(path.c_str(), &there) == 0 && own.st_ino == there.st_ino &&
+           own.st_dev == there.st_dev;
+}
 
 FileDescriptor openLockFile(const std::string& directory, const std::string& name) {
     const std::string path = directory + "/" + name;
@@ -40,17 +53,27 @@ FileDescriptor openLockFile(const std::string& directory, const std::string& nam
 } // namespace
 
 FileDescriptor takeNamedLock(std::string_view name, uint32_t& error) {
-    FileDescriptor file = openLockFile(runtimeDirectory() + "/lock", asFileName(std::string(name)));
-    if (!file) {
-        error = nativeError(errno);
-        return FileDescriptor();
+    const std::string fileName = asFileName(std::string(name));
+    while (true) {
+        FileDescriptor file = openLockFile(lockDirectory(), fileName);
+        if (!file) {
+            error = nativeError(errno);
+            return FileDescriptor();
+        }
+        if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+            error = errno == EWOULDBLOCK ? NativeError::alreadyExists : nativeError(errno);
+            return FileDescriptor();
+        }
+        // The holder before may have taken the file away between the two calls.
+        if (isAt(file, lockDirectory() + "/" + fileName)) {
+            error = NativeError::success;
+            return file;
+        }
     }
-    if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        error = errno == EWOULDBLOCK ? NativeError::alreadyExists : nativeError(errno);
-        return FileDescriptor();
-    }
-    error = NativeError::success;
-    return file;
+}
+
+void forgetNamedLock(std::string_view name) {
+    unlink((lockDirectory() + "/" + asFileName(std::string(name))).c_str());
 }
 
 NamedLockHandle LinuxNamedLocks::create(std::string_view name, uint32_t& error) {

@@ -15,4 +15,7 @@ public:
 /// The locked file of a name, for a holder that keeps it for long; empty with `error` 183 if somebody has it.
 FileDescriptor takeNamedLock(std::string_view name, uint32_t& error);
 
+/// Takes the file of a name away, by its holder, for a name that won't come again.
+void forgetNamedLock(std::string_view name);
+
 } // namespace Velmor

@@ -16,6 +16,7 @@
 
 #include <functional>
 #include <iostream>
+#include <memory>
 
 namespace Velmor {
 
@@ -82,7 +83,17 @@ void printMessage(const LogCommons& catalogue, const IPCMessage& message) {
         LogCommons::formatMessage(wording, decoded.text);
         decoded.text = wording;
     }
-    std::cout << LogCommons::formatLine(decoded, found) << std::endl; // a reader may follow at once
+    std::cout << printable(LogCommons::formatLine(decoded, found)) << std::endl; // a reader may follow at once
+}
+/// The core service's mailslot; null if it is somebody else's.
+std::unique_ptr<MailSlot> ownCoreSlot() {
+    try {
+        return std::make_unique<MailSlot>(MailSlotMode::receiver, coreSlot);
+    } catch (const IPCException& failure) {
+        std::cerr << "The mailslot " << coreSlot << " can't be had (error " << failure.getDescription()
+                  << "): the core service, or somebody else, listens on it already\n";
+        return nullptr;
+    }
 }
 } // namespace
 
@@ -100,7 +111,7 @@ int sendAndWait(const std::string& command, int32_t timeout) {
     const bool answered = receiveUntil(slot, static_cast<uint32_t>(timeout) * 1000, [&](const IPCMessage& message) {
         if (message.type != "REPLY" || message.reference != own)
             return false;
-        std::cout << (message.text.empty() ? "done" : message.text) << '\n';
+        std::cout << (message.text.empty() ? "done" : printable(message.text)) << '\n';
         return true;
     });
     if (answered)
@@ -111,15 +122,19 @@ int sendAndWait(const std::string& command, int32_t timeout) {
 
 int listen(const std::string& catalogue, int32_t seconds) {
     LogCommons messages;
-    messages.loadMessages(catalogue, "all");
+    if (messages.loadMessages(catalogue, "all").loaded.empty())
+        std::cerr << "There is no message catalogue in \"" << catalogue
+                  << "\"; messages come with their numbers only\n";
     platform().messageQueues->receiveSystemRequests();
-    MailSlot slot(MailSlotMode::receiver, coreSlot);
+    const auto slot = ownCoreSlot();
+    if (!slot)
+        return CommandStatus::noCollector;
     const uint32_t begin = platform().clock->ticks();
     uint32_t request = 0;
     while (!platform().messageQueues->peek(request)) {
         if (seconds > 0 && platform().clock->ticks() - begin >= static_cast<uint32_t>(seconds) * 1000)
             break;
-        receiveUntil(slot, 2 * lookPause, [&](const IPCMessage& message) {
+        receiveUntil(*slot, 2 * lookPause, [&](const IPCMessage& message) {
             printMessage(messages, message);
             return false;
         });

@@ -2,6 +2,7 @@
 
 #include "programs/runtallyctl/UsageFile.h"
 #include "shared/library/common/DateTime.h"
+#include "shared/library/common/TextUtils.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -97,13 +98,6 @@ std::string timeText(int64_t seconds) {
     return DateTime(static_cast<int32_t>(seconds)).toString(false, false);
 }
 
-/// A name fit for a terminal: control bytes, which a data file may hold, would steer it.
-std::string shown(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
-    return text;
-}
-
 /// Columns that a text in UTF-8 takes: its continuation bytes take none.
 size_t widthOf(const std::string& text) {
     return static_cast<size_t>(
@@ -170,8 +164,8 @@ void printTable(const std::vector<Total>& totals) {
     Table table({Align::left, Align::left, Align::right, Align::right});
     table.add({"Application", "User", "Processes", "Time"});
     for (const Total& total : totals)
-        table.add(
-            {shown(total.application), shown(total.user), std::to_string(total.processes), clockText(total.seconds)});
+        table.add({printable(total.application), printable(total.user), std::to_string(total.processes),
+                   clockText(total.seconds)});
     table.print(std::cout);
 }
 
@@ -180,7 +174,7 @@ void printTable(const std::vector<UsageEntry>& entries) {
     table.add({"Start", "Seconds", "Slice", "Application", "User", "Exit", "Executable"});
     for (const UsageEntry& entry : entries)
         table.add({timeText(entry.start), std::to_string(entry.duration), entry.isFirst ? "first" : "later",
-                   shown(entry.application), shown(entry.user), entry.exitCode, shown(entry.executable)});
+                   printable(entry.application), printable(entry.user), entry.exitCode, printable(entry.executable)});
     table.print(std::cout);
 }
 

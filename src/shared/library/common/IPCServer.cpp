@@ -30,7 +30,8 @@ struct Listener {
 Listener listener;
 
 void handleMessage(const Logger& logger, std::string line) {
-    logger.debug(5, "IPC: Received message line \"%s\".", line);
+    if (logger.passes(5))
+        logger.debug(5, "IPC: Received message line \"%s\".", printable(line));
     if (firstField(line, IPCMessage::separator) != IPCMessage::address) {
         logger.debug(4, "IPC: The message was not adressed to Velmor. Ignoring it.");
         return;

@@ -18,6 +18,12 @@ std::string toLowerCopy(std::string_view text) {
     return lowered;
 }
 
+std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
+    return text;
+}
+
 std::string toString(int64_t number) {
     return std::to_string(number);
 }

@@ -13,6 +13,9 @@ void toLower(std::string& text);
 /// A lowered copy.
 std::string toLowerCopy(std::string_view text);
 
+/// A foreign text as it may be shown: with "?" for control bytes, which would steer a terminal or forge lines of a log.
+std::string printable(std::string text);
+
 /// The decimal text of an integer.
 std::string toString(int64_t number);
 

@@ -7,6 +7,7 @@
 #include "programs/collectors/agent/ProgramState.h"
 #include "shared/library/common/IPCClient.h"
 #include "shared/library/common/IPCException.h"
+#include "shared/library/common/TextUtils.h"
 
 namespace Velmor {
 
@@ -53,12 +54,14 @@ void carryOut(const std::string& command, const std::string& reference, const st
 
 void ipcCallback(const std::string& type, const std::string& reference, const std::string& text,
                  const std::string& replyTo) {
-    agentLogger().debug(2, "IPC: Received message \"%s\".", type);
+    if (agentLogger().passes(2))
+        agentLogger().debug(2, "IPC: Received message \"%s\".", printable(type));
     if (type != "COMMAND") {
         agentLogger().debug(1, "IPC: Received an unknown type.");
         return;
     }
-    agentLogger().debug(3, "IPC: Received command \"%s\".", text);
+    if (agentLogger().passes(3))
+        agentLogger().debug(3, "IPC: Received command \"%s\".", printable(text));
     try {
         carryOut(text, reference, replyTo);
     } catch (IPCException& failure) {
