@@ -20,7 +20,8 @@ class Threads {
 public:
     virtual ~Threads() = default;
 
-    /// Starts a thread. On failure the handle is empty and `error` tells.
+    /// Starts a thread. An exception that leaves its routine ends the thread and nothing else. On failure the handle is
+    /// empty and `error` tells.
     virtual ThreadHandle create(ThreadRoutine routine, void* argument, uint32_t& id, uint32_t& error) = 0;
 
     /// The calling thread's id: the same number that `create` gives, never 0.

@@ -104,6 +104,11 @@ TEST_F(ThreadsTest, AThreadRunsUnderTheIdThatItsMakerGotAndLeavesItsCode) {
     EXPECT_EQ(exitCode(), 42U) << "one that ended by itself keeps its code";
 }
 
+TEST_F(ThreadsTest, AnExceptionEndsItsThreadOnly) {
+    start([](void*) -> uint32_t { throw std::runtime_error("lost"); }, nullptr);
+    EXPECT_TRUE(eventually([&] { return exitCode() == 0xE06D7363; }));
+}
+
 TEST_F(ThreadsTest, AnEmptyHandleIsInvalid) {
     uint32_t number = 0;
     EXPECT_FALSE(threads.exitCode(nullptr, number, error));

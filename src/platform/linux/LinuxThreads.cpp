@@ -119,6 +119,17 @@ uint32_t kernelThreadId() {
     return id;
 }
 
+/// What an exception that leaves a routine makes of the thread's exit code, as the native runtime gives it.
+constexpr uint32_t exceptionCode = 0xE06D7363;
+
+uint32_t runRoutine(const ThreadControl& control) {
+    try {
+        return control.routine(control.argument);
+    } catch (...) {
+        return exceptionCode;
+    }
+}
+
 void* runThread(void* given) {
     std::unique_ptr<std::shared_ptr<ThreadControl>> holder(static_cast<std::shared_ptr<ThreadControl>*>(given));
     ownControl = std::move(*holder);
@@ -126,7 +137,7 @@ void* runThread(void* given) {
     ThreadControl& control = *ownControl;
     current = &control;
     control.id.store(kernelThreadId());
-    const uint32_t code = control.routine(control.argument);
+    const uint32_t code = runRoutine(control);
     // From here on nothing of the thread's own is left to be stopped.
     current = nullptr;
     control.exitCode.store(code);

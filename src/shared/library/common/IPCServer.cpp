@@ -142,9 +142,6 @@ uint32_t IPCServer::listen(void* given) {
         failure.addPosition(__FILE__, __LINE__);
         logger.debug(1, failure.getFullDescription());
         return failedExitCode;
-    } catch (...) {
-        logger.debug(1, "IPC: Server \"%s\": Failed to receive messages", name);
-        return failedExitCode;
     }
     logger.debug(1, "IPC: Exitited IPC listener.");
     listener.stop = false;

@@ -11,7 +11,6 @@ namespace {
 const TimeSpan statusInterval(10);
 constexpr uint32_t roundPause = 10; // milliseconds
 constexpr uint32_t quitPause = 25;  // milliseconds
-constexpr auto failedExitCode = static_cast<uint32_t>(-1);
 constexpr int32_t noAccessWarning = 23;
 
 const Logger& logger() {
@@ -136,7 +135,7 @@ uint32_t processPoller(void* argument) {
         runRounds(record);
     } catch (...) {
         logger().debug(1, "ERROR while running procPoller thread");
-        return failedExitCode; // the supervisor starts it again
+        throw;
     }
     logger().debug(1, "END THREAD " + record.name);
     return 0;
