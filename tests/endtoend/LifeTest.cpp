@@ -1,0 +1,263 @@
+// The real collector from its start to its end, on real processes, as an administrator runs it.
+
+#include "RunningCollector.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
+#include <thread>
+#include <unistd.h>
+
+namespace Velmor {
+
+namespace {
+const RunningCollector::File everything{"include-exclude", "include datatype=*\n"};
+
+std::string polling(int seconds) {
+    return "        process-data () = \"\" { polling (Bool) = true { interval (TimeSpan) = P" +
+           std::to_string(seconds) + "S { } } }\n";
+}
+
+struct Slice {
+    long start = 0;
+    long duration = 0;
+    bool isFirst = false;
+    std::string exitCode;
+};
+
+/// The slices of the one process with this executable.
+std::vector<Slice> slicesOf(const RunningCollector& collector, const std::string& executable) {
+    std::vector<Slice> slices;
+    const std::vector<std::string> lines = collector.lines("ProcessLog");
+    for (size_t i = 0; i + 1 < lines.size(); i += 2) {
+        if (lines[i].find(":0:" + executable + ":0:") == std::string::npos)
+            continue;
+        slices.push_back({std::stol(lines[i].substr(2)), std::stol(lines[i + 1].substr(2)), lines[i + 1][0] == '1',
+                          lines[i].substr(lines[i].rfind(':') + 1)});
+    }
+    return slices;
+}
+
+void expectTouching(const std::vector<Slice>& slices) {
+    for (size_t i = 0; i < slices.size(); ++i) {
+        EXPECT_EQ(slices[i].isFirst, i == 0);
+        if (i > 0) {
+            EXPECT_EQ(slices[i].start, slices[i - 1].start + slices[i - 1].duration);
+        }
+    }
+}
+
+/// A shell under a name that no other process bears.
+std::string ownShell(const RunningCollector& collector, const std::string& name) {
+    const std::string path = collector.directory() / name;
+    std::filesystem::copy_file("/bin/sh", path);
+    return path;
+}
+
+int fromEnvironment(const char* name, int otherwise) {
+    const char* value = std::getenv(name);
+    return value ? std::atoi(value) : otherwise;
+}
+} // namespace
+
+TEST(LifeEndToEnd, ALongProcessLeavesTouchingSlicesAndItsCode) {
+    RunningCollector collector("    interval (TimeSpan) = P10S { }\n", polling(2), {everything});
+    StartedProgram process({ownShell(collector, "longlived"), "-c", "sleep 25; exit 7"});
+    EXPECT_EQ(process.reap(), 7);
+    ASSERT_TRUE(collector.awaitLog("Removed process " + std::to_string(process.pid())));
+    EXPECT_EQ(collector.stop(), 0);
+    const std::vector<Slice> slices = slicesOf(collector, "longlived");
+    ASSERT_GE(slices.size(), 3U);
+    expectTouching(slices);
+    EXPECT_NEAR(static_cast<double>(slices.back().start + slices.back().duration - slices.front().start), 25, 2);
+    EXPECT_EQ(slices.back().exitCode, "7");
+    EXPECT_EQ(slices.front().exitCode, "none");
+}
+
+TEST(LifeEndToEnd, ATerminationEndsInOrderWithALastSliceOfWhatRuns) {
+    RunningCollector collector("", polling(1), {everything});
+    StartedProgram process({ownShell(collector, "stillruns"), "-c", "sleep 60; exit 7"});
+    ASSERT_TRUE(collector.awaitLog("Added process " + std::to_string(process.pid())));
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(collector.stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_EQ(collector.nextState(), "STOPPING");
+    EXPECT_EQ(slicesOf(collector, "stillruns").size(), 1U);
+    for (const auto& entry : std::filesystem::directory_iterator(collector.directory() / "data"))
+        EXPECT_EQ(entry.path().extension(), ".data");
+}
+
+TEST(LifeEndToEnd, CommandsAreObeyedUnderLoad) {
+    RunningCollector collector("", polling(1), {everything});
+    EXPECT_EQ(collector.control("info").substr(0, 2), "0 ");
+    StartedProgram process({ownShell(collector, "throughout"), "-c", "sleep 60; exit 7"});
+    ASSERT_TRUE(collector.awaitLog("Added process " + std::to_string(process.pid())));
+    std::atomic<bool> enough{false};
+    std::thread load([&] {
+        while (!enough)
+            StartedProgram({"/bin/true"}).reap();
+    });
+    EXPECT_EQ(collector.control("dump"), "0 done\n");
+    EXPECT_EQ(slicesOf(collector, "throughout").size(), 1U) << "the reply comes after the delivery";
+    for (int i = 0; i < 10; ++i) {
+        collector.writeConfiguration("    interval (TimeSpan) = P" + std::to_string(i + 1) + "H { }\n", polling(1));
+        EXPECT_EQ(collector.control("reconfigure"), "0 ");
+        EXPECT_EQ(collector.nextState(), "RELOADING");
+        EXPECT_EQ(collector.nextState(), "READY");
+        ASSERT_TRUE(collector.awaitLog("Data delivery at interval: P" + std::to_string(i + 1) + "H."));
+    }
+    EXPECT_EQ(collector.control("dump"), "0 done\n");
+    enough = true;
+    load.join();
+    EXPECT_EQ(collector.control("die"), "0 ");
+    EXPECT_EQ(collector.program().reap(), 0);
+    const std::vector<Slice> slices = slicesOf(collector, "throughout");
+    EXPECT_EQ(slices.size(), 3U);
+    expectTouching(slices);
+    EXPECT_EQ(collector.control("info").substr(0, 2), "1 ") << "nobody listens";
+}
+
+TEST(LifeEndToEnd, AStartThatFailsSaysWhyInOneLine) {
+    RunningCollector collector("", polling(1), {everything});
+    const auto failure = [&](const std::string& environment, const std::string& arguments) {
+        std::string command = "env";
+        for (const std::string& variable : collector.environment())
+            command += " " + variable;
+        command += " " + environment + " " + VELMOR_RUNTALLY + " " + arguments + " 2>&1 >/dev/null; echo $?";
+        FILE* pipe = popen(command.c_str(), "re");
+        std::string output(4096, '\0');
+        output.resize(std::fread(output.data(), 1, output.size(), pipe));
+        pclose(pipe);
+        return output;
+    };
+    const std::string elsewhere = "VELMOR_RUNTIME_DIR=" + collector.directory() / "other";
+    struct Case {
+        std::string environment;
+        std::string configuration;
+        const char* cause;
+    };
+    for (const auto& [environment, configuration, cause] : {
+             Case{"", "", "Another Runtally runs on this machine already"},
+             Case{elsewhere + " VELMOR_RESOURCES=/nowhere", "", "/nowhere"},
+             Case{elsewhere, "none.conf", "none.conf"},
+             Case{elsewhere, "a (String) = b { }\nc (String) d { }\n", "line 2"},
+             Case{elsewhere,
+                  "Velmor () = \"\" { directories () = \"\" { temp (DirName) = \"/tmp\" { } } }\n"
+                  "runtally () = \"\" { include-exclude (FileName) = \"%rules\" { } }\n",
+                  "Invalid key \"usr\" in line 3"},
+         }) {
+        collector.directory().write("rules", "# rules\n\ninclude usr=bob\n");
+        std::string file = "none.conf";
+        if (configuration.find('(') != std::string::npos) {
+            std::string text = configuration;
+            if (const size_t place = text.find('%'); place != std::string::npos)
+                text.replace(place, 1, collector.directory().path());
+            file = collector.directory().write("own.conf", text);
+        }
+        const std::string said = failure(environment, "-c " + file);
+        EXPECT_NE(said.find(cause), std::string::npos) << said;
+        EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 2) << said;
+        EXPECT_TRUE(said.ends_with("\n255\n")) << said;
+    }
+    EXPECT_EQ(collector.stop(), 0);
+}
+
+TEST(LifeEndToEnd, ASecondInstanceIsRefusedWhicheverIsKilled) {
+    RunningCollector collector("", polling(1), {everything});
+    for (int i = 0; i < 3; ++i) {
+        StartedProgram second({VELMOR_RUNTALLY, "-c", collector.directory() / "runtally.conf"},
+                              collector.environment());
+        EXPECT_EQ(second.reap(), 255);
+        collector.program().signal(SIGKILL);
+        EXPECT_EQ(collector.program().reap(), 128 + SIGKILL);
+        EXPECT_TRUE(collector.start());
+    }
+    EXPECT_EQ(collector.stop(), 0);
+}
+
+namespace {
+using Record = std::pair<std::string, std::string>; // its two lines
+
+/// The whole records of a file. What is torn must be the last, and no record by its form.
+std::vector<Record> recordsIn(const std::filesystem::path& path) {
+    std::vector<Record> records;
+    std::istringstream text(readFile(path.string()));
+    for (Record record; std::getline(text, record.first);) {
+        const bool isWhole = std::getline(text, record.second) && !text.eof();
+        if (isWhole) {
+            EXPECT_EQ(record.first.substr(0, 2), "1:") << path;
+            EXPECT_NE(record.first.find(":31:0:"), std::string::npos) << path;
+            EXPECT_TRUE(record.second[1] == ':') << path;
+            records.push_back(record);
+        } else {
+            EXPECT_TRUE(text.eof()) << path;
+        }
+    }
+    return records;
+}
+
+std::multiset<Record> recordsOf(const RunningCollector& collector, const char* ending) {
+    std::multiset<Record> records;
+    for (const auto& entry : std::filesystem::directory_iterator(collector.directory() / "data")) {
+        const std::string name = entry.path().filename().string();
+        if (name.ends_with(ending) || (std::string(ending).empty() && !name.ends_with(".lock")))
+            for (const Record& record : recordsIn(entry.path()))
+                records.insert(record);
+    }
+    return records;
+}
+
+/// One collector that is killed again and again while processes come and go.
+void killOften(int kills, unsigned seed) {
+    RunningCollector collector("", polling(1), {everything});
+    std::minstd_rand random(seed);
+    std::set<Record> flushed;
+    std::atomic<bool> enough{false};
+    std::thread load([&] {
+        while (!enough) {
+            StartedProgram({"/bin/sleep", "0.3"}).reap();
+        }
+    });
+    for (int i = 0; i < kills && !testing::Test::HasFailure(); ++i) {
+        usleep(static_cast<useconds_t>(random() % 1500000));
+        if (random() % 2 == 0) // so that some kills fall into a delivery
+            collector.program().signal(SIGHUP);
+        usleep(static_cast<useconds_t>(random() % 20000));
+        for (const Record& record : recordsOf(collector, ""))
+            flushed.insert(record);
+        collector.program().signal(SIGKILL);
+        collector.program().reap();
+        ASSERT_TRUE(collector.start()) << "seed " << seed << ", kill " << i;
+    }
+    enough = true;
+    load.join();
+    EXPECT_EQ(collector.stop(), 0);
+    const std::multiset<Record> delivered = recordsOf(collector, ".data");
+    for (const Record& record : flushed)
+        EXPECT_TRUE(delivered.contains(record)) << record.first << "\n" << record.second << "\nseed " << seed;
+    for (const Record& record : delivered)
+        EXPECT_EQ(delivered.count(record), 1U) << record.first;
+}
+} // namespace
+
+TEST(CrashEndToEnd, NoFlushedRecordIsLostWhereverItIsKilled) {
+    constexpr int collectors = 8;
+    const int kills = fromEnvironment("VELMOR_KILLS", 200);
+    std::vector<std::thread> threads;
+    for (unsigned seed = 1; seed <= collectors; ++seed)
+        threads.emplace_back(killOften, kills / collectors, seed);
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+} // namespace Velmor

@@ -1,0 +1,212 @@
+#include "RunningCollector.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Velmor {
+
+namespace {
+constexpr const char* configuration = R"(
+Velmor () = "" {
+    directories () = "" {
+        conf (DirName) = "%" { }
+        log  (DirName) = "%" { }
+        temp (DirName) = "%" { }
+    }
+}
+log () = "" { global () = "" { debug-level (Integer) = "5" { } } }
+runtally () = "" {
+    working-dir (DirName) = "%data" { }
+    include-exclude (FileName) = "%include-exclude" { }
+)";
+
+std::string inDirectory(std::string text, const std::string& directory) {
+    for (size_t place = text.find('%'); place != std::string::npos; place = text.find('%', place + directory.size()))
+        text.replace(place, 1, directory);
+    return text;
+}
+} // namespace
+
+StartedProgram::StartedProgram(const std::vector<std::string>& arguments, const std::vector<std::string>& environment) {
+    int input[2];
+    int output[2];
+    if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
+        std::abort();
+    pid_ = fork();
+    if (pid_ == 0) {
+        for (const std::string& variable : environment)
+            putenv(const_cast<char*>(variable.c_str()));
+        std::vector<char*> words;
+        for (const std::string& argument : arguments)
+            words.push_back(const_cast<char*>(argument.c_str()));
+        words.push_back(nullptr);
+        dup2(input[0], STDIN_FILENO);
+        dup2(output[1], STDOUT_FILENO);
+        execv(words[0], words.data());
+        _exit(127);
+    }
+    close(input[0]);
+    close(output[1]);
+    input_ = input[1];
+    output_ = output[0];
+}
+
+StartedProgram::~StartedProgram() {
+    if (!reaped_) {
+        signal(SIGKILL);
+        reap();
+    }
+    closeInput();
+    close(output_);
+}
+
+bool StartedProgram::order(char letter) const {
+    char answer = 0;
+    return write(input_, &letter, 1) == 1 && read(output_, &answer, 1) == 1 && answer == letter;
+}
+
+void StartedProgram::closeInput() {
+    if (input_ >= 0)
+        close(input_);
+    input_ = -1;
+}
+
+void StartedProgram::signal(int number) const {
+    kill(pid_, number);
+}
+
+int StartedProgram::reap() {
+    int status = 0;
+    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    reaped_ = true;
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+RunningCollector::RunningCollector(const std::string& settings, const std::string& logging,
+                                   const std::vector<File>& files)
+    : manager_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    const std::string& home = directory_.path();
+    directory_.write("resources.toml", "ConfigurationDir = \"" + home + "\"\nStartupLogDir = \"" + home + "\"\n");
+    for (const File& file : files)
+        directory_.write(file.name, file.text);
+    writeConfiguration(settings, logging);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    (home + "notify").copy(&address.sun_path[0], sizeof(address.sun_path) - 1);
+    const timeval patience{30, 0};
+    setsockopt(manager_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+    if (bind(manager_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 || !start())
+        std::abort();
+}
+
+RunningCollector::~RunningCollector() {
+    program_.reset();
+    close(manager_);
+}
+
+void RunningCollector::writeConfiguration(const std::string& settings, const std::string& logging) const {
+    directory_.write("runtally.conf",
+                     inDirectory(configuration + settings + "    logging () = \"\" {\n" + logging + "    }\n}\n",
+                                 directory_.path()));
+}
+
+std::vector<std::string> RunningCollector::environment() const {
+    const std::string& home = directory_.path();
+    return {"VELMOR_RESOURCES=" + home + "resources.toml", "VELMOR_STATE_DIR=" + home + "state",
+            "VELMOR_RUNTIME_DIR=" + home + "run", "NOTIFY_SOCKET=" + home + "notify"};
+}
+
+bool RunningCollector::start() {
+    program_ = std::make_unique<StartedProgram>(
+        std::vector<std::string>{VELMOR_RUNTALLY, "-c", directory_ / "runtally.conf"}, environment());
+    for (std::string state = nextState(); !state.empty(); state = nextState())
+        if (state == "READY") // a word of the one before may have waited
+            return true;
+    return false;
+}
+
+std::string RunningCollector::nextState() {
+    std::array<char, 256> text{};
+    const ssize_t size = recv(manager_, text.data(), text.size(), 0);
+    const std::string state(text.data(), size > 0 ? static_cast<size_t>(size) : 0);
+    return state.substr(0, state.find('='));
+}
+
+std::string RunningCollector::control(const std::string& arguments) const {
+    std::string command = "env";
+    for (const std::string& variable : environment())
+        command += " " + variable;
+    command += std::string(" ") + VELMOR_RUNTALLYCTL + " " + arguments + " 2>&1";
+    FILE* pipe = popen(command.c_str(), "re");
+    std::string output;
+    std::array<char, 256> part{};
+    while (pipe && std::fgets(part.data(), part.size(), pipe))
+        output += part.data();
+    return std::to_string(WEXITSTATUS(pclose(pipe))) + " " + output;
+}
+
+bool RunningCollector::awaitLog(const std::string& text) {
+    return comesTrue([&] {
+        std::ifstream log(directory_ / "RuntallyDebug.log");
+        log.seekg(static_cast<std::streamoff>(logPlace_));
+        std::ostringstream rest;
+        rest << log.rdbuf();
+        const size_t found = rest.str().find(text);
+        if (found == std::string::npos)
+            return false;
+        logPlace_ += found + text.size();
+        return true;
+    });
+}
+
+void RunningCollector::passLog() {
+    logPlace_ = std::filesystem::file_size(directory_ / "RuntallyDebug.log");
+}
+
+int RunningCollector::stop() {
+    program_->signal(SIGTERM);
+    return program_->reap();
+}
+
+std::vector<std::string> RunningCollector::lines(const std::string& stem) const {
+    std::map<long, std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(directory_ / "data")) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with(stem) && (name.ends_with(".data") || name.ends_with(".tmp")))
+            files[std::stol(name.substr(name.rfind('-') + 1))] = readFile(entry.path().string());
+    }
+    std::vector<std::string> found;
+    for (const auto& [counter, text] : files) {
+        std::istringstream rest(text);
+        for (std::string line; std::getline(rest, line);)
+            found.push_back(line);
+    }
+    return found;
+}
+
+bool comesTrue(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+}
+
+} // namespace Velmor

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "support/TempDirectory.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace Velmor {
+
+/// A program that a test has started, with its standard input and output on pipes.
+class StartedProgram {
+public:
+    StartedProgram(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {});
+    StartedProgram(const StartedProgram&) = delete;
+    StartedProgram& operator=(const StartedProgram&) = delete;
+    /// Ends it by force, if it still runs.
+    ~StartedProgram();
+
+    pid_t pid() const { return pid_; }
+    /// Sends a letter and waits for the same one; false if something else comes.
+    bool order(char letter) const;
+    void closeInput();
+    void signal(int number) const;
+    /// Waits for the end; the exit status, or 128 plus the signal.
+    int reap();
+
+private:
+    pid_t pid_ = -1;
+    int input_ = -1;
+    int output_ = -1;
+    bool reaped_ = false;
+};
+
+/// The real collector with a configuration and directories of its own. `logging` stands in the block of that name.
+class RunningCollector {
+public:
+    struct File {
+        std::string name;
+        std::string text;
+    };
+    /// Starts it, and waits until it says that it is ready.
+    RunningCollector(const std::string& settings, const std::string& logging, const std::vector<File>& files);
+    RunningCollector(const RunningCollector&) = delete;
+    RunningCollector& operator=(const RunningCollector&) = delete;
+    ~RunningCollector();
+
+    /// Starts it again after its end; false if it ended instead of getting ready.
+    bool start();
+    /// The next word that it tells the service manager, in half a minute; empty without one.
+    std::string nextState();
+    StartedProgram& program() { return *program_; }
+    const TempDirectory& directory() const { return directory_; }
+    /// What its programs need of their environment.
+    std::vector<std::string> environment() const;
+    /// What the administrator's tool prints, its exit status in front.
+    std::string control(const std::string& arguments) const;
+    void writeConfiguration(const std::string& settings, const std::string& logging) const;
+
+    /// Waits until the debug log has that text behind the place of the last wait, for half a minute at most.
+    bool awaitLog(const std::string& text);
+    /// Passes over what stands in the debug log now.
+    void passLog();
+    /// Ends it in order. Its exit status.
+    int stop();
+
+    /// The lines of all data files of a stem, delivered or not, in the order of the files.
+    std::vector<std::string> lines(const std::string& stem) const;
+
+private:
+    TempDirectory directory_;
+    int manager_ = -1; // the service manager's socket
+    size_t logPlace_ = 0;
+    std::unique_ptr<StartedProgram> program_;
+};
+
+/// Looks again and again until `condition` holds; false after half a minute.
+bool comesTrue(const std::function<bool()>& condition);
+
+} // namespace Velmor
