@@ -1,0 +1,19 @@
+#include "rules/ModPollFilterChecker.h"
+
+#include "shared/library/common/FileException.h"
+
+namespace Velmor {
+
+bool ModPollFilterChecker::readFile(const std::string& fileName) {
+    try {
+        return readRuleBlocks(fileName, blocks_);
+    } catch (const FileException&) {
+        return false;
+    }
+}
+
+bool ModPollFilterChecker::isWanted(std::string_view computerName, std::string_view moduleName) const {
+    return blocks_.empty() || testRuleBlocks(blocks_, computerName, moduleName);
+}
+
+} // namespace Velmor

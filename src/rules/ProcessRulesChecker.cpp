@@ -1,0 +1,19 @@
+#include "rules/ProcessRulesChecker.h"
+
+#include "shared/library/common/FileUtils.h"
+
+namespace Velmor {
+
+bool ProcessRulesChecker::readFile(const std::string& fileName) {
+    try {
+        return readRuleBlocks(fileName, blocks_);
+    } catch (...) {
+        return false;
+    }
+}
+
+bool ProcessRulesChecker::isMonitored(std::string_view computerName, std::string_view executable) const {
+    return testRuleBlocks(blocks_, computerName, FileUtils::getBaseName(executable));
+}
+
+} // namespace Velmor
