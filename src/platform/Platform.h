@@ -10,6 +10,7 @@ class Machine;
 class Mailslots;
 class MessageQueues;
 class NamedLocks;
+class PerformanceData;
 class Processes;
 class Registry;
 class ServiceManager;
@@ -31,6 +32,7 @@ struct Platform {
     Accounts* accounts;
     VersionResources* versionResources;
     ServiceManager* serviceManager;
+    PerformanceData* performanceData;
 };
 
 /// The platform in force: the native one, unless a test has put another in its place.

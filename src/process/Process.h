@@ -2,6 +2,7 @@
 
 #include "platform/Processes.h"
 #include "process/ModuleRecord.h"
+#include "process/OscCounter.h"
 #include "shared/library/common/ComparisonPointer.h"
 #include "shared/library/common/DateTime.h"
 #include "shared/library/logger/LoggerUnit.h"
@@ -20,6 +21,11 @@ enum class ProcessState : int32_t {
     ended = 1,
     inUse = 2, // a usage slice is due
     unresolved = 3,
+};
+
+/// A performance counter of a process, and when it went into a record last.
+struct ProcessCounter : OscCounter {
+    int32_t lastRecord = 0; // seconds since 1970; 0 if it hasn't been in one
 };
 
 /// The collector's picture of one process of the operating system: who it is, whom it runs for, when it lived, and
@@ -99,6 +105,8 @@ public:
     void setMonitored(bool monitored) { monitored_ = monitored; }
     bool isMonitored() const { return monitored_; } // the performance rules selected it
 
+    std::vector<ProcessCounter>& counters() { return counters_; } // empty unless it is monitored
+
     /// Takes names and account over from another picture of the same process; ids and times stay.
     void copyIdentity(const Process& other);
 
@@ -123,6 +131,7 @@ private:
     ProcessState state_ = ProcessState::unresolved;
     bool logged_ = false;
     bool monitored_ = false;
+    std::vector<ProcessCounter> counters_;
     DateTime start_;
     DateTime end_;
     std::string user_{unknownText};

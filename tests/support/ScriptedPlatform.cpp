@@ -273,6 +273,7 @@ ScriptedPlatform::ScriptedPlatform() : ports_(nativePlatform()) {
     ports_.machine = &machine;
     ports_.fileSystem = &fileSystem;
     ports_.versionResources = &versionResources;
+    ports_.performanceData = &performanceData;
     usePlatform(&ports_);
 }
 

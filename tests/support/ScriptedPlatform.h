@@ -9,6 +9,7 @@
 #include "platform/Registry.h"
 #include "platform/VersionResources.h"
 #include "platform/linux/LinuxFileSystem.h"
+#include "support/ScriptedPerformanceData.h"
 
 #include <atomic>
 #include <map>
@@ -114,7 +115,7 @@ public:
     bool systemVersion(SystemVersion& answer) override;
     std::string platformWord() override { return word; }
     bool isWow64() override { return false; }
-    uint64_t physicalMemory() override { return 0; }
+    uint64_t physicalMemory() override { return memory; }
     bool enableDebugPrivilege(std::string&, uint32_t&) override { return true; }
     std::string missingRights() override { return {}; }
     uint32_t processId() override { return 77; }
@@ -123,6 +124,7 @@ public:
     std::string name = "pc17";
     std::string domainName = "WORKGROUP";
     uint16_t architectureNumber = 0;
+    uint64_t memory = 1U << 30U; // bytes
     SystemVersion version{2, 5, 1, true, 0, false, {}};
     std::string word = "windows";
 };
@@ -175,6 +177,7 @@ public:
     ScriptedMachine machine;
     ScriptedFileSystem fileSystem;
     ScriptedVersionResources versionResources;
+    ScriptedPerformanceData performanceData{clock};
 
 private:
     Platform ports_;

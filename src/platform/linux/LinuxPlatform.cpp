@@ -8,6 +8,7 @@
 #include "platform/linux/LinuxMailslots.h"
 #include "platform/linux/LinuxMessageQueues.h"
 #include "platform/linux/LinuxNamedLocks.h"
+#include "platform/linux/LinuxPerformanceData.h"
 #include "platform/linux/LinuxProcesses.h"
 #include "platform/linux/LinuxRegistry.h"
 #include "platform/linux/LinuxServiceManager.h"
@@ -31,6 +32,7 @@ struct Services {
     LinuxAccounts accounts;
     LinuxVersionResources versionResources;
     LinuxServiceManager serviceManager;
+    LinuxPerformanceData performanceData;
 };
 } // namespace
 
@@ -38,10 +40,10 @@ const Platform& nativePlatform() {
     // Never destroyed: threads may be inside a service while the program ends.
     static auto* services = new Services;
     static const auto* native = new Platform{
-        &services->clock,          &services->threads,   &services->messageQueues, &services->criticalSections,
-        &services->namedLocks,     &services->mailslots, &services->registry,      &services->machine,
-        &services->fileSystem,     &services->processes, &services->accounts,      &services->versionResources,
-        &services->serviceManager,
+        &services->clock,          &services->threads,         &services->messageQueues, &services->criticalSections,
+        &services->namedLocks,     &services->mailslots,       &services->registry,      &services->machine,
+        &services->fileSystem,     &services->processes,       &services->accounts,      &services->versionResources,
+        &services->serviceManager, &services->performanceData,
     };
     return *native;
 }

@@ -1,6 +1,7 @@
 // What a process leaves at its end and at each slice.
 
-#include "programs/collectors/agent/Win32/Runtally/OptionalRecords.h"
+#include "programs/collectors/agent/Win32/Runtally/ModulePoller.h"
+#include "programs/collectors/agent/Win32/Runtally/PerformanceRecord.h"
 #include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"

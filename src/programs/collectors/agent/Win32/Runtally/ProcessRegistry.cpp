@@ -5,6 +5,7 @@
 #include "process/IdValues.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/PerformanceMonitor.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "shared/library/common/StructuredException.h"
@@ -82,6 +83,15 @@ void consumeStopEvent(const ProcessPointer& process, const ProcessPointer& stopE
     process->setState(ProcessState::ended);
     process->setEnd(stopEvent->getEnd());
     Runtally::logProcessData(process);
+}
+
+/// Marks a process that the performance rules select. A second report of a tracked one is dropped, and gets nothing.
+void selectForMonitoring(const ProcessPointer& process, bool isTracked) {
+    const RuntallyState& state = runtallyState();
+    process->setMonitored(state.settings.performanceMonitoring &&
+                          state.processRules.isMonitored(Process::getLocalComputerName(), process->getExecutable()));
+    if (process->isMonitored() && isTracked)
+        addCounters(process);
 }
 
 ProcessPointer findStopEvent(uint32_t pid) {
@@ -184,7 +194,8 @@ bool Runtally::addProcess(const ProcessPointer& process) {
         return false;
     if (const ProcessPointer predecessor = findPredecessor(process))
         endPredecessor(predecessor, process);
-    registry().processMap.try_emplace(pid, process);
+    const bool isNew = registry().processMap.try_emplace(pid, process).second;
+    selectForMonitoring(process, isNew);
     relaxMonopoly("addProcess");
     logger().debug(5, "Added process %i", pid);
     return true;

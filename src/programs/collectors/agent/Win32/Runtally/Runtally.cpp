@@ -46,6 +46,7 @@ Runtally::~Runtally() {
     for (ProcessMap* map :
          {&state.registry.processMap, &state.registry.endedProcessMap, &state.registry.pendingInfoMap})
         map->clear();
+    state.registry.monitoredCount = 0;
     logger().debug(1, "   Cleared process data.");
     state.exeFinder.reset();
     logger().debug(1, "Destroyed ExeFinder.");

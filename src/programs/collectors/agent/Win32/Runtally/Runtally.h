@@ -89,6 +89,9 @@ private:
     void loadApplicationMappings();
     bool loadRules();
     bool prepareThreads();
+    bool prepareProcessPoller();
+    bool prepareModulePoller();
+    bool preparePerformanceMonitor();
     void registerDataFiles();
 
     void enableDebugPrivilege();

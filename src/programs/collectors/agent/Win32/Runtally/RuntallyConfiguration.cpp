@@ -4,7 +4,7 @@
 #include "process/SMScan.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/OptionalRecords.h"
+#include "programs/collectors/agent/Win32/Runtally/PerformanceRecord.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "shared/library/common/FileException.h"
@@ -245,8 +245,17 @@ bool Runtally::loadRules() {
 }
 
 bool Runtally::prepareThreads() {
-    if (!settings().pollingOn)
-        return true;
+    if (settings().pollingOn && !prepareProcessPoller())
+        return false;
+    runtallyState().moduleFilter.clear();
+    const bool polledModules = settings().moduleLogging && settings().modulePollInterval.getSeconds() > 0;
+    if (polledModules && !prepareModulePoller())
+        return false;
+    runtallyState().processRules.clear();
+    return !settings().performanceMonitoring || preparePerformanceMonitor();
+}
+
+bool Runtally::prepareProcessPoller() {
     logger().debug(2, "Preparing process poller thread...");
     if (!prepareThread("ProcessPoller", ThreadRecord::takesPart, processPoller)) {
         logger().critical(21, "prepare process poller");

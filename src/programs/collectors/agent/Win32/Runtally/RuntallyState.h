@@ -3,8 +3,11 @@
 #include "process/ExeFinder.h"
 #include "process/ProcPoll.h"
 #include "process/Process.h"
+#include "programs/collectors/agent/Win32/Runtally/PerformanceState.h"
 #include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
 #include "rules/IncludeExclude.h"
+#include "rules/ModPollFilterChecker.h"
+#include "rules/ProcessRulesChecker.h"
 #include "shared/library/common/Monopoly.h"
 #include "shared/library/common/TimeSpan.h"
 #include "shared/library/logger/Logger.h"
@@ -39,13 +42,13 @@ struct RuntallySettings {
 
 /// The collector's memory of what runs. Order of taking: `processMonopoly`, then the lock of another map.
 struct ProcessRegistry {
-    ProcessMap processMap;        // named and tracked; under processMonopoly, with every process in it
-    ProcessMap endedProcessMap;   // ends that came before their starts; under endedMapMonopoly
-    ProcessMap pendingInfoMap;    // started, but without a name yet; under pendingInfoMonopoly
-    Monopoly processMonopoly;     // taken with a time limit, through enforceMonopoly
-    Monopoly endedMapMonopoly;    // held for a map operation only
-    Monopoly pendingInfoMonopoly; // held for a map operation, or for a retry round
-    int32_t monitoredCount = 0;   // monitored entries of processMap; under processMonopoly
+    ProcessMap processMap;                  // named and tracked; under processMonopoly, with every process in it
+    ProcessMap endedProcessMap;             // ends that came before their starts; under endedMapMonopoly
+    ProcessMap pendingInfoMap;              // started, but without a name yet; under pendingInfoMonopoly
+    Monopoly processMonopoly;               // taken with a time limit, through enforceMonopoly
+    Monopoly endedMapMonopoly;              // held for a map operation only
+    Monopoly pendingInfoMonopoly;           // held for a map operation, or for a retry round
+    std::atomic<int32_t> monitoredCount{0}; // monitored entries of processMap; written under processMonopoly
 };
 
 /// All class-wide state of the collector, reached by thread functions and callbacks without an object.
@@ -54,6 +57,9 @@ struct RuntallyState {
     RuntallySettings settings;
     ProcessRegistry registry;
     IncludeExclude includeExclude;
+    ProcessRulesChecker processRules;
+    ModPollFilterChecker moduleFilter;
+    PerformanceState performance;
     ProcPoll procPoll; // used by the poller's thread only
     std::unique_ptr<ExeFinder> exeFinder;
     ProcessEventLog eventLog;

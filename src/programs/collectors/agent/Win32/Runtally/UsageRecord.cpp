@@ -23,13 +23,12 @@ constexpr int32_t usageRecord = 31;
 constexpr int32_t negativeDurationWarning = 29;
 constexpr int32_t noDataFile = 4;
 constexpr int32_t leastDuration = 1; // what a negative one shows as
-constexpr const char* dataType = "process";
+constexpr const char* usageDataType = "process";
 
 const Logger& logger() {
     return runtallyState().logger;
 }
 
-/// Whether the rules want the record; the trace names the line that decided.
 bool isWanted(const Process& process, int32_t duration) {
     RuleFacts facts(RuleKey::datatype, "runtally");
     facts.setText(RuleKey::exe, process.getExecutable());
@@ -37,38 +36,28 @@ bool isWanted(const Process& process, int32_t duration) {
     facts.setNumber(RuleKey::duration, duration);
     setUserFacts(facts, process.getUser());
     setPlatformFact(facts);
-    IncludeExclude& rules = runtallyState().includeExclude;
-    const bool included = rules.isIncluded(facts);
-    const int32_t line = rules.getMatchedLine();
-    if (!included)
-        logger().debug(4, "logProcessData:    Process is excluded by include/exclude mappings, element in line %i",
-                       line);
-    else if (line >= 0)
-        logger().debug(4, "logProcessData:    Process is included by include/exclude mappings, element in line %i",
-                       line);
-    return included;
-}
-
-std::string exitCodeText(Process& process) {
-    const uint32_t code = process.getExitCode();
-    return code == stillActive ? "none" : std::to_string(code);
+    return isIncluded("logProcessData", "Process", facts);
 }
 
 std::string identityLine(Process& process) {
-    std::string line = RecordText::head(process, usageRecord);
+    std::string line = RecordText::head(process.getStart().getSeconds(), usageRecord);
     RecordText::addPlainField(line, RecordText::executableName(process));
     RecordText::addPlainField(line, process.getApplication());
     RecordText::addPlainField(line, RecordText::executableDirectory(process));
     RecordText::addField(line, getClassText(process.getStart()));
     RecordText::addField(line, process.getAccount());
-    RecordText::addField(line, exitCodeText(process));
+    RecordText::addField(line, RecordText::exitCode(process.getExitCode()));
     return line;
 }
 } // namespace
 
-std::string RecordText::head(const Process& process, int32_t kind) {
+std::string RecordText::opening(int32_t start, int32_t kind) {
+    return "1:" + std::to_string(start) + ":" + std::to_string(kind);
+}
+
+std::string RecordText::head(int32_t start, int32_t kind) {
     const StaticInfo& machine = programState().staticInfo;
-    std::string line = "1:" + std::to_string(process.getStart().getSeconds()) + ":" + std::to_string(kind);
+    std::string line = opening(start, kind);
     addField(line, machine.domain);
     addField(line, Process::getLocalComputerName());
     addField(line, machine.architecture);
@@ -95,6 +84,10 @@ std::string RecordText::executableDirectory(const Process& process) {
     return FileUtils::getDirectory(process.getExecutable());
 }
 
+std::string RecordText::exitCode(uint32_t code) {
+    return code == stillActive ? "none" : std::to_string(code);
+}
+
 void setUserFacts(RuleFacts& facts, const std::string& user) {
     if (user.find('|') == std::string::npos) {
         facts.setText(RuleKey::user, user);
@@ -115,6 +108,26 @@ void setPlatformFact(RuleFacts& facts) {
     const std::string word = platform().machine->platformWord();
     if (word != "windows")
         facts.setText(RuleKey::platform, word);
+}
+
+bool isIncluded(std::string_view who, std::string_view what, const RuleFacts& facts) {
+    IncludeExclude& rules = runtallyState().includeExclude;
+    const bool included = rules.isIncluded(facts);
+    const int32_t line = rules.getMatchedLine();
+    if (!included)
+        logger().debug(4, "%s:    %s is excluded by include/exclude mappings, element in line %i", who, what, line);
+    else if (line >= 0)
+        logger().debug(4, "%s:    %s is included by include/exclude mappings, element in line %i", who, what, line);
+    return included;
+}
+
+bool writeToDataFile(const char* dataType, const std::string& record) {
+    const SmartPointer<LogFile> file = getLogFile(dataType);
+    if (file.isNull()) {
+        logger().critical(noDataFile, dataType);
+        return false;
+    }
+    return file->writeRecord(record);
 }
 
 std::string doubleToString(double value, int decimals) {
@@ -148,11 +161,7 @@ void Runtally::logProcessData(const ProcessPointer& process) {
     record += process->isLogged() ? "0:" : "1:";
     process->markLogged();
     record += std::to_string(duration);
-    const SmartPointer<LogFile> file = getLogFile(dataType);
-    if (file.isNull())
-        logger().critical(noDataFile, dataType);
-    else
-        file->writeRecord(record);
+    writeToDataFile(usageDataType, record);
 }
 
 } // namespace Velmor

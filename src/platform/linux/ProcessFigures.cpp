@@ -1,0 +1,261 @@
+#include "platform/linux/ProcessFigures.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+namespace Velmor {
+
+namespace {
+constexpr size_t filesOfProcess = 3;
+constexpr size_t textRoom = 4096; // a page: more the kernel gives at no read
+constexpr uint64_t nanosecondsOfSecond = 1000000000;
+constexpr uint64_t bytesOfKib = 1024;
+constexpr uint32_t kernelThreadFlag = 0x00200000; // PF_KTHREAD
+
+// Places in the `stat` line behind the command name, counted from the state.
+enum class Field : size_t {
+    flags = 6,
+    userTime = 11,
+    systemTime = 12,
+    threads = 17,
+    startTime = 19,
+    virtualBytes = 20,
+    count = 21
+};
+using StatFields = std::array<uint64_t, static_cast<size_t>(Field::count)>;
+
+uint64_t at(const StatFields& fields, Field field) {
+    return fields.at(static_cast<size_t>(field) - 1);
+}
+
+uint64_t tickNanoseconds() {
+    static const uint64_t length = nanosecondsOfSecond / static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
+    return length;
+}
+
+/// Takes a number off the front, with the blanks before it; 0 if there is none.
+uint64_t takeNumber(std::string_view& rest) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(" \t"), rest.size()));
+    const bool negative = rest.starts_with('-');
+    rest.remove_prefix(negative ? 1 : 0);
+    uint64_t number = 0;
+    const auto end = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+    rest.remove_prefix(static_cast<size_t>(end.ptr - rest.data()));
+    return number;
+}
+
+/// The number behind `key`, searched from the front of `rest`, which then begins behind it; 0 if it isn't there.
+uint64_t takeValue(std::string_view& rest, std::string_view key) {
+    const size_t found = rest.find(key);
+    if (found == std::string_view::npos)
+        return 0;
+    rest.remove_prefix(found + key.size());
+    return takeNumber(rest);
+}
+
+/// The processor time of a whole thread group to the nanosecond, where the `stat` line counts ticks.
+bool readProcessorClock(uint32_t pid, uint64_t& nanoseconds) {
+    constexpr uint32_t groupClock = 2; // the kernel's number of the clock that counts the time on a processor
+    const auto clock = static_cast<clockid_t>((~pid << 3U) | groupClock);
+    timespec time{};
+    if (clock_gettime(clock, &time) != 0)
+        return false;
+    nanoseconds = static_cast<uint64_t>(time.tv_sec) * nanosecondsOfSecond + static_cast<uint64_t>(time.tv_nsec);
+    return true;
+}
+
+using EntryPath = std::array<char, 24>;
+EntryPath entryPath(uint32_t pid, const char* name) {
+    EntryPath path{};
+    std::snprintf(path.data(), path.size(), "%u/%s", pid, name);
+    return path;
+}
+} // namespace
+
+ProcessFigureReader::ProcessFigureReader() : proc_(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    text_.reserve(textRoom);
+}
+
+bool ProcessFigureReader::read() {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    mostKept_ = limit.rlim_cur / 2 / filesOfProcess;
+    ++round_;
+    if (!enumerate())
+        return false;
+    size_t count = 0;
+    for (const Entry& entry : entries_) {
+        if (count == processes_.size())
+            processes_.emplace_back();
+        count += look(entry.pid, entry.inode, processes_[count]) ? 1 : 0;
+    }
+    processes_.resize(count);
+    forgetGone();
+    return true;
+}
+
+/// The entries of /proc that are processes. Reads the directory through a descriptor of its own, since `readdir` would
+/// open it anew at each look.
+bool ProcessFigureReader::enumerate() {
+    struct Native { // as the kernel writes it
+        uint64_t inode;
+        int64_t offset;
+        uint16_t length;
+        uint8_t type;
+        char name[1];
+    };
+    entries_.clear();
+    if (!proc_ || lseek(proc_.get(), 0, SEEK_SET) != 0)
+        return false;
+    alignas(8) std::array<char, 32768> buffer;
+    while (true) {
+        const long size = syscall(SYS_getdents64, proc_.get(), buffer.data(), buffer.size());
+        if (size <= 0)
+            return size == 0;
+        for (long place = 0; place < size;) {
+            const auto* entry = reinterpret_cast<const Native*>(buffer.data() + place);
+            const auto pid = static_cast<uint32_t>(std::strtoul(static_cast<const char*>(entry->name), nullptr, 10));
+            if (pid != 0)
+                entries_.push_back({pid, entry->inode});
+            place += entry->length;
+        }
+    }
+}
+
+bool ProcessFigureReader::look(uint32_t pid, uint64_t inode, ProcessFigures& figures) {
+    figures.pid = pid;
+    if (const auto known = files_.find(pid); known != files_.end()) {
+        Files& files = known->second;
+        if (files.isKernelThread && files.inode == inode) {
+            files.round = round_;
+            return false;
+        }
+        if (files.stat && readFrom(files, figures)) {
+            files.round = round_;
+            return true;
+        }
+        kept_ -= files.stat ? 1 : 0;
+        files_.erase(known); // it has gone; the number may be another's by now
+    }
+    Files files;
+    files.inode = inode;
+    files.round = round_;
+    if (!open(pid, files))
+        return false;
+    const bool isApplication = readFrom(files, figures);
+    if (files.isKernelThread) {
+        files = Files{FileDescriptor(), FileDescriptor(), FileDescriptor(), inode, round_, true};
+        files_.emplace(pid, std::move(files));
+    } else if (isApplication && kept_ < mostKept_) {
+        files_.emplace(pid, std::move(files));
+        ++kept_;
+    }
+    return isApplication;
+}
+
+bool ProcessFigureReader::open(uint32_t pid, Files& files) const {
+    const auto openEntry = [&](const char* name) {
+        return FileDescriptor(openat(proc_.get(), entryPath(pid, name).data(), O_RDONLY | O_CLOEXEC));
+    };
+    files.stat = openEntry("stat");
+    if (!files.stat)
+        return false;
+    files.status = openEntry("status");
+    files.io = openEntry("io");
+    return true;
+}
+
+/// False for what is no process that runs.
+bool ProcessFigureReader::readFrom(Files& files, ProcessFigures& figures) {
+    const uint32_t pid = figures.pid;
+    // By number: what the file of the process itself says afterwards vouches for it.
+    const bool hasClock = readProcessorClock(pid, figures.processorTime);
+    if (!takeStat(files, figures, files.isKernelThread))
+        return false;
+    if (!hasClock)
+        figures.processorTime = figures.userTime + figures.privilegedTime;
+    takeMemory(files, figures);
+    takeInputOutput(files, figures);
+    struct stat handles {};
+    const bool counted = fstatat(proc_.get(), entryPath(pid, "fd").data(), &handles, 0) == 0;
+    figures.handles = counted ? static_cast<uint32_t>(handles.st_size) : 0;
+    return true;
+}
+
+bool ProcessFigureReader::takeStat(const Files& files, ProcessFigures& figures, bool& isKernelThread) {
+    if (!readText(files.stat))
+        return false;
+    const size_t nameBegin = text_.find('(');
+    const size_t nameEnd = text_.rfind(')'); // the name itself may hold anything
+    if (nameBegin == std::string::npos || nameEnd == std::string::npos || nameEnd + 3 > text_.size())
+        return false;
+    figures.name.assign(text_, nameBegin + 1, nameEnd - nameBegin - 1);
+    std::string_view rest = std::string_view(text_).substr(nameEnd + 2);
+    const char state = rest.front();
+    rest.remove_prefix(1);
+    StatFields fields{};
+    for (uint64_t& field : fields)
+        field = takeNumber(rest);
+    isKernelThread = (at(fields, Field::flags) & kernelThreadFlag) != 0;
+    figures.threads = static_cast<uint32_t>(at(fields, Field::threads));
+    const bool hasEnded = (state == 'Z' || state == 'X') && figures.threads <= 1;
+    figures.userTime = at(fields, Field::userTime) * tickNanoseconds();
+    figures.privilegedTime = at(fields, Field::systemTime) * tickNanoseconds();
+    figures.startTime = at(fields, Field::startTime);
+    figures.virtualBytes = at(fields, Field::virtualBytes);
+    return !isKernelThread && !hasEnded;
+}
+
+void ProcessFigureReader::takeMemory(const Files& files, ProcessFigures& figures) {
+    figures.workingSet = 0;
+    figures.privateBytes = 0;
+    if (!files.status || !readText(files.status))
+        return;
+    std::string_view rest = text_;
+    figures.workingSet = takeValue(rest, "\nVmRSS:") * bytesOfKib;
+    figures.privateBytes = takeValue(rest, "\nRssAnon:") * bytesOfKib;
+    figures.privateBytes += takeValue(rest, "\nVmSwap:") * bytesOfKib;
+}
+
+void ProcessFigureReader::takeInputOutput(const Files& files, ProcessFigures& figures) {
+    figures.ioRead = 0;
+    figures.ioWritten = 0;
+    if (!files.io || !readText(files.io))
+        return;
+    std::string_view rest = text_;
+    figures.ioRead = takeValue(rest, "rchar:");
+    figures.ioWritten = takeValue(rest, "wchar:");
+}
+
+bool ProcessFigureReader::readText(const FileDescriptor& file) {
+    text_.resize(textRoom);
+    ssize_t size = -1;
+    do
+        size = pread(file.get(), text_.data(), text_.size(), 0);
+    while (size < 0 && errno == EINTR);
+    text_.resize(static_cast<size_t>(std::max<ssize_t>(size, 0)));
+    return size > 0;
+}
+
+void ProcessFigureReader::forgetGone() {
+    for (auto entry = files_.begin(); entry != files_.end();) {
+        if (entry->second.round == round_) {
+            ++entry;
+            continue;
+        }
+        kept_ -= entry->second.stat ? 1 : 0;
+        entry = files_.erase(entry);
+    }
+}
+
+} // namespace Velmor

@@ -1,0 +1,319 @@
+#include "process/OscQuery.h"
+
+#include "support/ScriptedPlatform.h"
+
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <climits>
+#include <cstring>
+#include <functional>
+
+namespace Velmor {
+
+namespace {
+constexpr uint32_t pid = 4711;
+constexpr uint32_t title = 900; // of the counter that is looked for
+constexpr uint32_t baseType = 0x40030403;
+
+/// The two samples of a round, with one process that has a counter and what stands behind its definition.
+struct TypeCase {
+    const char* name;
+    uint32_t type;
+    uint32_t size;
+    int64_t first;
+    int64_t later;
+    double value;
+    uint32_t nextType = PerfType::rawCount;
+    int64_t nextFirst = 0;
+    int64_t nextLater = 0;
+};
+
+PaperSample sampleOf(const TypeCase& test, bool isLater) {
+    PaperObject object{{{PerfTitle::processId}, {title, test.type, test.size}, {901, test.nextType, 4}},
+                       {{pid, isLater ? test.later : test.first, isLater ? test.nextLater : test.nextFirst}},
+                       true,
+                       isLater ? 900 : 500,
+                       200};
+    return {{object}, 1, isLater ? 3000 : 1000, 1000, isLater ? 40000 : 10000};
+}
+
+class OscQueryTest : public ::testing::Test {
+protected:
+    /// Updates a counter in a round of its own over the blocks given.
+    int32_t update(const std::vector<PaperSample>& samples, OscCounter& counter) {
+        for (const PaperSample& sample : samples)
+            os.performanceData.blocks.push_back(sample.bytes());
+        return updateRound(counter);
+    }
+    int32_t updateRound(OscCounter& counter) {
+        if (OscCollectQueryData(query.get()) != 0)
+            return -1;
+        const int32_t result = OscUpdateCounter(query.get(), counter);
+        OscNextSample(query.get());
+        return result;
+    }
+    static OscCounter counterOf(uint32_t counterId, int32_t mode = GatherMode::last) {
+        return {pid, counterId, mode, 0, mode == GatherMode::smallest ? DBL_MAX : 0, 0};
+    }
+
+    ScriptedPlatform os;
+    std::unique_ptr<OscQuery> query = OscOpenQuery(0);
+};
+} // namespace
+
+TEST_F(OscQueryTest, EachCounterTypeHasItsArithmetic) {
+    for (const TypeCase& test : {
+             TypeCase{"raw count, from the first sample", 0x00010000, 4, 42, 99, 42},
+             TypeCase{"large raw count", 0x00010100, 8, 5000000000, 0, 5000000000},
+             TypeCase{"8 bits", 0x00010000, 1, 0xff, 0, 255},
+             TypeCase{"16 bits", 0x00010000, 2, 0xffff, 0, 65535},
+             TypeCase{"32 bits have no sign", 0x00010000, 4, 0xffffffff, 0, 4294967295.0},
+             TypeCase{"a number of thousandths", 0x00020000, 4, 7500, 0, 7.5},
+             TypeCase{"zero", 0x00000C00, 4, 42, 99, 0},
+             TypeCase{"count per second", 0x10410400, 4, 1000, 5000, 2000},
+             TypeCase{"bulk count per second", 0x10410500, 8, 1000, 5000, 2000},
+             TypeCase{"plain rate", 0x00410400, 4, 1000, 5000, 2},
+             TypeCase{"rate without difference", 0x00010400, 4, 1000, 6000, 2},
+             TypeCase{"percent of time in ticks", 0x20410500, 8, 0, 500, 25},
+             TypeCase{"percent of time in 100 ns", 0x20510500, 8, 0, 15000, 50},
+             TypeCase{"inverse of it", 0x21510500, 8, 0, 7500, 75},
+             TypeCase{"percent of the object's time", 0x20610500, 8, 0, 100, 25},
+             TypeCase{"rate over an unknown time base", 0x20710500, 8, 0, 100, 0},
+             TypeCase{"queue length", 0x00450400, 4, 0, 4000, 2},
+             TypeCase{"queue length in 100 ns", 0x00550500, 8, 0, 60000, 2},
+             TypeCase{"raw fraction", 0x20020400, 4, 0, 30, 0.025, baseType, 0, 120},
+             TypeCase{"raw fraction without a base", 0x20020400, 4, 0, 30, 0},
+             TypeCase{"sampled fraction", 0x20C20400, 4, 1000, 3000, 5, baseType, 10, 50},
+             TypeCase{"sampled fraction of nothing", 0x20C20400, 4, 1000, 3000, 0, baseType, 50, 50},
+             TypeCase{"fraction with a difference and no base difference", 0x20420400, 4, 0, 3000, 0, baseType, 0, 50},
+             TypeCase{"difference", 0x00400400, 4, 10, 35, 25},
+             TypeCase{"difference by the base's flag", 0x00800400, 4, 10, 35, 25},
+             TypeCase{"later value", 0x00000400, 4, 10, 35, 35},
+             TypeCase{"a subtype of its own", 0x20470500, 8, 10, 35, 2500},
+             TypeCase{"elapsed time", 0x30240500, 8, 0, 400, 2.5},
+             TypeCase{"elapsed time in ticks", 0x30040500, 8, 0, 400, 2600},
+         }) {
+        OscCounter counter = counterOf(title);
+        query = OscOpenQuery(0);
+        EXPECT_EQ(update({sampleOf(test, false), sampleOf(test, true)}, counter), 0) << test.name;
+        EXPECT_DOUBLE_EQ(counter.value, test.value) << test.name;
+        EXPECT_EQ(counter.samples, 1) << test.name;
+        os.performanceData.blocks.clear();
+    }
+}
+
+TEST_F(OscQueryTest, AFrequencyOfZeroGivesZero) {
+    const TypeCase test{"", 0x30240500, 8, 0, 400, 0};
+    PaperSample first = sampleOf(test, false);
+    PaperSample later = sampleOf(test, true);
+    later.objects[0].perfFreq = 0;
+    OscCounter counter = counterOf(title, GatherMode::sum);
+    EXPECT_EQ(update({first, later}, counter), 0);
+    EXPECT_EQ(counter.value, 0);
+}
+
+TEST_F(OscQueryTest, TextAndNegativeValuesFailAndLeaveTheCounterAsItWas) {
+    for (const TypeCase& test :
+         {TypeCase{"text", 0x00000B00, 4, 1, 1, 0}, TypeCase{"negative", 0x00010100, 8, -1, 0, 0},
+          TypeCase{"falling", 0x10410500, 8, 5000, 1000, 0}}) {
+        OscCounter counter{pid, title, GatherMode::sum, 3, 12, 0};
+        query = OscOpenQuery(0);
+        EXPECT_EQ(update({sampleOf(test, false), sampleOf(test, true)}, counter), -2) << test.name;
+        EXPECT_EQ(counter.status, 1);
+        EXPECT_EQ(counter.samples, 3);
+        EXPECT_EQ(counter.value, 12);
+        os.performanceData.blocks.clear();
+    }
+}
+
+TEST_F(OscQueryTest, HalvesOfLargeValuesAreExchangedForTheOtherOrderOfBytes) {
+    PaperSample sample = sampleOf({"", PerfType::largeRawCount, 8, 0x0000000200000001, 0, 0}, false);
+    sample.littleEndian = 0;
+    OscCounter counter = counterOf(title);
+    EXPECT_EQ(update({sample}, counter), 0);
+    EXPECT_EQ(counter.value, 0x0000000100000002);
+}
+
+TEST_F(OscQueryTest, TheWalkTakesTheFirstMatch) {
+    const PaperCounter id{PerfTitle::processId};
+    const PaperCounter wanted{title};
+    const PaperObject processes{{id, wanted}, {{1, 11}, {pid, 12}, {pid, 13}}};
+    const PaperObject without{{{777}}, {{5}}, false};
+    const PaperObject alone{{{777}, wanted}, {{5, 14}}, false};
+    const PaperObject nameless{{{777}, wanted}, {{5, 15}}};
+    const PaperObject other{{id, {777}}, {{pid, 1}}};
+    const PaperObject last{{id, wanted}, {{pid, 16}}};
+    struct Case {
+        const char* name;
+        std::vector<PaperObject> objects;
+        int64_t value; // -1: not found
+    };
+    for (const auto& [name, objects, value] : {
+             Case{"the first instance of the id", {processes, last}, 12},
+             Case{"an object without instances fits any process", {alone, last}, 14},
+             Case{"one without the counter is passed over", {without, last}, 16},
+             Case{"so is a process without it", {other, last}, 16},
+             Case{"an object that tells no ids ends the walk", {nameless, last}, -1},
+             Case{"unless the counter came before", {last, nameless}, 16},
+             Case{"an unknown process", {{{id, wanted}, {{1, 11}}}}, -1},
+             Case{"no objects", {}, -1},
+         }) {
+        OscCounter counter = counterOf(title);
+        query = OscOpenQuery(0);
+        EXPECT_EQ(update({PaperSample{objects}}, counter), value < 0 ? -2 : 0) << name;
+        EXPECT_EQ(counter.status, value < 0 ? 1 : 0) << name;
+        EXPECT_EQ(counter.value, value < 0 ? 0 : value) << name;
+    }
+}
+
+TEST_F(OscQueryTest, ModesGatherUpdates) {
+    struct Case {
+        int32_t mode;
+        double value;
+    };
+    for (const auto& [mode, value] : {Case{0, 4}, Case{1, 16}, Case{2, 16}, Case{3, 9}, Case{4, 3}, Case{7, 0}}) {
+        OscCounter counter = counterOf(PerfTitle::privateBytes, mode);
+        for (const int64_t bytes : {3, 9, 4}) {
+            os.performanceData.at(pid, PerfTitle::privateBytes) = bytes;
+            EXPECT_EQ(updateRound(counter), 0);
+        }
+        EXPECT_EQ(counter.value, value) << mode;
+        EXPECT_EQ(counter.samples, 3) << mode;
+    }
+}
+
+TEST_F(OscQueryTest, TheNumberOfSamplesBeginsAnewBeforeItOverflows) {
+    os.performanceData.at(pid, PerfTitle::privateBytes) = 0;
+    for (const int32_t mode : {0, 1, 2, 3}) {
+        OscCounter counter{pid, PerfTitle::privateBytes, mode, INT_MAX - 1, 3.0 * INT_MAX, 0};
+        EXPECT_EQ(updateRound(counter), 0);
+        EXPECT_EQ(counter.samples, 1) << mode;
+        EXPECT_DOUBLE_EQ(counter.value, mode == 0 ? 0 : mode == 3 ? 3.0 * INT_MAX : 3) << mode;
+    }
+}
+
+TEST_F(OscQueryTest, RoundsShareTheirSamples) {
+    OscCounter memory = counterOf(PerfTitle::privateBytes);
+    OscCounter cpu = counterOf(PerfTitle::processorTime);
+    os.performanceData.at(pid, PerfTitle::processorTime) = 0;
+    const uint32_t begin = os.clock.ticks();
+    EXPECT_EQ(updateRound(memory), 0);
+    EXPECT_EQ(os.clock.ticks(), begin) << "a plain number waits for nothing";
+    EXPECT_EQ(updateRound(cpu), 0);
+    EXPECT_EQ(os.clock.ticks(), begin + 50);
+    EXPECT_EQ(os.performanceData.samples, 3U);
+    os.clock.advance(10);
+    os.performanceData.at(pid, PerfTitle::processorTime) = 25100000; // 2.51 s, of 10.05 s since the sample before
+    EXPECT_EQ(updateRound(cpu), 0);
+    EXPECT_EQ(os.performanceData.samples, 4U) << "the later sample of a round is the first of the next";
+    EXPECT_NEAR(cpu.value, 100 * 2.51 / 10.05, 1e-9);
+}
+
+TEST_F(OscQueryTest, AProcessThatGoesOrComesBetweenTheSamples) {
+    const TypeCase test{"", PerfType::bulkCount, 8, 1000, 5000, 2000};
+    const PaperSample empty{{{{{PerfTitle::processId}, {title}}, {{1, 1}}}}};
+    OscCounter gone = counterOf(title, GatherMode::sum);
+    EXPECT_EQ(update({sampleOf(test, false), empty}, gone), 0) << "gone, it counts as 0";
+    EXPECT_EQ(gone.samples, 1);
+    EXPECT_EQ(gone.value, 0);
+    query = OscOpenQuery(0);
+    OscCounter fresh = counterOf(title);
+    EXPECT_EQ(update({empty, sampleOf(test, true)}, fresh), -2);
+    query = OscOpenQuery(0);
+    os.performanceData.blocks = {sampleOf(test, false).bytes(), "no block"};
+    OscCounter lone = counterOf(title);
+    EXPECT_EQ(updateRound(lone), -2) << "without a later sample";
+    EXPECT_EQ(lone.status, 1);
+}
+
+TEST_F(OscQueryTest, ABufferGrowsUntilTheSampleFitsAndStartsSmallAgain) {
+    PaperObject object{{{PerfTitle::processId}, {title}}, {}};
+    for (int64_t i = 0; i < 1000; ++i)
+        object.instances.push_back({i, i});
+    const std::string block = PaperSample{{object}}.bytes();
+    ASSERT_GT(block.size(), 25600U + 2048U);
+    os.performanceData.blocks = {block, block};
+    for (int i = 0; i < 2; ++i) {
+        os.performanceData.asked.clear();
+        OscCounter counter{999, title};
+        EXPECT_EQ(updateRound(counter), 0);
+        EXPECT_EQ(counter.value, 999);
+        size_t expected = 25600;
+        for (const size_t size : os.performanceData.asked) {
+            EXPECT_EQ(size, expected);
+            expected += 2048;
+        }
+        EXPECT_GE(os.performanceData.asked.back(), block.size());
+    }
+}
+
+TEST_F(OscQueryTest, NamesAreThoseOfTheFirstObject) {
+    os.performanceData.at(pid, PerfTitle::processId) = pid;
+    os.performanceData.names[12] = "Not in the object";
+    query = OscOpenQuery(1);
+    EXPECT_EQ(OscFindCounter(query.get(), "private bytes"), PerfTitle::privateBytes);
+    EXPECT_EQ(OscFindCounter(query.get(), "Not in the object"), 0U);
+    EXPECT_EQ(OscFindCounter(query.get(), "Private Bytes "), 0U);
+    EXPECT_FALSE(query->current) << "the sample of the names is no part of a round";
+    os.performanceData.canSample = false;
+    query = OscOpenQuery(1);
+    ASSERT_TRUE(query) << "without names it still serves";
+    EXPECT_EQ(OscFindCounter(query.get(), "Private Bytes"), 0U);
+    os.performanceData.canSample = true;
+    EXPECT_EQ(OscCollectQueryData(query.get()), 0);
+}
+
+TEST_F(OscQueryTest, WithoutAQueryOrASampleCallsSaySo) {
+    OscCounter counter = counterOf(title);
+    EXPECT_EQ(OscCollectQueryData(nullptr), -1);
+    EXPECT_EQ(OscUpdateCounter(nullptr, counter), -1);
+    EXPECT_EQ(OscNextSample(nullptr), -1);
+    EXPECT_EQ(OscFindCounter(nullptr, "x"), 0U);
+    EXPECT_EQ(OscUpdateCounter(query.get(), counter), -2);
+    os.performanceData.canSample = false;
+    EXPECT_EQ(OscCollectQueryData(query.get()), -1);
+    EXPECT_EQ(OscCloseQuery(query), 0);
+    EXPECT_FALSE(query);
+}
+
+/// Runs a round over damaged twins of a block; each counter either has a value or fails.
+class DamagedSampleTest : public OscQueryTest {
+protected:
+    void tryBlock(const std::string& block) {
+        query = OscOpenQuery(0);
+        os.performanceData.blocks = {block, block};
+        if (OscCollectQueryData(query.get()) != 0)
+            return;
+        for (const uint32_t counterId : {title, title + 1, title + 2}) {
+            OscCounter counter{pid, counterId};
+            const int32_t result = OscUpdateCounter(query.get(), counter);
+            EXPECT_TRUE(result == 0 || result == -2);
+            EXPECT_EQ(counter.status, result == 0 ? 0 : 1);
+        }
+    }
+
+    PaperSample whole{
+        {PaperObject{{{777}}, {{5}}, false},
+         PaperObject{
+             {{PerfTitle::processId}, {title, 0x20C20400, 4}, {title + 1, baseType, 4}, {title + 2, 0x30240500, 8}},
+             {{1, 1, 2, 3}, {pid, 4, 5, 6}}}}};
+};
+
+TEST_F(DamagedSampleTest, ABlockThatIsCutOffAnywhereIsSurvived) {
+    const std::string block = whole.bytes();
+    for (size_t size = 0; size <= block.size(); ++size)
+        tryBlock(block.substr(0, size));
+}
+
+TEST_F(DamagedSampleTest, LengthsAndOffsetsMayLie) {
+    const std::string block = whole.bytes();
+    for (size_t place = 8; place + 4 <= block.size(); place += 4)
+        for (const uint32_t lie : {0U, 1U, 39U, 0x7fffffffU, 0x80000000U, 0xfffffff8U, 0xffffffffU}) {
+            std::string damaged = block;
+            std::memcpy(damaged.data() + place, &lie, sizeof(lie));
+            tryBlock(damaged);
+        }
+}
+
+} // namespace Velmor
