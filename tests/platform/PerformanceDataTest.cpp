@@ -1,0 +1,238 @@
+#include "platform/PerformanceData.h"
+#include "platform/Child.h"
+#include "platform/Errors.h"
+#include "platform/PerformanceLayout.h"
+#include "platform/linux/LinuxPerformanceData.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <optional>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Velmor {
+
+namespace {
+constexpr size_t mebibyte = 1U << 20U;
+constexpr double unitsOfSecond = 1e7;
+
+using Counters = std::map<uint32_t, uint64_t>; // by title index
+
+/// A sample, taken apart by a walk along its lengths.
+struct Sample {
+    PerfDataBlock header{};
+    PerfObjectType object{};
+    std::map<uint32_t, uint32_t> types; // of counters, by title index
+    std::map<uint32_t, Counters> processes;
+};
+
+template <typename Part>
+Part partAt(const std::string& block, size_t place) {
+    Part part{};
+    EXPECT_LE(place + sizeof(part), block.size());
+    std::memcpy(&part, block.data() + place, sizeof(part));
+    return part;
+}
+
+Sample takeApart(const std::string& block) {
+    Sample sample;
+    sample.header = partAt<PerfDataBlock>(block, 0);
+    const size_t begin = sample.header.headerLength;
+    sample.object = partAt<PerfObjectType>(block, begin);
+    std::vector<PerfCounterDefinition> definitions;
+    for (uint32_t i = 0; i < sample.object.numCounters; ++i) {
+        definitions.push_back(partAt<PerfCounterDefinition>(block, begin + sample.object.headerLength +
+                                                                       i * sizeof(PerfCounterDefinition)));
+        sample.types[definitions.back().counterNameTitleIndex] = definitions.back().counterType;
+    }
+    size_t place = begin + sample.object.definitionLength;
+    for (int32_t i = 0; i < sample.object.numInstances; ++i) {
+        place += partAt<PerfInstanceDefinition>(block, place).byteLength;
+        Counters values;
+        for (const PerfCounterDefinition& definition : definitions)
+            values[definition.counterNameTitleIndex] = definition.counterSize == 8
+                                                           ? partAt<uint64_t>(block, place + definition.counterOffset)
+                                                           : partAt<uint32_t>(block, place + definition.counterOffset);
+        sample.processes[static_cast<uint32_t>(values[PerfTitle::processId])] = values;
+        place += partAt<PerfCounterBlock>(block, place).byteLength;
+    }
+    EXPECT_EQ(place, block.size());
+    return sample;
+}
+
+class PerformanceDataTest : public ::testing::Test {
+protected:
+    std::string block() {
+        std::string buffer(4 * mebibyte, '\0');
+        size_t size = buffer.size();
+        uint32_t error = NativeError::success;
+        EXPECT_TRUE(data.sample(buffer.data(), size, error));
+        buffer.resize(size);
+        return buffer;
+    }
+    Sample sample() { return takeApart(block()); }
+
+    LinuxPerformanceData data;
+};
+
+/// A number behind a word in a file of /proc.
+uint64_t kernelSays(uint32_t pid, const char* file, const std::string& word) {
+    std::ifstream lines("/proc/" + std::to_string(pid) + "/" + file);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with(word))
+            return std::stoull(line.substr(word.size()));
+    return 0;
+}
+
+size_t openDescriptors() {
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        ++count;
+    return count;
+}
+} // namespace
+
+TEST_F(PerformanceDataTest, ABlockHasThePublishedLayoutNamesAndTypes) {
+    const std::string bytes = block();
+    const Sample taken = takeApart(bytes);
+    EXPECT_EQ(std::memcmp(bytes.data(), "P\0E\0R\0F\0", 8), 0);
+    EXPECT_EQ(taken.header.littleEndian, 1U);
+    EXPECT_EQ(taken.header.totalByteLength, bytes.size());
+    EXPECT_EQ(taken.header.numObjectTypes, 1U);
+    EXPECT_EQ(taken.object.objectNameTitleIndex, 230U);
+    EXPECT_EQ(taken.object.totalByteLength, bytes.size() - taken.header.headerLength);
+    uint32_t last = 0;
+    std::string names;
+    uint32_t error = NativeError::success;
+    ASSERT_TRUE(data.counterNames(last, names, error));
+    struct Published {
+        uint32_t title;
+        const char* name;
+        uint32_t type;
+    };
+    for (const auto& [title, name, type] :
+         {Published{784, "ID Process", 65536}, Published{684, "Elapsed Time", 807666944},
+          Published{6, "% Processor Time", 542180608}, Published{142, "% User Time", 542180608},
+          Published{144, "% Privileged Time", 542180608}, Published{186, "Private Bytes", 65792},
+          Published{180, "Working Set", 65792}, Published{174, "Virtual Bytes", 65792},
+          Published{1424, "IO Data Bytes/sec", 272696576}, Published{1420, "IO Read Bytes/sec", 272696576},
+          Published{1422, "IO Write Bytes/sec", 272696576}, Published{680, "Thread Count", 65536},
+          Published{952, "Handle Count", 65536}}) {
+        const std::string pair = std::to_string(title) + '\0' + name + '\0';
+        EXPECT_NE(names.find(pair), std::string::npos) << name;
+        EXPECT_LE(title, last);
+        ASSERT_TRUE(taken.types.contains(title)) << name;
+        EXPECT_EQ(taken.types.at(title), type) << name;
+    }
+    EXPECT_TRUE(names.ends_with(std::string(2, '\0')));
+}
+
+TEST_F(PerformanceDataTest, FiguresAreTheKernelsOwn) {
+    const Child child([] {
+        constexpr size_t held = 32 * mebibyte;
+        void* memory = mmap(nullptr, held, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        std::memset(memory, 1, held);
+        const int nowhere = open("/dev/null", O_WRONLY);
+        for (int i = 0; i < 100; ++i)
+            if (write(nowhere, memory, 12345) != 12345)
+                return 1;
+        std::thread([] { pause(); }).detach();
+        volatile uint64_t sum = 0;
+        for (uint64_t i = 0; i < 200000000; ++i)
+            sum = sum + i;
+        raise(SIGSTOP);
+        return 0;
+    });
+    ASSERT_TRUE(eventually([&] { return child.state() == 'T'; }));
+    const Sample taken = sample();
+    ASSERT_TRUE(taken.processes.contains(child.pid()));
+    const Counters& counters = taken.processes.at(child.pid());
+    const auto kib = [&](const char* word) { return 1024 * kernelSays(child.pid(), "status", word); };
+    EXPECT_EQ(counters.at(PerfTitle::privateBytes), kib("RssAnon:") + kib("VmSwap:"));
+    EXPECT_GE(counters.at(PerfTitle::privateBytes), 32 * mebibyte);
+    EXPECT_EQ(counters.at(PerfTitle::workingSet), kib("VmRSS:"));
+    EXPECT_EQ(counters.at(PerfTitle::virtualBytes), kib("VmSize:"));
+    EXPECT_EQ(counters.at(PerfTitle::threadCount), 2U);
+    const uint64_t written = kernelSays(child.pid(), "io", "wchar:");
+    EXPECT_GE(written, 1234500U);
+    EXPECT_EQ(counters.at(PerfTitle::ioWriteBytes), written);
+    EXPECT_EQ(counters.at(PerfTitle::ioReadBytes), kernelSays(child.pid(), "io", "rchar:"));
+    EXPECT_EQ(counters.at(PerfTitle::ioDataBytes), written + counters.at(PerfTitle::ioReadBytes));
+    const double busy = static_cast<double>(counters.at(PerfTitle::processorTime)) / unitsOfSecond;
+    const double split =
+        static_cast<double>(counters.at(PerfTitle::userTime) + counters.at(PerfTitle::privilegedTime)) / unitsOfSecond;
+    EXPECT_GT(busy, 0.01);
+    EXPECT_NEAR(busy, split, 0.021) << "two ticks of rounding";
+    EXPECT_EQ(sample().processes.at(child.pid()), counters) << "a stopped process, read through kept files";
+}
+
+TEST_F(PerformanceDataTest, TimesAreOfOneSteadyClock) {
+    const Child child({"/bin/sleep", "60"});
+    const Sample first = sample();
+    usleep(50000);
+    const Sample later = sample();
+    EXPECT_EQ(first.header.perfFreq, first.object.perfFreq);
+    EXPECT_EQ(later.header.perfTime - first.header.perfTime,
+              later.header.perfTime100nSec - first.header.perfTime100nSec);
+    EXPECT_GE(later.header.perfTime - first.header.perfTime, 500000);
+    const Counters& counters = later.processes.at(child.pid());
+    const int64_t age = later.object.perfTime - static_cast<int64_t>(counters.at(PerfTitle::elapsedTime));
+    EXPECT_GE(age, 400000);
+    EXPECT_LT(age, 600000000);
+    EXPECT_EQ(counters.at(PerfTitle::elapsedTime), first.processes.at(child.pid()).at(PerfTitle::elapsedTime));
+}
+
+TEST_F(PerformanceDataTest, ASmallBufferIsToldSoAndALargerOneGetsTheSameMoment) {
+    std::string buffer(512, '\0');
+    size_t size = buffer.size();
+    uint32_t error = NativeError::success;
+    ASSERT_FALSE(data.sample(buffer.data(), size, error));
+    EXPECT_EQ(error, NativeError::moreData);
+    const Child late({"/bin/sleep", "60"});
+    EXPECT_FALSE(sample().processes.contains(late.pid()));
+    EXPECT_TRUE(sample().processes.contains(late.pid())) << "the next sample is a new one";
+}
+
+TEST_F(PerformanceDataTest, WhatHasEndedAndKernelThreadsHaveNoInstance) {
+    Child child({"/bin/sleep", "60"});
+    const Child silent([] {
+        prctl(PR_SET_NAME, "a) S 1 (b", 0, 0, 0);
+        raise(SIGSTOP);
+        return 0;
+    });
+    ASSERT_TRUE(eventually([&] { return silent.state() == 'T'; }));
+    const Sample taken = sample();
+    EXPECT_TRUE(taken.processes.contains(child.pid()));
+    EXPECT_TRUE(taken.processes.contains(silent.pid())) << "whatever a process calls itself";
+    EXPECT_FALSE(taken.processes.contains(2)) << "the parent of kernel threads";
+    child.signal(SIGKILL);
+    child.awaitEnd();
+    EXPECT_FALSE(sample().processes.contains(child.pid())) << "a zombie";
+}
+
+TEST_F(PerformanceDataTest, FilesOfProcessesThatHaveGoneAreClosed) {
+    sample();
+    const size_t before = openDescriptors();
+    {
+        std::vector<std::unique_ptr<Child>> children;
+        for (int i = 0; i < 10; ++i)
+            children.push_back(std::make_unique<Child>(std::vector<std::string>{"/bin/sleep", "60"}));
+        sample();
+        EXPECT_GE(openDescriptors(), before + 10);
+    }
+    // Other programs of the machine come and go meanwhile, but not as many.
+    EXPECT_TRUE(eventually([&] {
+        sample();
+        return openDescriptors() < before + 10;
+    }));
+}
+
+} // namespace Velmor
