@@ -2,6 +2,8 @@
 // first look must: open a pidfd, read the executable's link, the `stat` line and the owner, close. The figures named
 // "per_process" are microseconds of processor time for each process; "resident_kib" is the program's whole memory.
 
+#include "Children.h"
+
 #include "platform/Platform.h"
 #include "process/ProcPoll.h"
 #include "programs/collectors/agent/DataDelivery.h"
@@ -14,59 +16,12 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
-#include <fstream>
-#include <signal.h>
 #include <string>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 namespace {
-
-/// Idle processes that live as long as the object.
-class IdleProcesses {
-public:
-    explicit IdleProcesses(int count) {
-        for (int i = 0; i < count; ++i) {
-            const pid_t child = fork();
-            if (child == 0) {
-                execl("/bin/sleep", "sleep", "3600", nullptr);
-                _exit(1);
-            }
-            children_.push_back(child);
-        }
-        usleep(300000); // until all have executed
-    }
-    IdleProcesses(const IdleProcesses&) = delete;
-    IdleProcesses& operator=(const IdleProcesses&) = delete;
-    ~IdleProcesses() {
-        for (const pid_t child : children_)
-            kill(child, SIGKILL);
-        for (const pid_t child : children_)
-            waitpid(child, nullptr, 0);
-    }
-
-private:
-    std::vector<pid_t> children_;
-};
-
-double processorSeconds() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
-double residentKib() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);)
-        if (line.starts_with("VmRSS:"))
-            return std::atof(line.c_str() + 6);
-    return 0;
-}
 
 size_t lookBare() {
     size_t count = 0;
@@ -124,10 +79,7 @@ BENCHMARK(pollRound)->Arg(200)->Arg(2000)->Iterations(20)->Unit(benchmark::kMill
 } // namespace
 
 int main(int count, char** values) {
-    rlimit limit{};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
+    raiseDescriptorLimit();
     benchmark::Initialize(&count, values);
     benchmark::RunSpecifiedBenchmarks();
     return 0;
