@@ -67,7 +67,7 @@ bool askStatLine(const ProcessRecord& record, uint32_t& waitStatus) {
 
 /// File-backed executable mappings, each path once, without the executable itself.
 std::vector<std::string> readMappings(uint32_t pid, const std::string& executable) {
-    std::string text;
+    static thread_local std::string text; // large; new memory at each look would cost as much as reading
     std::vector<std::string> paths;
     if (!readProcFile(procPath(pid, "maps"), text))
         return paths;
@@ -79,9 +79,10 @@ std::vector<std::string> readMappings(uint32_t pid, const std::string& executabl
         const std::string_view line = std::string_view(text).substr(begin, end - begin);
         begin = end + 1;
         const size_t rights = line.find(' ');
-        const size_t pathBegin = line.find(" /");
-        if (rights == std::string_view::npos || pathBegin == std::string_view::npos || line.size() < rights + 4 ||
-            line[rights + 3] != 'x' || line.substr(pathBegin + 1).starts_with("/memfd:"))
+        if (rights == std::string_view::npos || line.size() < rights + 4 || line[rights + 3] != 'x')
+            continue;
+        const size_t pathBegin = line.find(" /", rights);
+        if (pathBegin == std::string_view::npos || line.substr(pathBegin + 1).starts_with("/memfd:"))
             continue;
         std::string path(line.substr(pathBegin + 1));
         if (constexpr std::string_view mark = " (deleted)"; path.ends_with(mark))
