@@ -115,7 +115,8 @@ CounterLocation PerformanceSample::locate(const SampleObject& object, size_t blo
 CounterLocation PerformanceSample::find(uint32_t pid, uint32_t title) const {
     for (const SampleObject& object : objects_) {
         if (!object.hasInstances) {
-            if (const CounterLocation found = object.block ? locate(object, object.block, title) : CounterLocation{})
+            const bool hasBlock = object.block != SampleObject::outside;
+            if (const CounterLocation found = hasBlock ? locate(object, object.block, title) : CounterLocation{})
                 return found;
             continue;
         }

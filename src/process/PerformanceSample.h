@@ -17,6 +17,8 @@ struct SampleCounter {
 
 /// An object in a sample, with the counter blocks of its instances by process id.
 struct SampleObject {
+    static constexpr size_t outside = static_cast<size_t>(-1); // of the sample
+
     struct Instance {
         uint32_t pid;
         size_t block; // where its counter block stands
@@ -26,7 +28,7 @@ struct SampleObject {
     std::vector<Instance> instances;     // by process id, those of one id in the order of the sample
     bool hasInstances = false;
     bool tellsProcessIds = false;
-    size_t block = 0; // of an object without instances; 0 if it lies outside the sample
+    size_t block = outside; // of an object without instances
     int64_t perfTime = 0;
     int64_t perfFreq = 0;
 };
