@@ -37,8 +37,8 @@ public:
             const int protections[] = {PROT_READ, PROT_READ | PROT_EXEC, PROT_READ, PROT_READ | PROT_WRITE};
             auto* begin = static_cast<char*>(mmap(nullptr, fileSize, PROT_READ, MAP_PRIVATE, file, 0));
             for (size_t part = 0; part < std::size(protections); ++part)
-                mmap(begin + part * page, page, protections[part], MAP_PRIVATE | MAP_FIXED, file,
-                     static_cast<off_t>(part * page));
+                (void)mmap(begin + part * page, page, protections[part], MAP_PRIVATE | MAP_FIXED, file,
+                           static_cast<off_t>(part * page));
             close(file);
         }
     }

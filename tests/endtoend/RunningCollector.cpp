@@ -51,6 +51,7 @@ StartedProgram::StartedProgram(const std::vector<std::string>& arguments, const 
         for (const std::string& variable : environment)
             putenv(const_cast<char*>(variable.c_str()));
         std::vector<char*> words;
+        words.reserve(arguments.size() + 1);
         for (const std::string& argument : arguments)
             words.push_back(const_cast<char*>(argument.c_str()));
         words.push_back(nullptr);

@@ -14,6 +14,7 @@
 #include <optional>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -92,11 +93,15 @@ uint64_t kernelSays(uint32_t pid, const char* file, const std::string& word) {
     return 0;
 }
 
-size_t openDescriptors() {
+size_t descriptorsOf(const std::string& process) {
     size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/" + process + "/fd"))
         ++count;
     return count;
+}
+
+size_t openDescriptors() {
+    return descriptorsOf("self");
 }
 } // namespace
 
@@ -161,6 +166,8 @@ TEST_F(PerformanceDataTest, FiguresAreTheKernelsOwn) {
     EXPECT_EQ(counters.at(PerfTitle::workingSet), kib("VmRSS:"));
     EXPECT_EQ(counters.at(PerfTitle::virtualBytes), kib("VmSize:"));
     EXPECT_EQ(counters.at(PerfTitle::threadCount), 2U);
+    const uint64_t handles = counters.at(PerfTitle::handleCount);
+    EXPECT_TRUE(handles == descriptorsOf(std::to_string(child.pid())) || handles == 0) << "0 before Linux 6.2";
     const uint64_t written = kernelSays(child.pid(), "io", "wchar:");
     EXPECT_GE(written, 1234500U);
     EXPECT_EQ(counters.at(PerfTitle::ioWriteBytes), written);
@@ -223,6 +230,7 @@ TEST_F(PerformanceDataTest, FilesOfProcessesThatHaveGoneAreClosed) {
     const size_t before = openDescriptors();
     {
         std::vector<std::unique_ptr<Child>> children;
+        children.reserve(10);
         for (int i = 0; i < 10; ++i)
             children.push_back(std::make_unique<Child>(std::vector<std::string>{"/bin/sleep", "60"}));
         sample();
@@ -233,6 +241,23 @@ TEST_F(PerformanceDataTest, FilesOfProcessesThatHaveGoneAreClosed) {
         sample();
         return openDescriptors() < before + 10;
     }));
+}
+
+TEST_F(PerformanceDataTest, WithoutFurtherDescriptorsNoProcessIsMissing) {
+    const size_t all = sample().processes.size();
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit few{openDescriptors() + 6, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    const Child late({"/bin/sleep", "60"});
+    std::vector<int> taken;
+    for (int file = open("/dev/null", O_RDONLY); file >= 0; file = open("/dev/null", O_RDONLY))
+        taken.push_back(file);
+    EXPECT_TRUE(sample().processes.contains(late.pid()));
+    EXPECT_GT(sample().processes.size(), all / 2);
+    setrlimit(RLIMIT_NOFILE, &before);
+    for (const int file : taken)
+        close(file);
 }
 
 } // namespace Velmor

@@ -2,8 +2,6 @@
 
 #include "platform/Errors.h"
 
-#include <cstring>
-
 namespace Velmor {
 
 bool ScriptedPerformanceData::counterNames(uint32_t& last, std::string& text, uint32_t&) {
@@ -42,7 +40,7 @@ bool ScriptedPerformanceData::sample(char* buffer, size_t& size, uint32_t& error
     }
     if (!blocks.empty())
         blocks.pop_front();
-    std::memcpy(buffer, block.data(), block.size());
+    block.copy(buffer, block.size());
     size = block.size();
     ++samples;
     return true;

@@ -150,7 +150,7 @@ bool ProcessFigureReader::look(uint32_t pid, uint64_t inode, ProcessFigures& fig
     Files files;
     files.inode = inode;
     files.round = round_;
-    if (!open(pid, files))
+    if (!openAtAnyPrice(pid, files))
         return false;
     const bool isApplication = readFrom(files, figures);
     if (files.isKernelThread) {
@@ -163,16 +163,30 @@ bool ProcessFigureReader::look(uint32_t pid, uint64_t inode, ProcessFigures& fig
     return isApplication;
 }
 
+/// False with errno if the process has gone, or if there are no descriptors left.
 bool ProcessFigureReader::open(uint32_t pid, Files& files) const {
-    const auto openEntry = [&](const char* name) {
-        return FileDescriptor(openat(proc_.get(), entryPath(pid, name).data(), O_RDONLY | O_CLOEXEC));
+    struct Target {
+        const char* name;
+        FileDescriptor& file;
     };
-    files.stat = openEntry("stat");
-    if (!files.stat)
+    for (const auto& [name, file] :
+         {Target{"stat", files.stat}, Target{"status", files.status}, Target{"io", files.io}}) {
+        file = FileDescriptor(openat(proc_.get(), entryPath(pid, name).data(), O_RDONLY | O_CLOEXEC));
+        if (!file && errno == EMFILE)
+            return false;
+    }
+    return static_cast<bool>(files.stat);
+}
+
+/// The same, if need be with the descriptors that were kept for other processes.
+bool ProcessFigureReader::openAtAnyPrice(uint32_t pid, Files& files) {
+    if (open(pid, files))
+        return true;
+    if (errno != EMFILE || kept_ == 0)
         return false;
-    files.status = openEntry("status");
-    files.io = openEntry("io");
-    return true;
+    files_.clear();
+    kept_ = 0;
+    return open(pid, files);
 }
 
 /// False for what is no process that runs.

@@ -52,6 +52,7 @@ private:
     bool enumerate();
     bool look(uint32_t pid, uint64_t inode, ProcessFigures& figures);
     bool open(uint32_t pid, Files& files) const;
+    bool openAtAnyPrice(uint32_t pid, Files& files);
     bool readFrom(Files& files, ProcessFigures& figures);
     bool takeStat(const Files& files, ProcessFigures& figures, bool& isKernelThread);
     void takeMemory(const Files& files, ProcessFigures& figures);
