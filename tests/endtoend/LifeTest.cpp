@@ -127,6 +127,40 @@ TEST(LifeEndToEnd, CommandsAreObeyedUnderLoad) {
     EXPECT_EQ(collector.control("info").substr(0, 2), "1 ") << "nobody listens";
 }
 
+TEST(LifeEndToEnd, PrimeTimeIdValuesAndTheEventLogShowForARealProcess) {
+    RunningCollector collector(
+        "",
+        "        process-data () = \"\" { polling (Bool) = true { interval (TimeSpan) = P1S { } }\n"
+        "            log-to-file (Bool) = true { } }\n",
+        {{"include-exclude", "include project=p1\n"}, {"primetime", "*:*:*:*:* exclude\n"}});
+    EXPECT_EQ(collector.stop(), 0); // what it is to find has to be there before it looks
+    const std::filesystem::path values = collector.directory() / "Log/temp";
+    std::filesystem::create_directories(values);
+    const std::string user = collector.user();
+    std::ofstream(values / ("user_id-" + user + ".idval")) << "left by a test\nid=u7\n";
+    StartedProgram process({ownShell(collector, "valued"), "-c", "sleep 3"});
+    const std::string own = user + "-" + std::to_string(process.pid()) + "-valued.idval";
+    std::ofstream(values / ("project_id-" + own)) << "\nproject=p1\n";
+    StartedProgram other({ownShell(collector, "plain"), "-c", "sleep 3"});
+    ASSERT_TRUE(collector.start());
+    EXPECT_EQ(process.reap() + other.reap(), 0);
+    for (const StartedProgram* gone : {&process, &other})
+        ASSERT_TRUE(collector.awaitLog("Logged end event for process " + std::to_string(gone->pid())));
+    EXPECT_EQ(collector.stop(), 0);
+    const std::vector<std::string> lines = collector.lines("ProcessLog");
+    ASSERT_EQ(lines.size(), 2U) << "the rule knows the project of one process only";
+    EXPECT_NE(lines[0].find(":0:non-prime:0:"), std::string::npos);
+    EXPECT_TRUE(lines[0].ends_with("\\" + user + "|user id=u7|project id=p1:0:0")) << lines[0];
+    std::string diary;
+    for (const auto& entry : std::filesystem::directory_iterator(collector.directory().path()))
+        if (entry.path().extension() == ".eventlog")
+            diary += readFile(entry.path().string());
+    EXPECT_NE(diary.find("|" + std::to_string(process.pid()) + "|" + (collector.directory() / "valued") + "|valued|" +
+                         user + "|user id=u7|project id=p1|end\n"),
+              std::string::npos)
+        << diary;
+}
+
 TEST(LifeEndToEnd, AStartThatFailsSaysWhyInOneLine) {
     RunningCollector collector("", polling(1), {everything});
     const auto failure = [&](const std::string& environment, const std::string& arguments) {

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <pwd.h>
 #include <sstream>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -102,7 +103,8 @@ RunningCollector::RunningCollector(const std::string& settings, const std::strin
                                    const std::vector<File>& files)
     : manager_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     const std::string& home = directory_.path();
-    directory_.write("resources.toml", "ConfigurationDir = \"" + home + "\"\nStartupLogDir = \"" + home + "\"\n");
+    directory_.write("resources.toml", "ConfigurationDir = \"" + home + "\"\nInstallDir = \"" + home +
+                                           "\"\nStartupLogDir = \"" + home + "\"\n");
     for (const File& file : files)
         directory_.write(file.name, file.text);
     writeConfiguration(settings, logging);
@@ -130,6 +132,11 @@ std::vector<std::string> RunningCollector::environment() const {
     const std::string& home = directory_.path();
     return {"VELMOR_RESOURCES=" + home + "resources.toml", "VELMOR_STATE_DIR=" + home + "state",
             "VELMOR_RUNTIME_DIR=" + home + "run", "NOTIFY_SOCKET=" + home + "notify"};
+}
+
+std::string RunningCollector::user() {
+    const passwd* entry = getpwuid(geteuid());
+    return entry ? entry->pw_name : std::to_string(geteuid());
 }
 
 bool RunningCollector::start() {

@@ -53,6 +53,8 @@ public:
     /// The next word that it tells the service manager, in half a minute; empty without one.
     std::string nextState();
     StartedProgram& program() { return *program_; }
+    /// The name of the user that runs it.
+    static std::string user();
     const TempDirectory& directory() const { return directory_; }
     /// What its programs need of their environment.
     std::vector<std::string> environment() const;
