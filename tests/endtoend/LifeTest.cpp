@@ -2,6 +2,8 @@
 
 #include "RunningCollector.h"
 
+#include "shared/library/common/TextUtils.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -155,8 +157,8 @@ TEST(LifeEndToEnd, PrimeTimeIdValuesAndTheEventLogShowForARealProcess) {
     for (const auto& entry : std::filesystem::directory_iterator(collector.directory().path()))
         if (entry.path().extension() == ".eventlog")
             diary += readFile(entry.path().string());
-    EXPECT_NE(diary.find("|" + std::to_string(process.pid()) + "|" + (collector.directory() / "valued") + "|valued|" +
-                         user + "|user id=u7|project id=p1|end\n"),
+    EXPECT_NE(diary.find("|" + std::to_string(process.pid()) + "|" + toLowerCopy(collector.directory() / "valued") +
+                         "|valued|" + user + "|user id=u7|project id=p1|end\n"),
               std::string::npos)
         << diary;
 }
