@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -102,6 +103,12 @@ size_t descriptorsOf(const std::string& process) {
 
 size_t openDescriptors() {
     return descriptorsOf("self");
+}
+int highestDescriptor() {
+    int highest = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        highest = std::max(highest, std::stoi(entry.path().filename().string()));
+    return highest;
 }
 } // namespace
 
@@ -247,9 +254,11 @@ TEST_F(PerformanceDataTest, WithoutFurtherDescriptorsNoProcessIsMissing) {
     const size_t all = sample().processes.size();
     rlimit before{};
     getrlimit(RLIMIT_NOFILE, &before);
-    const rlimit few{openDescriptors() + 6, before.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &few);
     const Child late({"/bin/sleep", "60"});
+    const int next = fcntl(STDIN_FILENO, F_DUPFD, highestDescriptor());
+    const rlimit few{static_cast<rlim_t>(next), before.rlim_max};
+    close(next);
+    setrlimit(RLIMIT_NOFILE, &few);
     std::vector<int> taken;
     for (int file = open("/dev/null", O_RDONLY); file >= 0; file = open("/dev/null", O_RDONLY))
         taken.push_back(file);
