@@ -1,0 +1,141 @@
+// The collector's own keys: what they default to, what they turn on, and what keeps it from starting.
+
+#include "collector/CollectorFixture.h"
+
+#include <cstdlib>
+
+namespace Velmor {
+
+namespace {
+class ConfigurationTest : public ::testing::Test {
+protected:
+    ConfigurationTest() {
+        setenv("VELMOR_RUNTIME_DIR", directory.path().c_str(), 1);
+        os.registry.set("ConfigurationDir", directory.path());
+        os.registry.set("InstallDir", directory.path());
+        os.registry.set("StartupLogDir", directory.path());
+        os.registry.setNumber("StartupDebugLevel", 0);
+    }
+    ~ConfigurationTest() override {
+        forget();
+        unsetenv("VELMOR_RUNTIME_DIR");
+    }
+
+    /// Configures a collector with these entries below "runtally"; false if it can't start.
+    bool configure(const std::string& entries) {
+        directory.write("runtally.conf", "Velmor () = \"\" { directories () = \"\" { temp (DirName) = \"" +
+                                             directory.path() + "\" { } } }\nruntally () = \"\" { " + entries + " }\n");
+        forget();
+        programState().quitFlag = 0;
+        Runtally collector("dummy");
+        const bool configured = collector.configure();
+        dataFiles.clear();
+        for (const auto& [key, entry] : logFileRegistry())
+            dataFiles += key + std::to_string(entry.interval.getSeconds()) + (entry.forcedOnly ? "! " : " ");
+        return configured;
+    }
+
+    /// What an earlier configuration has left: an absent key leaves a boolean as it stands.
+    static void forget() {
+        settings().pollingOn = settings().eventLogOn = settings().moduleLogging = false;
+        settings().performanceMonitoring = false;
+        settings().eventsActive = 0;
+        settings().eventLogDays = 0;
+        settings().pollInterval = settings().modulePollInterval = TimeSpan();
+        settings().moduleFilterFile.clear();
+        settings().countersFile.clear();
+    }
+
+    static RuntallySettings& settings() { return runtallyState().settings; }
+
+    ScriptedPlatform os;
+    TempDirectory directory;
+    std::string dataFiles; // with their intervals; "!" for those that take part in forced deliveries only
+};
+} // namespace
+
+TEST_F(ConfigurationTest, WithoutKeysNothingIsFollowedAndNothingIsWanted) {
+    EXPECT_TRUE(configure(""));
+    EXPECT_TRUE(programState().dataDirectory.ends_with("\\Log\\temp\\Runtally\\"));
+    EXPECT_TRUE(std::filesystem::is_directory(directory / "Log/temp/Runtally"));
+    EXPECT_EQ(programState().defaultInterval.getSeconds(), 43200);
+    EXPECT_EQ(dataFiles, "process0 ");
+    EXPECT_FALSE(settings().pollingOn || settings().moduleLogging || settings().performanceMonitoring);
+    EXPECT_FALSE(runtallyState().includeExclude.isIncluded(RuleFacts(RuleKey::datatype, "runtally")));
+}
+
+TEST_F(ConfigurationTest, KeysTakeEffectAndBadOnesLeaveTheDefault) {
+    struct Case {
+        const char* entries;
+        int32_t delivery;
+        int32_t poll;
+        int32_t modulePoll;
+        int32_t eventLogDays;
+        const char* files;
+    };
+    for (const auto& [entries, delivery, poll, modulePoll, days, files] : {
+             Case{"interval (TimeSpan) = P1H { }", 3600, 0, 0, 0, "process0 "},
+             Case{"interval (String) = P1H { }", 43200, 0, 0, 0, "process0 "},
+             Case{"interval (TimeSpan) = 1H { }", 43200, 0, 0, 0, "process0 "},
+             Case{"logging () = \"\" { process-data () = \"\" { polling (Bool) = true { } } }", 43200, 300, 0, 0,
+                  "process0 "},
+             Case{"logging () = \"\" { process-data () = \"\" { polling (Bool) = true { interval (TimeSpan) = P0 { } } "
+                  "} }",
+                  43200, 300, 0, 0, "process0 "},
+             Case{"logging () = \"\" { process-data () = \"\" { polling (Bool) = true { interval (TimeSpan) = P7S { } "
+                  "} } }",
+                  43200, 7, 0, 0, "process0 "},
+             Case{"logging () = \"\" { process-data () = \"\" { polling (Bool) = True { interval (TimeSpan) = P7S { } "
+                  "} } }",
+                  43200, 0, 0, 0, "process0 "},
+             Case{"logging () = \"\" { process-data () = \"\" { log-to-file (Bool) = true { } } }", 43200, 0, 0, 7,
+                  "process0 "},
+             Case{"logging () = \"\" { process-data () = \"\" { log-to-file (Bool) = true "
+                  "{ delete-after-days (Integer) = 3 { } } } }",
+                  43200, 0, 0, 3, "process0 "},
+             Case{"logging () = \"\" { module-data (Bool) = true { } }", 43200, 0, 0, 0, "module0 process0 "},
+             Case{"logging () = \"\" { module-data (Bool) = true { interval (TimeSpan) = P30S { } } }", 43200, 0, 30, 0,
+                  "module0 process0 "},
+         }) {
+        EXPECT_TRUE(configure(entries)) << entries;
+        EXPECT_EQ(programState().defaultInterval.getSeconds(), delivery) << entries;
+        EXPECT_EQ(settings().pollInterval.getSeconds(), poll) << entries;
+        EXPECT_EQ(settings().modulePollInterval.getSeconds(), modulePoll) << entries;
+        EXPECT_EQ(settings().eventLogDays, days) << entries;
+        EXPECT_EQ(dataFiles, files) << entries;
+    }
+}
+
+TEST_F(ConfigurationTest, ASystemWithoutEventsIsPolledInTheirPlace) {
+    constexpr const char* events = "logging () = \"\" { process-data () = \"\" { events (Bool) = true { } "
+                                   "polling (Bool) = false { interval (TimeSpan) = P1M { } } } }";
+    EXPECT_TRUE(configure(events));
+    EXPECT_FALSE(settings().pollingOn);
+    os.machine.version.major = 4;
+    EXPECT_TRUE(configure(events));
+    EXPECT_TRUE(settings().pollingOn);
+}
+
+TEST_F(ConfigurationTest, WhatCantBeReadOrMadeKeepsItFromStarting) {
+    struct Case {
+        const char* entries;
+        const char* cause;
+    };
+    directory.write("file", "x");
+    directory.write("rules", "include\n{\nuser=a\n");
+    directory.write("filter", "");
+    for (const auto& [entries, cause] : {
+             Case{"working-dir (DirName) = \"${Velmor.directories.temp}file/data\" { }", "working directory"},
+             Case{"include-exclude (FileName) = \"${Velmor.directories.temp}none\" { }", "File not accessible"},
+             Case{"include-exclude (FileName) = \"${Velmor.directories.temp}rules\" { }", "after line 3"},
+             Case{"logging () = \"\" { module-data (Bool) = true { interval (TimeSpan) = P1S { "
+                  "filter (FileName) = \"${Velmor.directories.temp}filter\" { } } } }",
+                  "module filter"},
+             Case{"logging () = \"\" { performance-monitor (Bool) = true { } }", "Runtally_Counters.conf"},
+         }) {
+        EXPECT_FALSE(configure(entries)) << entries;
+        EXPECT_NE(programState().startupFailure.find(cause), std::string::npos) << programState().startupFailure;
+    }
+}
+
+} // namespace Velmor
