@@ -18,7 +18,7 @@ namespace Velmor {
 namespace {
 constexpr uint32_t sizeStep = 2048;
 constexpr uint32_t mostBytes = 1U << 30U; // a system that asks for more than this has lost count
-constexpr uint32_t firstDifference = 50; // milliseconds between the first two samples
+constexpr uint32_t firstDifference = 50;  // milliseconds between the first two samples
 constexpr int32_t noQuery = -1;
 constexpr int32_t noSample = -1;
 constexpr int32_t failedUpdate = -2;
