@@ -5,7 +5,9 @@ namespace Velmor {
 class Accounts;
 class Clock;
 class CriticalSections;
+class EventSchema;
 class FileSystem;
+class KernelTrace;
 class Machine;
 class Mailslots;
 class MessageQueues;
@@ -33,6 +35,8 @@ struct Platform {
     VersionResources* versionResources;
     ServiceManager* serviceManager;
     PerformanceData* performanceData;
+    KernelTrace* kernelTrace;
+    EventSchema* eventSchema;
 };
 
 /// The platform in force: the native one, unless a test has put another in its place.

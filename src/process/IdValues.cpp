@@ -21,6 +21,7 @@ struct IdValueState {
     Monopoly monopoly; // guards the rest
     std::string directory;
     int32_t lastCleaning = 0; // seconds since 1970
+    int32_t emptySince = 0;   // when the directory was last changed, if it then held no files; else 0
 };
 
 IdValueState& state() {
@@ -47,6 +48,26 @@ bool isCleaningDue() {
         return false;
     shared.lastCleaning = now;
     return true;
+}
+
+/// Whether there are no files at all, going by the time of the directory's last change: it spares four looks at each
+/// start of a process.
+bool hasNoFiles() {
+    constexpr int32_t settlingTime = 2; // seconds; a change within the clock's grain of the one that was seen hides
+    const std::string directory = findDirectory();
+    FileInfo info;
+    FileOps::getInfo(directory, info);
+    if (!info.exists)
+        return true;
+    const int32_t changed = DateTime(info.modified).getSeconds();
+    IdValueState& shared = state();
+    const MonopolyHold hold(shared.monopoly);
+    if (shared.emptySince == changed)
+        return true;
+    const bool isEmpty = FileOps::scanDirectory(directory, "*.idval").empty();
+    const bool isSettled = DateTime().getSeconds() - changed >= settlingTime;
+    shared.emptySince = isEmpty && isSettled ? changed : 0;
+    return isEmpty;
 }
 
 std::string fileKey(std::string_view key) {
@@ -83,6 +104,9 @@ Monopoly& idValuesLock() {
 
 bool getIdValues(const std::string& user, std::string& text, std::string_view firstKey, std::string_view secondKey,
                  uint32_t pid, const std::string& executable) {
+    cleanIdValues();
+    if (hasNoFiles())
+        return true;
     getIdValue(user, text, firstKey, pid, executable);
     getIdValue(user, text, secondKey, pid, executable);
     return true;

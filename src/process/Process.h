@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/EventSchema.h"
+#include "platform/KernelTrace.h"
 #include "platform/Processes.h"
 #include "process/ModuleRecord.h"
 #include "process/OscCounter.h"
@@ -9,6 +11,7 @@
 
 #include <cstdint>
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -46,6 +49,9 @@ public:
     /// `startSeconds` 0 means that it started now. With `useImageName` a process whose modules can't be read is named
     /// from its image.
     Process(uint32_t pid, int32_t startSeconds, Mode mode, bool useImageName);
+    /// From the event of a start or an end: ids, names, account and the time. An event of another type gives an object
+    /// that is unresolved; what the payload doesn't tell stays as it is at the beginning.
+    explicit Process(const TraceEvent& event);
     Process(const Process&) = delete;
     Process& operator=(const Process&) = delete;
     virtual ~Process() { invalidate(); }
@@ -121,6 +127,11 @@ private:
     void readAccount();
     void becomeSystem();
     void setAccount(std::string_view user, std::string_view domain);
+    bool readBySchema(const TraceEvent& event);
+    void walkProperties(std::span<const uint8_t> payload, const std::vector<const SchemaProperty*>& list,
+                        const std::vector<uint32_t>& order);
+    void readFixedLayout(std::span<const uint8_t> payload);
+    void lookNamesUp();
 
     ProcessHandle handle_;
     uint32_t pid_;

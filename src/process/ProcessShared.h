@@ -12,7 +12,8 @@ namespace Velmor {
 struct ProcessShared {
     Logger logger;
     std::string localComputerName;
-    std::atomic<int32_t> systemNumber{0}; // major version times ten plus minor; 0 until it is asked for
+    std::atomic<bool> hasEventSchema{false}; // the definitions of events have been reached
+    std::atomic<int32_t> systemNumber{0};    // major version times ten plus minor; 0 until it is asked for
 };
 
 ProcessShared& processShared();

@@ -274,6 +274,8 @@ ScriptedPlatform::ScriptedPlatform() : ports_(nativePlatform()) {
     ports_.fileSystem = &fileSystem;
     ports_.versionResources = &versionResources;
     ports_.performanceData = &performanceData;
+    ports_.kernelTrace = &kernelTrace;
+    ports_.eventSchema = &eventSchema;
     usePlatform(&ports_);
 }
 

@@ -10,6 +10,7 @@
 #include "platform/VersionResources.h"
 #include "platform/linux/LinuxFileSystem.h"
 #include "support/ScriptedPerformanceData.h"
+#include "support/ScriptedTrace.h"
 
 #include <atomic>
 #include <map>
@@ -178,6 +179,8 @@ public:
     ScriptedFileSystem fileSystem;
     ScriptedVersionResources versionResources;
     ScriptedPerformanceData performanceData{clock};
+    ScriptedTrace kernelTrace;
+    ScriptedSchema eventSchema;
 
 private:
     Platform ports_;

@@ -17,6 +17,7 @@
 #include <string>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/sysmacros.h>
 
 namespace Velmor {
 
@@ -103,7 +104,7 @@ std::string possibleProcessors() {
 }
 } // namespace
 
-std::unique_ptr<ExitRecords> ExitRecords::start(Receiver receiver) {
+std::unique_ptr<ExitRecords> ExitRecords::start(Receiver receiver, Reading reading) {
     FileDescriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_GENERIC));
     if (!socket)
         return nullptr;
@@ -115,18 +116,21 @@ std::unique_ptr<ExitRecords> ExitRecords::start(Receiver receiver) {
         !ask(socket, makeRequest(family, TASKSTATS_CMD_GET, TASKSTATS_CMD_ATTR_REGISTER_CPUMASK, possibleProcessors()),
              answer))
         return nullptr;
-    return std::make_unique<ExitRecords>(std::move(socket), family, std::move(receiver));
+    return std::make_unique<ExitRecords>(std::move(socket), family, std::move(receiver), reading);
 }
 
-ExitRecords::ExitRecords(FileDescriptor socket, uint16_t family, Receiver receiver)
-    : socket_(std::move(socket)), stop_(eventfd(0, EFD_CLOEXEC)), family_(family), receiver_(std::move(receiver)),
-      reader_([this] { run(); }) {}
+ExitRecords::ExitRecords(FileDescriptor socket, uint16_t family, Receiver receiver, Reading reading)
+    : socket_(std::move(socket)), stop_(eventfd(0, EFD_CLOEXEC)), family_(family), receiver_(std::move(receiver)) {
+    if (reading == Reading::asTheyCome)
+        reader_ = std::thread([this] { run(); });
+}
 
 ExitRecords::~ExitRecords() {
     const uint64_t one = 1;
     const ssize_t written = write(stop_.get(), &one, sizeof(one));
     (void)written; // a fresh counter takes it
-    reader_.join();
+    if (reader_.joinable())
+        reader_.join();
 }
 
 void ExitRecords::run() {
@@ -170,6 +174,15 @@ void ExitRecords::take(std::string_view message) {
         !readNumber(stats, offsetof(taskstats, ac_btime), begin))
         return;
     exit.startTime = begin;
+    readNumber(stats, offsetof(taskstats, ac_uid), exit.owner);
+    if (stats.size() >= offsetof(taskstats, ac_comm) + TS_COMM_LEN) {
+        const std::string_view name = stats.substr(offsetof(taskstats, ac_comm), TS_COMM_LEN);
+        exit.commandName = name.substr(0, name.find('\0'));
+    }
+    uint64_t device = 0; // in the kernel's own packing
+    if (readNumber(stats, offsetof(taskstats, ac_exe_dev), device) &&
+        readNumber(stats, offsetof(taskstats, ac_exe_inode), exit.inode))
+        exit.device = makedev(static_cast<unsigned>(device >> 20U), static_cast<unsigned>(device & 0xfffffU));
     // The last thread of several brings the group's number along, and its own code is the group's.
     if (const auto ofGroup = findAttribute(row, TASKSTATS_TYPE_AGGR_TGID); !ofGroup.empty())
         exit.isLastOfMany = readNumber(findAttribute(ofGroup, TASKSTATS_TYPE_TGID), 0, pid);

@@ -3,7 +3,9 @@
 #include "platform/linux/LinuxAccounts.h"
 #include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxCriticalSections.h"
+#include "platform/linux/LinuxEventSchema.h"
 #include "platform/linux/LinuxFileSystem.h"
+#include "platform/linux/LinuxKernelTrace.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/LinuxMailslots.h"
 #include "platform/linux/LinuxMessageQueues.h"
@@ -33,6 +35,8 @@ struct Services {
     LinuxVersionResources versionResources;
     LinuxServiceManager serviceManager;
     LinuxPerformanceData performanceData;
+    LinuxKernelTrace kernelTrace{processes};
+    LinuxEventSchema eventSchema;
 };
 } // namespace
 
@@ -43,7 +47,7 @@ const Platform& nativePlatform() {
         &services->clock,          &services->threads,         &services->messageQueues, &services->criticalSections,
         &services->namedLocks,     &services->mailslots,       &services->registry,      &services->machine,
         &services->fileSystem,     &services->processes,       &services->accounts,      &services->versionResources,
-        &services->serviceManager, &services->performanceData,
+        &services->serviceManager, &services->performanceData, &services->kernelTrace,   &services->eventSchema,
     };
     return *native;
 }

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <dirent.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -18,7 +19,18 @@ namespace Velmor {
 
 namespace {
 struct LinuxProcess : NativeProcess {
-    std::shared_ptr<ProcessRecord> record;
+    uint32_t pid() const { return traced ? traced->pid : record->pid; }
+    bool isAlive() const { return traced ? traced->state < 0 && runs(*traced) : record->isAlive(); }
+
+    static bool runs(const TracedProcess& process) {
+        const int64_t state = process.state;
+        pollfd wanted{process.descriptor.get(), POLLIN, 0};
+        return state == TracedProcess::runs ||
+               (state == TracedProcess::unwatched && process.descriptor && poll(&wanted, 1, 0) == 0);
+    }
+
+    std::shared_ptr<ProcessRecord> record; // or
+    TracedPointer traced;
     std::string executable;           // when it was opened
     std::vector<std::string> modules; // behind the executable, as `modules` read them last
 };
@@ -63,6 +75,21 @@ bool askStatLine(const ProcessRecord& record, uint32_t& waitStatus) {
         return false;
     waitStatus = line.waitStatus;
     return true;
+}
+
+bool tracedExitCode(const TracedProcess& process, uint32_t& code, uint32_t& error) {
+    const int64_t state = process.state;
+    if (state >= 0 || LinuxProcess::runs(process)) {
+        code = state >= 0 ? static_cast<uint32_t>(state) : stillActive;
+        return true;
+    }
+    uint32_t waitStatus = 0;
+    if (state == TracedProcess::unwatched && askDescriptor(process.descriptor.get(), waitStatus)) {
+        code = exitCodeOf(waitStatus);
+        return true;
+    }
+    error = NativeError::invalidParameter;
+    return false;
 }
 
 /// File-backed executable mappings, each path once, without the executable itself.
@@ -169,6 +196,12 @@ ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
         std::call_once(exitRecordsStarted_, [this] { startExitRecords(); });
     }
     auto process = std::make_unique<LinuxProcess>();
+    process->traced = traced_.find(pid);
+    if (process->traced) {
+        process->executable = process->traced->executable;
+        error = NativeError::success;
+        return process;
+    }
     process->record = table_->findAlive(pid);
     if (process->record) {
         // The kernel forgets the link when the main thread has ended; then what was read before still holds.
@@ -199,9 +232,18 @@ ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
     return process;
 }
 
+std::vector<std::pair<uint32_t, std::string>> LinuxProcesses::endedHeld() {
+    std::vector<std::pair<uint32_t, std::string>> list;
+    for (const auto& record : table_->ended())
+        list.emplace_back(record->pid, record->lastExecutable());
+    return list;
+}
+
 bool LinuxProcesses::exitCode(const ProcessHandle& process, uint32_t& code, uint32_t& error) {
     checkpoint();
     error = NativeError::success;
+    if (const TracedPointer& traced = opened(process).traced)
+        return tracedExitCode(*traced, code, error);
     const ProcessRecord& record = *opened(process).record;
     if (record.isAlive()) {
         code = stillActive;
@@ -231,8 +273,8 @@ bool LinuxProcesses::modules(const ProcessHandle& process, std::vector<ModuleId>
     error = NativeError::success;
     looked.modules.clear();
     if (modules.size() > 1)
-        looked.modules = readMappings(looked.record->pid, looked.executable);
-    if (!looked.modules.empty() && !looked.record->isAlive()) {
+        looked.modules = readMappings(looked.pid(), looked.executable);
+    if (!looked.modules.empty() && !looked.isAlive()) {
         error = NativeError::invalidParameter;
         return false;
     }
@@ -266,7 +308,8 @@ bool LinuxProcesses::imageName(const ProcessHandle& process, std::string& path, 
 
 TokenHandle LinuxProcesses::openToken(const ProcessHandle& process, uint32_t& error) {
     auto token = std::make_unique<LinuxToken>();
-    token->owner = opened(process).record->owner;
+    const LinuxProcess& looked = opened(process);
+    token->owner = looked.traced ? looked.traced->owner : looked.record->owner;
     error = NativeError::success;
     return token;
 }
@@ -278,8 +321,10 @@ bool LinuxProcesses::tokenUser(const TokenHandle& token, std::string& sid, uint3
 }
 
 bool LinuxProcesses::startTime(const ProcessHandle& process, uint64_t& time) {
-    const ProcessRecord& record = *opened(process).record;
-    time = (record.startTime << generationBits) + record.generation;
+    const LinuxProcess& looked = opened(process);
+    if (!looked.record) // the events' clock doesn't tell the tick
+        return false;
+    time = (looked.record->startTime << generationBits) + looked.record->generation;
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include "platform/Processes.h"
 #include "platform/linux/ExitRecords.h"
 #include "platform/linux/ProcessTable.h"
+#include "platform/linux/TracedProcess.h"
 
 #include <memory>
 #include <mutex>
@@ -36,6 +37,14 @@ public:
     bool tokenUser(const TokenHandle& token, std::string& sid, uint32_t& error) override;
     bool startTime(const ProcessHandle& process, uint64_t& time) override;
 
+    /// What the reader of process events has noted. A process in it is opened by its note, also when it has ended.
+    TracedProcesses& traced() { return traced_; }
+
+    /// Whether somebody holds a process that lives.
+    bool holds(uint32_t pid) { return table_->findAlive(pid) != nullptr; }
+    /// Ids and executables of processes that somebody holds although they have ended.
+    std::vector<std::pair<uint32_t, std::string>> endedHeld();
+
     /// Whether this kernel tells the exit code of an ended process through its descriptor.
     static bool descriptorsTellExitCodes();
 
@@ -46,6 +55,7 @@ private:
 
     Sources sources_;
     std::shared_ptr<ProcessTable> table_; // outlived by no record
+    TracedProcesses traced_;
     std::once_flag exitRecordsStarted_;
     std::unique_ptr<ExitRecords> exitRecords_;             // null if nothing needs or nobody may have them
     std::mutex mutex_;                                     // guards the next

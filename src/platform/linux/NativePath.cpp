@@ -3,6 +3,7 @@
 #include "platform/linux/Checkpoint.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <ctime>
 #include <dirent.h>
@@ -24,7 +25,7 @@ bool exists(const std::string& path) {
     return stat(path.c_str(), &state) == 0;
 }
 
-/// The names of the directory that was read last, by their lower-case form. Look-ups of names that aren't there come in
+/// The names of a directory that was read last, by their lower-case form. Look-ups of names that aren't there come in
 /// rows, and a directory may be large.
 class LastDirectory {
 public:
@@ -84,8 +85,10 @@ private:
 };
 
 std::string onlyMatch(const std::string& directory, const std::string& name) {
-    static LastDirectory last;
-    return last.onlyMatch(directory.empty() ? "." : directory, name);
+    // A path that isn't there asks for the same few directories in turn.
+    static std::array<LastDirectory, 8> last;
+    const std::string place = directory.empty() ? "." : directory;
+    return last[std::hash<std::string>()(place) % last.size()].onlyMatch(place, name);
 }
 } // namespace
 
@@ -100,24 +103,27 @@ std::string toNativePath(std::string_view path) {
     return native;
 }
 
+/// The directory is mostly there as it is written, so the walk goes up from the end.
 std::string findIgnoringCase(const std::string& path) {
-    std::string found;
-    for (size_t begin = 0; begin < path.size();) {
-        const size_t end = std::min(path.find('/', begin), path.size());
-        const std::string name = path.substr(begin, end - begin);
-        if (!name.empty() && !exists(found + name)) {
-            const std::string match = onlyMatch(found, name);
-            if (match.empty())
-                return {};
-            found += match;
-        } else {
-            found += name;
-        }
-        if (end < path.size())
-            found += '/';
-        begin = end + 1;
+    const size_t last = path.find_last_not_of('/');
+    if (last == std::string::npos)
+        return path;
+    const size_t separator = path.rfind('/', last);
+    std::string directory = separator == std::string::npos ? std::string() : path.substr(0, separator + 1);
+    const std::string name = path.substr(directory.size(), last + 1 - directory.size());
+    if (!directory.empty() && !exists(directory)) {
+        directory = findIgnoringCase(directory);
+        if (directory.empty())
+            return {};
     }
-    return found;
+    std::string found = directory + name;
+    if (!exists(found)) {
+        const std::string match = onlyMatch(directory, name);
+        if (match.empty())
+            return {};
+        found = directory + match;
+    }
+    return found + path.substr(last + 1);
 }
 
 } // namespace Velmor

@@ -22,7 +22,7 @@ constexpr std::string_view deletedMark = " (deleted)";
 constexpr size_t startBlock = 4096;
 
 // Places of the fields behind the command name, counted from 0.
-enum class Field : size_t { state = 0, flags = 6, threads = 17, startTime = 19, waitStatus = 49 };
+enum class Field : size_t { state = 0, parent = 1, flags = 6, threads = 17, startTime = 19, waitStatus = 49 };
 
 bool sameFile(const std::string& path, const std::string& link) {
     struct stat byPath {};
@@ -119,7 +119,9 @@ bool readStatLine(const std::string& path, ProcStat& stat) {
             const unsigned long long number = std::strtoull(position, &end, 10);
             if (end == position)
                 break;
-            if (field == static_cast<size_t>(Field::flags))
+            if (field == static_cast<size_t>(Field::parent))
+                stat.parentPid = static_cast<uint32_t>(number);
+            else if (field == static_cast<size_t>(Field::flags))
                 stat.flags = static_cast<uint32_t>(number);
             else if (field == static_cast<size_t>(Field::threads))
                 stat.threads = static_cast<uint32_t>(number);

@@ -8,6 +8,7 @@ namespace Velmor {
 /// What a process's `stat` line tells.
 struct ProcStat {
     char state = 0;
+    uint32_t parentPid = 0;
     uint32_t flags = 0;
     uint32_t threads = 0;
     uint64_t startTime = 0;  // clock ticks since the system's start

@@ -130,6 +130,18 @@ std::shared_ptr<ProcessRecord> ProcessTable::open(uint32_t pid, std::string& exe
     return record;
 }
 
+std::vector<std::shared_ptr<ProcessRecord>> ProcessTable::ended() {
+    std::vector<std::shared_ptr<ProcessRecord>> held;
+    {
+        const ServiceLock lock(mutex_);
+        for (const auto& [pid, record] : records_)
+            if (auto shared = record.lock())
+                held.push_back(std::move(shared));
+    }
+    std::erase_if(held, [](const auto& record) { return record->isAlive(); });
+    return held;
+}
+
 void ProcessTable::forget(uint32_t pid) {
     const ServiceLock lock(mutex_);
     if (const auto found = records_.find(pid); found != records_.end() && found->second.expired())

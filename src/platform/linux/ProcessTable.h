@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include <sys/types.h>
 
@@ -61,6 +62,9 @@ public:
 
     /// Opens the process and reads what doesn't change of it. Null with errno: EACCES or ESRCH.
     std::shared_ptr<ProcessRecord> open(uint32_t pid, std::string& executable);
+
+    /// Those that somebody holds although they have ended.
+    std::vector<std::shared_ptr<ProcessRecord>> ended();
 
     /// Takes the place of a record that is gone out of the table.
     void forget(uint32_t pid);

@@ -1,5 +1,6 @@
 // What a process leaves at its end and at each slice.
 
+#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/ModulePoller.h"
 #include "programs/collectors/agent/Win32/Runtally/PerformanceRecord.h"
 #include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
@@ -126,6 +127,8 @@ void Runtally::logEndProcess(const ProcessPointer& report) {
     }
     if (entry.isNull()) {
         reportNotFound("logEndProcess", *report);
+        if (takeIgnoredStart(pid))
+            return; // nobody waits for this end
         const MonopolyHold hold(registry().endedMapMonopoly);
         addProcessToEndedProcessMap(report);
         return;

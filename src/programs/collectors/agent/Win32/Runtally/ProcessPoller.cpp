@@ -1,6 +1,7 @@
 // The thread that watches the process table.
 
 #include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "shared/library/common/Timer.h"
@@ -126,6 +127,7 @@ void Runtally::procPoll() {
         completingRound();
     else
         fullRound();
+    tracerState().tableReported = true;
 }
 
 uint32_t processPoller(void* argument) {

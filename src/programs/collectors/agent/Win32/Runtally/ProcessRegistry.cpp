@@ -5,6 +5,7 @@
 #include "process/IdValues.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/PerformanceMonitor.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
@@ -185,6 +186,7 @@ void Runtally::checkInAll() {
 
 bool Runtally::addProcess(const ProcessPointer& process) {
     const uint32_t pid = process->pid();
+    takeIgnoredStart(pid); // of whoever had the id before
     if (const ProcessPointer stopEvent = findStopEvent(pid)) {
         consumeStopEvent(process, stopEvent);
         const MonopolyHold hold(registry().endedMapMonopoly);

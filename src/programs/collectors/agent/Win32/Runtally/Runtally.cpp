@@ -10,6 +10,7 @@
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/IpcCommands.h"
+#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "shared/library/common/SystemInfo.h"
 #include "shared/library/common/Timer.h"
@@ -20,6 +21,8 @@ namespace {
 constexpr uint32_t stopTime = 1000; // milliseconds that workers have to end
 constexpr uint32_t stopStep = 100;
 constexpr uint32_t monitorLimit = 3000; // milliseconds that the supervisor has to end
+constexpr uint32_t tracerLimit = 30000; // milliseconds that the event tracer has to come up
+constexpr uint32_t tracerStep = 100;
 constexpr int32_t startedNotice = 8;
 constexpr int32_t missingRightsNotice = 40;
 
@@ -50,6 +53,10 @@ Runtally::~Runtally() {
     logger().debug(1, "   Cleared process data.");
     state.exeFinder.reset();
     logger().debug(1, "Destroyed ExeFinder.");
+    if (tracerState().tracer) {
+        tracerState().tracer.reset();
+        logger().debug(1, "Destroyed kernel tracer object.");
+    }
     logger().debug(1, "Runtally ended.");
     state.logger.release();
 }
@@ -121,6 +128,17 @@ void Runtally::runMessageLoop() {
         if (programState().quitFlag)
             return;
     }
+}
+
+/// With events the workers are up when the tracer reads them.
+void Runtally::awaitWorkers() {
+    if (runtallyState().settings.eventsActive != 1) {
+        Agent::awaitWorkers();
+        return;
+    }
+    for (uint32_t waited = 0; waited < tracerLimit && !tracerState().running && !programState().quitFlag;
+         waited += tracerStep)
+        Timer::sleep(tracerStep);
 }
 
 /// The supervisor works on this object: it must have ended before the object goes.

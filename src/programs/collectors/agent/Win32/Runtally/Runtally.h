@@ -19,6 +19,7 @@ public:
 
     void run() override;
     bool configureCollector() override;
+    void awaitWorkers() override;
     void supervisionRound() override { retryPendingInfo(); }
 
     // The registry.
@@ -92,6 +93,7 @@ private:
     bool prepareProcessPoller();
     bool prepareModulePoller();
     bool preparePerformanceMonitor();
+    bool prepareEventTracer();
     void registerDataFiles();
 
     void enableDebugPrivilege();

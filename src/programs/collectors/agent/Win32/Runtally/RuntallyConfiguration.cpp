@@ -4,6 +4,7 @@
 #include "process/SMScan.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/PerformanceRecord.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
@@ -156,8 +157,10 @@ void Runtally::readEvents() {
         return;
     }
     bool native = false;
-    if (conf().getBool("runtally.logging.process-data.events.native", native) == ConfReader::FOUND && native)
-        logger().debug(1, "The native event logger isn't part of this collector yet; it polls only.");
+    if (conf().getBool("runtally.logging.process-data.events.native", native) != ConfReader::FOUND || !native)
+        return;
+    logger().debug(1, "   Will be using native W2K/XP event logger.");
+    settings().eventsActive = 1;
 }
 
 void Runtally::readPerformance() {
@@ -251,8 +254,20 @@ bool Runtally::prepareThreads() {
     const bool polledModules = settings().moduleLogging && settings().modulePollInterval.getSeconds() > 0;
     if (polledModules && !prepareModulePoller())
         return false;
+    if (settings().eventsActive == 1 && !prepareEventTracer())
+        return false;
     runtallyState().processRules.clear();
     return !settings().performanceMonitoring || preparePerformanceMonitor();
+}
+
+bool Runtally::prepareEventTracer() {
+    logger().debug(2, "Preparing event tracer thread...");
+    if (!prepareThread("EventTracer", 0, eventTracer)) {
+        logger().critical(21, "prepare event tracer");
+        return fail("The event tracer can't be prepared; see the debug log.");
+    }
+    logger().debug(3, "   Done.");
+    return true;
 }
 
 bool Runtally::prepareProcessPoller() {

@@ -1,6 +1,7 @@
 // How a start becomes a tracked process.
 
 #include "process/IdValues.h"
+#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 
@@ -62,6 +63,7 @@ void Runtally::logStartProcess(const ProcessPointer& process) {
     const std::string name = runtallyState().exeFinder->find(process->getExecutable());
     if (name == ExeFinder::ignored || Process::isUnknownName(name)) {
         logger().debug(5, "logStartProcess: Ignoring this process.");
+        noteIgnoredStart(process->pid());
         return;
     }
     process->setApplication(name);

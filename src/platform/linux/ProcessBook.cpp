@@ -1,0 +1,233 @@
+#include "platform/linux/ProcessBook.h"
+
+#include <algorithm>
+
+namespace Velmor {
+
+namespace {
+constexpr uint64_t leaderlessInterval = 200'000'000; // nanoseconds between two looks at processes without main thread
+constexpr uint64_t nanosecondsOfTick = 10'000'000;
+constexpr uint64_t tickTolerance = 3; // clock ticks between two readings of one start
+} // namespace
+
+/// The entry of an id, unless it knows already what was true at that time.
+ProcessBook::Entry* ProcessBook::findSince(uint32_t pid, uint64_t time) {
+    const auto found = entries_.find(pid);
+    return found == entries_.end() || time < found->second.knownAt ? nullptr : &found->second;
+}
+
+void ProcessBook::enter(const TableEntry& known, const TracedPointer& note, bool announced) {
+    Entry& entry = entries_[known.pid];
+    entry = {};
+    entry.parentPid = known.parentPid;
+    entry.owner = known.owner;
+    entry.threads = known.threads;
+    entry.isExact = known.threads == 1;
+    entry.isOfKernel = known.isKernelThread;
+    entry.since = known.startTime;
+    entry.knownAt = known.knownAt;
+    entry.startTicks = known.startTicks;
+    entry.executable = known.executable;
+    if (note)
+        entry.announced = note;
+    if (announced && !entry.isOfKernel)
+        announce(known.pid, entry);
+}
+
+void ProcessBook::announce(uint32_t pid, Entry& entry) {
+    if (!entry.announced) {
+        entry.announced = std::make_shared<TracedProcess>();
+        entry.announced->pid = pid;
+        entry.announced->parentPid = entry.parentPid;
+        entry.announced->executable = entry.executable;
+        entry.announced->owner = entry.owner;
+        entry.announced->startTicks = entry.startTicks;
+    }
+    events_.push_back({true, entry.since, entry.announced});
+}
+
+void ProcessBook::forked(uint64_t time, uint32_t parentPid, uint32_t pid) {
+    if (const auto found = entries_.find(pid); found != entries_.end()) {
+        if (time < found->second.knownAt)
+            return;
+        end(found, time, unknownCode); // its end was lost, since the id is in use again
+    }
+    Entry entry;
+    entry.parentPid = parentPid;
+    entry.since = time;
+    entry.knownAt = time;
+    entry.startTicks = (time + bootOffset_) / nanosecondsOfTick;
+    if (const auto parent = entries_.find(parentPid); parent != entries_.end()) {
+        entry.owner = parent->second.owner;
+        entry.isOfKernel = parent->second.isOfKernel;
+        entry.executable = parent->second.executable;
+        entry.lacksName = parent->second.lacksName;
+    } else {
+        TableEntry known;
+        if (facts_.describe(pid, known)) {
+            entry.owner = known.owner;
+            entry.isOfKernel = known.isKernelThread;
+            entry.executable = known.executable;
+        }
+    }
+    entries_.emplace(pid, std::move(entry));
+    forks_.push_back({pid, time});
+}
+
+void ProcessBook::threadStarted(uint64_t time, uint32_t pid) {
+    if (Entry* entry = findSince(pid, time))
+        ++entry->threads;
+}
+
+void ProcessBook::executed(uint64_t time, uint32_t pid, const std::string& path) {
+    auto found = entries_.find(pid);
+    if (found == entries_.end()) { // its fork was lost
+        TableEntry known;
+        found = entries_.try_emplace(pid).first;
+        if (facts_.describe(pid, known)) {
+            found->second.parentPid = known.parentPid;
+            found->second.owner = known.owner;
+            found->second.startTicks = known.startTicks;
+        }
+    }
+    Entry& entry = found->second;
+    if (time < entry.knownAt)
+        return;
+    if (!entry.announced && entry.hasExecuted)
+        announce(pid, entry); // it has waited for its name in vain
+    if (entry.announced)
+        finish(entry.announced, time, 0); // it is replaced, and leaves no code
+    entry.announced.reset();
+    entry.isOfKernel = false;
+    entry.hasExecuted = true;
+    entry.threads = 1;
+    entry.isExact = true;
+    entry.isLeaderless = false;
+    entry.since = time;
+    entry.executable = path;
+    entry.lacksName = path.empty() && !facts_.executable(pid, entry.executable);
+    if (!entry.lacksName)
+        announce(pid, entry);
+    else
+        forks_.push_back({pid, time});
+}
+
+void ProcessBook::ownerChanged(uint64_t time, uint32_t pid, uid_t owner) {
+    if (Entry* entry = findSince(pid, time))
+        entry->owner = owner;
+}
+
+void ProcessBook::exited(uint64_t time, uint32_t pid, uint32_t thread, int64_t code) {
+    const auto found = entries_.find(pid);
+    if (found == entries_.end() || time < found->second.knownAt)
+        return;
+    Entry& entry = found->second;
+    if (entry.threads > 0)
+        --entry.threads;
+    entry.lastCode = code;
+    const bool isMain = thread == pid;
+    const bool mayBeLast = entry.threads == 0 || (isMain && !entry.isExact);
+    if (mayBeLast && (entry.isExact || facts_.hasEnded(pid))) {
+        end(found, time, code);
+    } else if (isMain || mayBeLast) {
+        entry.isLeaderless = true;
+        leaderless_.push_back(pid);
+    }
+}
+
+void ProcessBook::end(Entries::iterator place, uint64_t time, int64_t code) {
+    Entry& entry = place->second;
+    const uint32_t pid = place->first;
+    if (entry.isOfKernel) {
+        entries_.erase(place);
+        return;
+    }
+    if (entry.lacksName || code == unknownCode)
+        fillFromEpitaph(pid, entry, code);
+    if (!entry.announced)
+        announce(pid, entry);
+    finish(entry.announced, std::max(time, entry.since), code);
+    entries_.erase(place);
+}
+
+void ProcessBook::finish(const TracedPointer& process, uint64_t time, int64_t code) {
+    process->state.store(code);
+    events_.push_back({false, time, process});
+}
+
+void ProcessBook::fillFromEpitaph(uint32_t pid, Entry& entry, int64_t& code) {
+    std::string executable;
+    uid_t owner = entry.owner;
+    uint32_t exitCode = 0;
+    if (!facts_.epitaph(pid, executable, owner, exitCode))
+        return;
+    if (entry.lacksName && !entry.announced) {
+        entry.executable = executable;
+        entry.owner = owner;
+    }
+    if (code == unknownCode)
+        code = exitCode;
+}
+
+void ProcessBook::tick(uint64_t now) {
+    announcePending(now);
+    if (now - lastLeaderlessCheck_ >= leaderlessInterval)
+        checkLeaderless(now);
+}
+
+void ProcessBook::announcePending(uint64_t now) {
+    while (!forks_.empty() && forks_.front().since + forkPatience <= now) {
+        const auto [pid, since] = forks_.front();
+        forks_.pop_front();
+        const auto found = entries_.find(pid);
+        if (found != entries_.end() && found->second.since == since && !found->second.announced &&
+            !found->second.isOfKernel)
+            announce(pid, found->second);
+    }
+}
+
+/// Ends those whose last thread ended without being recognised as the last.
+void ProcessBook::checkLeaderless(uint64_t now) {
+    lastLeaderlessCheck_ = now;
+    std::erase_if(leaderless_, [&](uint32_t pid) {
+        const auto found = entries_.find(pid);
+        if (found == entries_.end() || !found->second.isLeaderless)
+            return true;
+        if (!facts_.hasEnded(pid))
+            return false;
+        end(found, now, found->second.lastCode);
+        return true;
+    });
+}
+
+void ProcessBook::compare(const std::vector<TableEntry>& table, uint64_t readAt) {
+    std::unordered_map<uint32_t, const TableEntry*> present;
+    for (const TableEntry& known : table)
+        present[known.pid] = &known;
+    for (auto place = entries_.begin(); place != entries_.end();) {
+        const auto current = place++;
+        const auto found = present.find(current->first);
+        const uint64_t ticks = current->second.startTicks;
+        const bool isSame =
+            found != present.end() && (ticks == 0 || (found->second->startTicks <= ticks + tickTolerance &&
+                                                      ticks <= found->second->startTicks + tickTolerance));
+        if (!isSame && current->second.since < readAt && current->second.knownAt < readAt)
+            end(current, readAt, unknownCode);
+    }
+    for (const TableEntry& known : table)
+        if (!entries_.contains(known.pid) && !facts_.hasEnded(known.pid))
+            enter(known, nullptr, true);
+}
+
+void ProcessBook::takeEvents(std::vector<BookEvent>& events) {
+    events.insert(events.end(), std::make_move_iterator(events_.begin()), std::make_move_iterator(events_.end()));
+    events_.clear();
+}
+
+void ProcessBook::forEach(const std::function<void(const TracedPointer&)>& visit) const {
+    for (const auto& [pid, entry] : entries_)
+        if (entry.announced)
+            visit(entry.announced);
+}
+
+} // namespace Velmor

@@ -1,0 +1,122 @@
+#pragma once
+
+#include "platform/linux/TracedProcess.h"
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace Velmor {
+
+/// A process as a look at the process table shows it.
+struct TableEntry {
+    uint32_t pid = 0;
+    uint32_t parentPid = 0;
+    uid_t owner = 0;
+    uint32_t threads = 1;
+    uint64_t startTicks = 0; // clock ticks since the system's start
+    uint64_t startTime = 0;  // the same in nanoseconds of the events' clock
+    uint64_t knownAt = 0;    // when the look at it began: what an event told of before is contained in it
+    bool isKernelThread = false;
+    std::string executable; // empty if it can't be read
+};
+
+/// What the book asks about a process when the events alone don't tell.
+class ProcessFacts {
+public:
+    virtual ~ProcessFacts() = default;
+    /// What a process runs now; false if it is gone.
+    virtual bool executable(uint32_t pid, std::string& path) = 0;
+    virtual bool describe(uint32_t pid, TableEntry& entry) = 0;
+    /// Whether no thread of it lives.
+    virtual bool hasEnded(uint32_t pid) = 0;
+    /// What the kernel wrote down at the end of a process that is gone. False if it wrote nothing.
+    virtual bool epitaph(uint32_t pid, std::string& executable, uid_t& owner, uint32_t& exitCode) = 0;
+};
+
+/// One start or end, as it is handed over.
+struct BookEvent {
+    bool isStart = false;
+    uint64_t time = 0; // nanoseconds of the events' clock
+    TracedPointer process;
+};
+
+/// Turns what the kernel tells of forks, executions and exits into starts and ends of applications:
+/// - A process that executes a program starts at that moment. One that has executed none for 50 ms, or ends or forks
+///   without, is a start as well, dated at its fork: it runs its parent's program.
+/// - A process that has started and executes another program ends, and starts anew at the same moment.
+/// - A process ends with its last thread.
+/// Times never go back for one process. One thread uses an object.
+class ProcessBook {
+public:
+    static constexpr uint64_t forkPatience = 50'000'000; // nanoseconds
+    static constexpr int64_t unknownCode = TracedProcess::endedUnknown;
+
+    /// `bootOffset` is how far the clock of the process table is ahead of the events' clock, in nanoseconds.
+    ProcessBook(ProcessFacts& facts, uint64_t bootOffset) : facts_(facts), bootOffset_(bootOffset) {}
+
+    /// A process that ran before the events began, under its note; it is announced as a start only if asked for.
+    void enter(const TableEntry& entry, const TracedPointer& note, bool announce);
+
+    void forked(uint64_t time, uint32_t parentPid, uint32_t pid);
+    void threadStarted(uint64_t time, uint32_t pid);
+    /// `path` is empty if nobody told it.
+    void executed(uint64_t time, uint32_t pid, const std::string& path);
+    void ownerChanged(uint64_t time, uint32_t pid, uid_t owner);
+    /// A thread of a process has ended; `code` is the process's exit code if it was the last.
+    void exited(uint64_t time, uint32_t pid, uint32_t thread, int64_t code);
+
+    /// Announces what has waited long enough.
+    void tick(uint64_t now);
+
+    /// Sets the books right by a table that was read at `readAt`, after all events of before have been entered.
+    void compare(const std::vector<TableEntry>& table, uint64_t readAt);
+
+    bool isWaiting() const { return !forks_.empty() || !leaderless_.empty(); }
+    void takeEvents(std::vector<BookEvent>& events);
+    void forEach(const std::function<void(const TracedPointer&)>& visit) const;
+
+private:
+    struct Entry {
+        uint32_t parentPid = 0;
+        uid_t owner = 0;
+        uint32_t threads = 1;
+        bool isExact = true;            // `threads` counts all of them
+        bool isLeaderless = false;      // its main thread has ended, or it may have
+        int64_t lastCode = unknownCode; // of the thread that ended last
+        bool isOfKernel = false;        // and has executed nothing
+        bool hasExecuted = false;       // since its fork
+        bool lacksName = false;         // nobody could name what it runs
+        uint64_t since = 0;             // its fork, or its last execution
+        uint64_t knownAt = 0;           // events of before are contained in it
+        uint64_t startTicks = 0;
+        std::string executable;  // what it runs
+        TracedPointer announced; // null until its start has been
+    };
+    using Entries = std::unordered_map<uint32_t, Entry>;
+
+    void announce(uint32_t pid, Entry& entry);
+    void end(Entries::iterator place, uint64_t time, int64_t code);
+    void finish(const TracedPointer& process, uint64_t time, int64_t code);
+    void fillFromEpitaph(uint32_t pid, Entry& entry, int64_t& code);
+    void announcePending(uint64_t now);
+    void checkLeaderless(uint64_t now);
+    Entry* findSince(uint32_t pid, uint64_t time);
+
+    struct Waiting {
+        uint32_t pid;
+        uint64_t since;
+    };
+
+    ProcessFacts& facts_;
+    uint64_t bootOffset_;
+    Entries entries_;
+    std::deque<Waiting> forks_;        // not announced yet, in the order of their times
+    std::vector<uint32_t> leaderless_; // ids that are, or were, leaderless
+    uint64_t lastLeaderlessCheck_ = 0;
+    std::vector<BookEvent> events_;
+};
+
+} // namespace Velmor

@@ -1,0 +1,34 @@
+#include "platform/linux/TracePayload.h"
+
+#include <cstring>
+
+namespace Velmor {
+
+namespace {
+constexpr uint32_t userAuthority = 22; // "S-1-22-1-<uid>"
+
+#pragma pack(push, 1)
+struct Head {
+    uint32_t pid;
+    uint32_t parentPid;
+    uint32_t sidPointer; // not 0: a SID follows
+    uint32_t sidAttributes;
+    uint8_t revision;
+    uint8_t subAuthorities;
+    uint8_t authority[6]; // big-endian
+    uint32_t kind;
+    uint32_t owner;
+};
+#pragma pack(pop)
+} // namespace
+
+void TracePayload::write(std::vector<uint8_t>& bytes, uint32_t pid, uint32_t parentPid, uid_t owner,
+                         std::string_view executable) {
+    const Head head{pid, parentPid, 1, 0, 1, 2, {0, 0, 0, 0, 0, userAuthority}, 1, owner};
+    bytes.resize(sizeof(head) + executable.size() + 1);
+    std::memcpy(bytes.data(), &head, sizeof(head));
+    executable.copy(reinterpret_cast<char*>(bytes.data()) + sizeof(head), executable.size());
+    bytes.back() = 0;
+}
+
+} // namespace Velmor

@@ -1,0 +1,378 @@
+#include "platform/linux/TraceSession.h"
+
+#include "platform/linux/Checkpoint.h"
+#include "platform/linux/ProcFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <dirent.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace Velmor {
+
+namespace {
+constexpr int fetchPause = 20;      // milliseconds in which news may gather: waking for each costs more than reading it
+constexpr int idlePause = 1000;     // milliseconds between two looks when nothing is told
+constexpr int waitingPause = 20;    // milliseconds, while a fork may become a start by waiting
+constexpr int readerPriority = -10; // before ordinary programs: what isn't fetched in time is lost
+constexpr size_t noticesAtOnce = 100000;
+constexpr size_t queueLimit = 1000000;         // events that wait; then the kernel's buffers may fill
+constexpr size_t filesLimit = 10000;           // executables that are kept for the exit records
+constexpr uint64_t comparePause = 100'000'000; // nanoseconds from a loss to the comparison that mends it
+constexpr uint64_t second = 1'000'000'000;
+constexpr uint64_t nanosecondsOfUnit = 100;
+constexpr uint64_t unitsBefore1970 = 116444736000000000;
+
+uint64_t timeOf(clockid_t clock) {
+    timespec time{};
+    clock_gettime(clock, &time);
+    return static_cast<uint64_t>(time.tv_sec) * second + static_cast<uint64_t>(time.tv_nsec);
+}
+
+uint64_t monotonicTime() {
+    return timeOf(CLOCK_MONOTONIC);
+}
+
+uint64_t bootOffset() {
+    return timeOf(CLOCK_BOOTTIME) - monotonicTime();
+}
+
+void ring(const FileDescriptor& bell) {
+    const uint64_t one = 1;
+    const ssize_t written = write(bell.get(), &one, sizeof(one));
+    (void)written; // a counter that is full rings as well
+}
+} // namespace
+
+TraceSession::TraceSession(LinuxProcesses& processes, LinuxKernelTrace::Sources sources)
+    : processes_(processes), sources_(sources), book_(std::make_unique<ProcessBook>(*this, bootOffset())),
+      news_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+TraceSession::~TraceSession() {
+    stop();
+}
+
+bool TraceSession::start(std::string& shortcomings) {
+    if (!openSources(shortcomings))
+        return false;
+    enterTable();
+    reader_ = std::thread([this] { run(); });
+    return true;
+}
+
+bool TraceSession::openSources(std::string& shortcomings) {
+    int connectorError = 0;
+    int ringsError = 0;
+    if (sources_.connector && !(connector_ = ProcessConnector::start()))
+        connectorError = errno;
+    if (sources_.rings && !(rings_ = SidebandRings::start(connector_ ? SidebandRings::Records::names
+                                                                     : SidebandRings::Records::namesAndTasks)))
+        ringsError = errno;
+    if (connectorError != 0)
+        shortcomings += "The kernel's process connector can't be listened to (" +
+                        std::string(std::strerror(connectorError)) +
+                        "): it needs the capability CAP_NET_ADMIN in the machine's own name spaces. Exit codes of some "
+                        "processes, and changes of their users, can't be learnt. ";
+    if (ringsError != 0)
+        shortcomings +=
+            "The kernel's performance events can't be had (" + std::string(std::strerror(ringsError)) +
+            "): they need the capability CAP_PERFMON. Names of some short-lived processes can't be learnt. ";
+    if (!connector_ && !rings_)
+        shortcomings += "Without either no process events can be followed. Grant the program one of them, or poll.";
+    if (sources_.exitRecords && (!rings_ || !connector_) && (rings_ || connector_))
+        exitRecords_ = ExitRecords::start([this](uint32_t pid, const ExitRecord& exit) { epitaphs_[pid] = exit; },
+                                          ExitRecords::Reading::whenFetched);
+    while (shortcomings.ends_with(' '))
+        shortcomings.pop_back();
+    return connector_ || rings_;
+}
+
+std::vector<TableEntry> TraceSession::readTable() {
+    std::vector<TableEntry> table;
+    DIR* entries = opendir("/proc");
+    while (const dirent* entry = entries ? readdir(entries) : nullptr) {
+        const auto pid = static_cast<uint32_t>(std::strtoul(static_cast<const char*>(entry->d_name), nullptr, 10));
+        TableEntry known;
+        if (pid != 0 && describe(pid, known))
+            table.push_back(std::move(known));
+    }
+    if (entries)
+        closedir(entries);
+    return table;
+}
+
+/// Notes what runs already. Whoever asks for a session has entered what ran before; what has started since this program
+/// did, and isn't held by anybody, may have escaped that, and is announced.
+void TraceSession::enterTable() {
+    const std::vector<TableEntry> table = readTable();
+    TableEntry self;
+    describe(static_cast<uint32_t>(getpid()), self);
+    endMissing(table);
+    for (const TableEntry& known : table) {
+        TracedPointer note = known.isKernelThread ? nullptr : processes_.traced().find(known.pid);
+        const bool isHeld = processes_.holds(known.pid);
+        if (note)
+            note->state = TracedProcess::runs; // its descriptor stays: others may be looking at it
+        const bool announced = !note && !isHeld && known.startTicks > self.startTicks;
+        if (!note && !known.isKernelThread) {
+            note = std::make_shared<TracedProcess>();
+            note->pid = known.pid;
+            note->parentPid = known.parentPid;
+            note->executable = known.executable;
+            note->owner = known.owner;
+            note->startTicks = known.startTicks;
+            if (!announced)
+                processes_.traced().enter(note);
+        }
+        book_->enter(known, note, announced);
+        noteFile(known.pid, known.executable);
+    }
+    publish();
+}
+
+/// What somebody still holds, or was told of by an earlier session, and has ended unseen.
+void TraceSession::endMissing(const std::vector<TableEntry>& table) {
+    std::unordered_map<uint32_t, uint64_t> present;
+    for (const TableEntry& known : table)
+        present[known.pid] = known.startTicks;
+    const uint64_t now = timeOf(CLOCK_REALTIME) / nanosecondsOfUnit + unitsBefore1970;
+    std::vector<TracedPointer> gone;
+    processes_.traced().forEach([&](const TracedPointer& note) {
+        const auto found = present.find(note->pid);
+        constexpr uint64_t tolerance = 3; // clock ticks between two readings of one start
+        if (found == present.end() || found->second > note->startTicks + tolerance)
+            gone.push_back(note);
+    });
+    for (const auto& [pid, path] : processes_.endedHeld())
+        if (!present.contains(pid)) {
+            auto note = std::make_shared<TracedProcess>();
+            note->pid = pid;
+            note->executable = path;
+            gone.push_back(note);
+        }
+    for (const TracedPointer& note : gone) {
+        note->state = TracedProcess::endedUnknown;
+        processes_.traced().remove(note);
+        queue_.push_back({false, now, note});
+    }
+}
+
+void TraceSession::noteFile(uint32_t pid, const std::string& path) {
+    if (!exitRecords_ || path.empty())
+        return;
+    struct stat file {};
+    if (files_.size() < filesLimit && stat(procPath(pid, "exe").c_str(), &file) == 0)
+        files_[{file.st_dev, file.st_ino}] = path;
+}
+
+bool TraceSession::executable(uint32_t pid, std::string& path) {
+    if (!sources_.processTable || !readExecutable(pid, path)) {
+        path.clear();
+        return false;
+    }
+    noteFile(pid, path);
+    return true;
+}
+
+bool TraceSession::describe(uint32_t pid, TableEntry& entry) {
+    entry.knownAt = monotonicTime();
+    ProcStat line;
+    struct stat directory {};
+    if (!readLeaderStat(pid, line) || line.hasEnded() || stat(procPath(pid, "").c_str(), &directory) != 0)
+        return false;
+    entry.pid = pid;
+    entry.parentPid = line.parentPid;
+    entry.owner = directory.st_uid;
+    entry.threads = line.threads;
+    entry.startTicks = line.startTime;
+    entry.startTime = line.startTime * (second / static_cast<uint64_t>(sysconf(_SC_CLK_TCK))) - bootOffset();
+    entry.isKernelThread = line.isKernelThread();
+    if (!entry.isKernelThread)
+        readExecutable(pid, entry.executable);
+    return true;
+}
+
+bool TraceSession::hasEnded(uint32_t pid) {
+    ProcStat line;
+    return !readLeaderStat(pid, line) || line.hasEnded();
+}
+
+bool TraceSession::epitaph(uint32_t pid, std::string& executable, uid_t& owner, uint32_t& exitCode) {
+    auto found = epitaphs_.find(pid);
+    if (found == epitaphs_.end() && (found = olderEpitaphs_.find(pid)) == olderEpitaphs_.end())
+        return false;
+    const ExitRecord& record = found->second;
+    const auto file = files_.find({record.device, record.inode});
+    executable = file != files_.end() ? file->second : record.commandName;
+    maskControlBytes(executable);
+    owner = record.owner;
+    exitCode = exitCodeOf(record.waitStatus);
+    return true;
+}
+
+void TraceSession::stop() {
+    if (reader_.joinable()) {
+        ring(stop_);
+        reader_.join();
+    }
+    book_->forEach([](const TracedPointer& note) {
+        if (note->state != TracedProcess::runs)
+            return;
+        if (!note->descriptor)
+            note->descriptor = FileDescriptor(static_cast<int>(syscall(SYS_pidfd_open, note->pid, 0)));
+        note->state = TracedProcess::unwatched;
+    });
+    ended_ = true;
+    ring(news_);
+}
+
+void TraceSession::run() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), readerPriority); // refused: then not
+    while (true) {
+        const bool isWaiting = book_->isWaiting() || compareDue_ != 0;
+        if (connector_ && !pauseUntil(isWaiting ? waitingPause : idlePause, true))
+            return;
+        if (!pauseUntil(fetchPause, false))
+            return;
+        round();
+    }
+}
+
+/// False if the session is to end.
+bool TraceSession::pauseUntil(int milliseconds, bool forNews) {
+    pollfd wanted[2] = {{stop_.get(), POLLIN, 0}, {connector_ ? connector_->descriptor() : -1, POLLIN, 0}};
+    poll(wanted, forNews ? 2 : 1, milliseconds);
+    return wanted[0].revents == 0;
+}
+
+void TraceSession::round() {
+    {
+        const std::lock_guard lock(mutex_);
+        if (queue_.size() >= queueLimit)
+            return;
+    }
+    fetch();
+    countLosses();
+    const uint64_t now = monotonicTime();
+    if (compareDue_ != 0 && now >= compareDue_) {
+        compareDue_ = 0;
+        const std::vector<TableEntry> table = readTable();
+        fetch();
+        book_->compare(table, now);
+    }
+    book_->tick(now);
+    publish();
+}
+
+/// The connector first: what a process executes stands in its ring before the connector tells of it.
+void TraceSession::fetch() {
+    const uint64_t until = monotonicTime();
+    notices_.clear();
+    if (connector_)
+        connector_->fetch(notices_, noticesAtOnce);
+    if (rings_)
+        rings_->fetch();
+    if (!connector_)
+        rings_->takeNotices(until, notices_);
+    if (exitRecords_) {
+        std::swap(epitaphs_, olderEpitaphs_);
+        epitaphs_.clear();
+        exitRecords_->fetch();
+    }
+    for (const ProcessNotice& notice : notices_)
+        apply(notice);
+}
+
+void TraceSession::apply(const ProcessNotice& notice) {
+    switch (notice.kind) {
+    case ProcessNotice::Kind::forked:
+        book_->forked(notice.time, notice.other, notice.pid);
+        break;
+    case ProcessNotice::Kind::threadStarted:
+        book_->threadStarted(notice.time, notice.pid);
+        break;
+    case ProcessNotice::Kind::executed:
+        book_->executed(notice.time, notice.pid,
+                        rings_ ? rings_->takeExecuted(notice.pid, notice.time) : std::string());
+        break;
+    case ProcessNotice::Kind::ownerChanged:
+        book_->ownerChanged(notice.time, notice.pid, notice.other);
+        break;
+    case ProcessNotice::Kind::exited:
+        book_->exited(notice.time, notice.pid, notice.other,
+                      connector_ ? int64_t{exitCodeOf(notice.status)} : ProcessBook::unknownCode);
+        if (rings_)
+            rings_->takeExecuted(notice.pid, notice.time); // nobody will ask for it any more
+        break;
+    }
+}
+
+/// The connector keeps the books if it is there: what only the rings lose costs names at the most.
+void TraceSession::countLosses() {
+    const uint64_t lost = connector_ ? connector_->lost() : rings_->lost();
+    const uint64_t overruns = connector_ ? connector_->overruns() : 0;
+    if (lost != lostSeen_ || overruns != overrunsSeen_)
+        compareDue_ = monotonicTime() + comparePause;
+    lostSeen_ = lost;
+    overrunsSeen_ = overruns;
+    lost_ = lost;
+}
+
+void TraceSession::publish() {
+    bookEvents_.clear();
+    book_->takeEvents(bookEvents_);
+    const uint64_t offset = timeOf(CLOCK_REALTIME) - monotonicTime();
+    {
+        const std::lock_guard lock(mutex_);
+        for (BookEvent& event : bookEvents_)
+            queue_.push_back(
+                {event.isStart, (event.time + offset) / nanosecondsOfUnit + unitsBefore1970, std::move(event.process)});
+        if (queue_.empty())
+            return;
+    }
+    ring(news_);
+}
+
+bool TraceSession::await(int milliseconds) {
+    {
+        const ServiceLock lock(mutex_);
+        if (!queue_.empty())
+            return true;
+    }
+    pollfd wanted{news_.get(), POLLIN, 0};
+    if (poll(&wanted, 1, milliseconds) > 0) {
+        uint64_t count = 0;
+        const ssize_t got = read(news_.get(), &count, sizeof(count));
+        (void)got;
+    }
+    const ServiceLock lock(mutex_);
+    return !queue_.empty();
+}
+
+bool TraceSession::front(Item& item) {
+    const ServiceLock lock(mutex_);
+    if (queue_.empty())
+        return false;
+    item = queue_.front();
+    return true;
+}
+
+void TraceSession::pop() {
+    const ServiceLock lock(mutex_);
+    queue_.pop_front();
+}
+
+} // namespace Velmor

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "platform/KernelTrace.h"
+#include "shared/library/logger/Logger.h"
+
+#include <atomic>
+#include <cstdint>
+
+namespace Velmor {
+
+/// Owns the operating system's trace session of process events while it lives.
+class KernelTracer {
+public:
+    /// Starts the session; one that a crash left is stopped first. A failure is a message and sets `quitFlag`.
+    KernelTracer(const SmartPointer<LoggerUnit>& logger, std::atomic<uint8_t>& quitFlag);
+    KernelTracer(const KernelTracer&) = delete;
+    KernelTracer& operator=(const KernelTracer&) = delete;
+    /// Stops the session.
+    virtual ~KernelTracer();
+
+    /// What gets the events, one at a time, and what is asked regularly whether to go on. On the thread of `consume`.
+    void setEventCallback(KernelTrace::EventCallback callback) { onEvent_ = callback; }
+    void setBufferCallback(KernelTrace::BufferCallback callback) { onBuffer_ = callback; }
+
+    /// Reads until the session ends, or the buffer callback says so. A failure is a message.
+    void consume();
+
+    /// How many events the system could not keep since the session's start.
+    static uint64_t eventsLost();
+
+private:
+    void stopStaleSession();
+    void reportStart(uint32_t result);
+    void reportEnd(uint32_t result);
+
+    Logger logger_;
+    std::atomic<uint8_t>& quitFlag_;
+    KernelTrace::EventCallback onEvent_ = nullptr;
+    KernelTrace::BufferCallback onBuffer_ = nullptr;
+};
+
+} // namespace Velmor

@@ -1,0 +1,214 @@
+// The thread that gets the system's process events.
+
+#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
+
+#include "platform/Clock.h"
+#include "platform/Platform.h"
+#include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
+#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "shared/library/common/StructuredException.h"
+#include "shared/library/common/Timer.h"
+
+#include <array>
+#include <cstdio>
+
+namespace Velmor {
+
+namespace {
+constexpr int32_t tracerError = 17;
+constexpr int32_t memoryCritical = 21;
+constexpr int32_t exceptionWarning = 32;
+constexpr int32_t lossWarning = 41;
+constexpr uint32_t quitResult = static_cast<uint32_t>(-1);
+constexpr uint32_t tableLimit = 30000; // milliseconds that the poller's first round may take
+constexpr uint32_t tableStep = 50;
+constexpr uint32_t lossInterval = 60000; // milliseconds between two messages about lost events
+constexpr uint8_t startEvent = 1;
+constexpr uint8_t endEvent = 2;
+
+const Logger& logger() {
+    return runtallyState().logger;
+}
+
+std::string_view typeName(uint8_t type) {
+    constexpr std::array<std::string_view, 9> names{
+        "EVENT_TRACE_TYPE_INFO",     "EVENT_TRACE_TYPE_START",   "EVENT_TRACE_TYPE_END",
+        "EVENT_TRACE_TYPE_DC_START", "EVENT_TRACE_TYPE_DC_END",  "EVENT_TRACE_TYPE_EXTENSION",
+        "EVENT_TRACE_TYPE_REPLY",    "EVENT_TRACE_TYPE_DEQUEUE", "EVENT_TRACE_TYPE_CHECKPOINT",
+    };
+    return type < names.size() ? names[type] : "unknown";
+}
+
+void reportException(const char* who, const StructuredException& failure) {
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%s: Exception Code 0x%08x", who, failure.code);
+    logger().warning(exceptionWarning, text.data());
+}
+
+/// Says how many events were lost: at once for the first, and then at most once a minute.
+class LossReport {
+public:
+    void look() {
+        const uint64_t lost = KernelTracer::eventsLost();
+        if (lost < seen_) // a new session counts anew
+            seen_ = reported_ = 0;
+        seen_ = lost;
+        const uint32_t now = platform().clock->ticks();
+        if (lost == reported_ || (reported_ != 0 && now - lastReport_ < lossInterval))
+            return;
+        logger().warning(lossWarning, std::to_string(lost - reported_), std::to_string(lost));
+        reported_ = lost;
+        lastReport_ = now;
+    }
+
+private:
+    uint64_t seen_ = 0;
+    uint64_t reported_ = 0;
+    uint32_t lastReport_ = 0; // ticks
+};
+
+bool goOn() {
+    static LossReport losses;
+    losses.look();
+    return programState().quitFlag == 0;
+}
+
+/// An end that lies before this start belongs to a process that had the id before; it would cost the new process its
+/// records.
+void dropStaleStopEvent(const Process& start) {
+    ProcessRegistry& registry = runtallyState().registry;
+    const MonopolyHold hold(registry.endedMapMonopoly);
+    const auto found = registry.endedProcessMap.find(start.pid());
+    if (found != registry.endedProcessMap.end() && found->second->getEnd() < start.getStart())
+        Runtally::removeProcessFromEndedProcessMap(start.pid());
+}
+
+void takeNews(const TraceEvent& event) {
+    const ProcessPointer process(new (std::nothrow) Process(event));
+    if (process.isNull()) {
+        logger().debug(1, "   Failed to create process object.");
+        return;
+    }
+    if (process->getState() == ProcessState::started)
+        dropStaleStopEvent(*process);
+    Runtally::logProcess(process);
+}
+
+/// The poller enters what runs already. Until it has, news would meet a table that is only half entered: a process that
+/// it has seen, and whose end is reported before it gets to it, would be entered for good.
+void awaitTable() {
+    for (uint32_t waited = 0; waited < tableLimit; waited += tableStep) {
+        if (!runtallyState().settings.pollingOn || tracerState().tableReported || programState().quitFlag)
+            return;
+        Timer::sleep(tableStep);
+    }
+}
+
+/// Makes the tracer if there is none. False if the thread has to end, with `result`.
+bool prepareTracer(uint32_t& result) {
+    if (tracerState().tracer)
+        return true;
+    tracerState().tracer.reset(new (std::nothrow) KernelTracer(logger().unit(), programState().quitFlag));
+    if (!tracerState().tracer) {
+        logger().critical(memoryCritical, "event tracer");
+        return false;
+    }
+    if (programState().quitFlag) {
+        result = quitResult;
+        return false;
+    }
+    tracerState().tracer->setBufferCallback(goOn);
+    tracerState().tracer->setEventCallback(processCallback);
+    return true;
+}
+
+/// False if the thread has to end without its end line.
+bool trace(uint32_t& result) {
+    // What a session that is still there has noted needs no look at the table, which would date it too early.
+    if (!runtallyState().settings.pollingOn && !tracerState().tracer &&
+        !addRunningProcesses(runtallyState().programStart)) {
+        logger().debug(1, "eventTracer: addProcess failed.");
+        logger().error(tracerError);
+    }
+    logger().debug(1, "Trying to start Native event tracer...");
+    if (!prepareTracer(result))
+        return false;
+    awaitTable();
+    logger().debug(1, "Native event tracer is now running.");
+    tracerState().running = true;
+    tracerState().tracer->consume();
+    tracerState().running = false;
+    tracerState().tracer.reset();
+    return true;
+}
+} // namespace
+
+TracerState& tracerState() {
+    static TracerState state;
+    return state;
+}
+
+uint32_t eventTracer(void* argument) {
+    const auto& record = *static_cast<ThreadRecord*>(argument);
+    uint32_t result = 0;
+    logger().debug(1, "START THREAD %s.", record.name);
+    try {
+        if (!trace(result))
+            return result;
+    } catch (const StructuredException& failure) {
+        reportException("eventTracer", failure);
+    } catch (...) {
+        logger().error(tracerError);
+    }
+    logger().debug(1, "END THREAD " + record.name);
+    return result;
+}
+
+void processCallback(const TraceEvent& event) {
+    if (programState().quitFlag)
+        return;
+    logger().debug(4, "Native event tracer callback: Processing...");
+    logger().debug(5, "  Type=%s  InstanceId=%i  ParentInstanceId=%i  MofLength=%i  ProcessId=%i", typeName(event.type),
+                   event.instanceId, event.parentInstanceId, event.payload.size(), event.processId);
+    if (event.type != startEvent && event.type != endEvent)
+        return;
+    try {
+        takeNews(event);
+    } catch (const StructuredException& failure) {
+        reportException("processCallback", failure);
+    } catch (...) {
+        logger().warning(exceptionWarning, "processCallback");
+    }
+    logger().debug(4, "Native event tracer callback: Finished processing.");
+}
+
+bool addRunningProcesses(int32_t startSeconds) {
+    std::vector<uint32_t> ids;
+    if (!platform().processes->enumerate(ids))
+        return false;
+    for (const uint32_t id : ids) {
+        if (id == 0)
+            continue;
+        const ProcessPointer process(new (std::nothrow) Process(id, startSeconds, Process::Mode::running, true));
+        if (process.isNull())
+            return false;
+        process->setState(ProcessState::started);
+        Runtally::logProcess(process);
+    }
+    return true;
+}
+
+void noteIgnoredStart(uint32_t pid) {
+    if (runtallyState().settings.eventsActive != 1)
+        return;
+    const MonopolyHold hold(runtallyState().registry.endedMapMonopoly);
+    tracerState().ignoredStarts.insert(pid);
+}
+
+bool takeIgnoredStart(uint32_t pid) {
+    const MonopolyHold hold(runtallyState().registry.endedMapMonopoly);
+    return tracerState().ignoredStarts.erase(pid) != 0;
+}
+
+} // namespace Velmor

@@ -1,0 +1,218 @@
+// The collector with scripted process events.
+
+#include "collector/CollectorFixture.h"
+
+#include "process/ProcessShared.h"
+#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
+
+namespace Velmor {
+
+namespace {
+constexpr uint8_t start = 1;
+constexpr uint8_t end = 2;
+
+class EventTracerTest : public ::testing::Test {
+protected:
+    EventTracerTest() {
+        processShared().systemNumber = 0;
+        processShared().hasEventSchema = false;
+        collector.os.eventSchema.describeProcesses();
+        collector.os.accounts.accounts["S-1-22-1-500"] = {"ann", "HQ"};
+        runtallyState().settings.eventsActive = 1;
+        runtallyState().settings.pollingOn = false;
+        runtallyState().programStart = now();
+        programState().quitFlag = 0;
+    }
+    ~EventTracerTest() override {
+        tracerState().tracer.reset();
+        tracerState().ignoredStarts.clear();
+        tracerState().tableReported = false;
+        programState().quitFlag = 0;
+        runtallyState().settings.eventsActive = 0;
+        processShared().systemNumber = 0;
+    }
+
+    int32_t now() { return collector.os.clock.now(); }
+
+    ScriptedEvent event(uint8_t type, uint32_t pid, const std::string& image, int32_t seconds) {
+        PayloadText payload;
+        payload.number(1U).number(pid).number(4U).number(0U).number(0).sid(500, 8).text(image).number<uint8_t>(0);
+        return {type, 2, seconds, payload.bytes()};
+    }
+    void take(uint8_t type, uint32_t pid, const std::string& image, int32_t seconds) {
+        event(type, pid, image, seconds).handOver(processCallback);
+    }
+    uint32_t runThread() {
+        ThreadRecord record("EventTracer", 0);
+        return eventTracer(&record);
+    }
+    size_t stopEvents() { return runtallyState().registry.endedProcessMap.size(); }
+
+    Collector collector;
+};
+} // namespace
+
+TEST_F(EventTracerTest, AStartAndAnEndMakeOneRecordDatedByTheEvents) {
+    collector.os.processes.start(40, "c:\\apps\\cad.exe");
+    take(start, 40, "CAD.EXE", now() - 20);
+    collector.os.processes.end(40, 3);
+    take(end, 40, "CAD.EXE", now() - 5);
+    const auto records = collector.records();
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].executable, "cad.exe");
+    EXPECT_EQ(records[0].account, "\\\\HQ\\ann");
+    EXPECT_EQ(records[0].exitCode, "3");
+    EXPECT_EQ(records[0].duration, 15);
+    EXPECT_TRUE(collector.tracked().empty());
+}
+
+TEST_F(EventTracerTest, NewsOutOfOrder) {
+    take(end, 40, "c:\\apps\\cad.exe", now() - 5);
+    take(end, 40, "c:\\apps\\cad.exe", now() - 1);
+    EXPECT_EQ(stopEvents(), 1U) << "the first stays";
+    take(start, 40, "c:\\apps\\cad.exe", now() - 20);
+    ASSERT_EQ(collector.records().size(), 1U);
+    EXPECT_EQ(collector.records()[0].duration, 15);
+    collector.os.processes.start(41, "c:\\apps\\cad.exe");
+    take(start, 41, "c:\\apps\\cad.exe", now() - 20);
+    take(start, 41, "c:\\apps\\cad.exe", now() - 10);
+    take(end, 41, "c:\\apps\\cad.exe", now());
+    ASSERT_EQ(collector.records().size(), 2U);
+    EXPECT_EQ(collector.records()[1].duration, 20) << "a second start changes nothing";
+}
+
+TEST_F(EventTracerTest, AnIdThatIsUsedAgainKeepsItsRecords) {
+    // An application of no interest, whose end nobody waits for.
+    noteIgnoredStart(40);
+    take(end, 40, "c:\\apps\\helper.exe", now() - 50);
+    EXPECT_EQ(stopEvents(), 0U);
+    // An end that came without a start, long before this one.
+    take(end, 40, "c:\\apps\\other.exe", now() - 40);
+    EXPECT_EQ(stopEvents(), 1U);
+    take(start, 40, "c:\\apps\\cad.exe", now() - 30);
+    EXPECT_EQ(collector.tracked().size(), 1U);
+    take(end, 40, "c:\\apps\\cad.exe", now());
+    ASSERT_EQ(collector.records().size(), 1U);
+    EXPECT_EQ(collector.records()[0].executable, "cad.exe");
+    // The note of an ignored start doesn't outlive its id.
+    noteIgnoredStart(50);
+    take(start, 50, "c:\\apps\\cad.exe", now() - 3);
+    take(end, 50, "c:\\apps\\cad.exe", now());
+    EXPECT_EQ(collector.records().size(), 2U);
+    take(end, 50, "c:\\apps\\cad.exe", now());
+    EXPECT_EQ(stopEvents(), 1U);
+}
+
+TEST_F(EventTracerTest, TheThreadEntersWhatRunsAndReadsUntilTheSessionEnds) {
+    const CapturedLog log(5);
+    for (uint32_t pid = 10; pid < 1000; ++pid)
+        collector.os.processes.start(pid, "c:\\apps\\cad.exe");
+    collector.os.clock.advance(60);
+    collector.os.processes.start(2000, "c:\\apps\\new.exe");
+    ScriptedTrace& trace = collector.os.kernelTrace;
+    trace.events = {event(start, 2000, "new.exe", now()), event(end, 10, "cad.exe", now()),
+                    event(3, 11, "cad.exe", now()), event(9, 11, "cad.exe", now())};
+    EXPECT_EQ(runThread(), 0U);
+    EXPECT_EQ(collector.tracked().size(), 990U);
+    ASSERT_EQ(collector.records().size(), 1U);
+    EXPECT_EQ(collector.records()[0].duration, 60) << "counted from the collector's start";
+    EXPECT_EQ(trace.calls, "start NT Kernel Logger;close;stop;");
+    EXPECT_EQ(trace.started.enableFlags, 1U);
+    EXPECT_EQ(trace.started.clientContext, 2U);
+    EXPECT_TRUE(log.has("Type=EVENT_TRACE_TYPE_DC_START"));
+    EXPECT_TRUE(log.has("Type=unknown"));
+    EXPECT_TRUE(log.has("END THREAD EventTracer"));
+    EXPECT_FALSE(tracerState().tracer);
+}
+
+TEST_F(EventTracerTest, ASessionThatCannotBeStartedEndsTheProgram) {
+    struct Case {
+        uint32_t result;
+        const char* text;
+    };
+    for (const auto& [result, text] : {Case{24, "Bad Length"}, Case{87, "Invalid Parameter"},
+                                       Case{183, "Already Exists"}, Case{5, "Unknown error"}}) {
+        const CapturedLog log(1);
+        programState().quitFlag = 0;
+        collector.os.kernelTrace.startResult = result;
+        collector.os.kernelTrace.lacking = "The right is missing.";
+        EXPECT_EQ(runThread(), static_cast<uint32_t>(-1));
+        EXPECT_EQ(programState().quitFlag, 1);
+        EXPECT_TRUE(log.has(text)) << text;
+        EXPECT_TRUE(log.has("The right is missing."));
+        tracerState().tracer.reset();
+    }
+}
+
+TEST_F(EventTracerTest, AStaleSessionIsStoppedFirst) {
+    const CapturedLog log(3);
+    collector.os.kernelTrace.runs = true;
+    const uint32_t before = collector.os.clock.ticks();
+    EXPECT_EQ(runThread(), 0U);
+    EXPECT_EQ(collector.os.kernelTrace.calls, "stop;start NT Kernel Logger;close;stop;");
+    EXPECT_EQ(collector.os.clock.ticks() - before, 100U);
+    collector.os.kernelTrace.runs = true;
+    collector.os.kernelTrace.isStoppable = false;
+    EXPECT_EQ(runThread(), static_cast<uint32_t>(-1));
+    EXPECT_TRUE(log.has("   Failed to stop the logger. Error code: 5"));
+    EXPECT_TRUE(log.has("Already Exists"));
+}
+
+TEST_F(EventTracerTest, ReadingThatFailsSaysWhy) {
+    struct Case {
+        uint32_t result;
+        const char* text;
+    };
+    for (const auto& [result, text] :
+         {Case{1223, ""}, Case{998, "An exception occurred in one of the callback functions"},
+          Case{1168, "Unknown return value: 1168 (ERROR_NOT_FOUND)"}}) {
+        const CapturedLog log(0);
+        collector.os.kernelTrace.processResult = result;
+        runThread();
+        EXPECT_EQ(log.has("CRITICAL"), *text != '\0');
+        EXPECT_TRUE(log.has(text)) << log.text();
+    }
+}
+
+TEST_F(EventTracerTest, LostEventsAreReportedAtOnceAndThenOnceAMinute) {
+    const CapturedLog log(0);
+    struct Case {
+        uint64_t lost;
+        int32_t secondsLater;
+        size_t messages;
+    };
+    for (const auto& [lost, secondsLater, messages] :
+         {Case{0, 0, 0}, Case{7, 1, 1}, Case{9, 30, 1}, Case{9, 31, 2}, Case{9, 100, 2}, Case{10, 1, 3}}) {
+        collector.os.clock.advance(secondsLater);
+        collector.os.kernelTrace.eventsLost = lost;
+        collector.os.kernelTrace.events = {event(3, 1, "", 0)};
+        runThread();
+        const std::string text = log.text();
+        size_t count = 0;
+        for (size_t at = text.find("WARNING"); at != std::string::npos; at = text.find("WARNING", at + 1))
+            ++count;
+        EXPECT_EQ(count, messages) << lost << " after " << secondsLater;
+    }
+}
+
+TEST_F(EventTracerTest, AtTheEndOfTheProgramNothingIsTakenAnyMore) {
+    const CapturedLog log(5);
+    programState().quitFlag = 1;
+    take(start, 40, "c:\\apps\\cad.exe", now());
+    EXPECT_TRUE(collector.tracked().empty());
+    EXPECT_EQ(log.text().find("callback"), std::string::npos);
+}
+
+TEST_F(EventTracerTest, CompletingRoundsNameWhatTheEventsCouldNot) {
+    ScriptedProcess& nameless = collector.os.processes.start(8, "");
+    nameless.modulesFail = 100;
+    take(start, 8, "<<unknown>>", now());
+    collector.poll(); // the full round
+    nameless.modulesFail = 0;
+    nameless.path = "c:\\apps\\cad.exe";
+    collector.os.processes.start(50, "c:\\apps\\new.exe");
+    collector.poll();
+    EXPECT_FALSE(collector.tracked().contains(50)) << "starts come from the events alone";
+}
+
+} // namespace Velmor

@@ -1,0 +1,181 @@
+// The service of process events on the real kernel, with its sources switched off in turn. Needs root.
+
+#include "platform/linux/LinuxKernelTrace.h"
+
+#include "Child.h"
+#include "platform/Errors.h"
+#include "platform/linux/LinuxProcesses.h"
+#include "support/TempDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <set>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Velmor {
+
+namespace {
+constexpr const char* sessionName = "test";
+
+/// What came, for the callback, which is a plain function.
+struct Seen {
+    std::mutex mutex;
+    std::string prefix; // of the executables that count, or of their file names
+    LinuxProcesses* processes = nullptr;
+    bool mayBeGone = false; // of an end that no start was told of nothing more is known
+    int starts = 0;
+    int ends = 0;
+    int lostNames = 0;
+    std::set<std::string> names;
+    std::set<int64_t> codes; // -1 for one that can't be learnt
+};
+Seen* seen = nullptr;
+std::atomic<bool> goesOn{true};
+
+void onEvent(const TraceEvent& event) {
+    const std::lock_guard lock(seen->mutex);
+    constexpr size_t namePlace = 32; // behind ids and SID
+    std::string name(reinterpret_cast<const char*>(event.payload.data()) + namePlace);
+    uint32_t pid = 0;
+    std::memcpy(&pid, event.payload.data(), sizeof(pid));
+    if (name == "<<lost>>") {
+        ++seen->lostNames;
+        return;
+    }
+    if (name.substr(name.rfind('/') + 1).find(seen->prefix) != 0)
+        return;
+    uint32_t error = 0;
+    const ProcessHandle handle = seen->processes->open(pid, error);
+    if (!handle && event.type == 2 && seen->mayBeGone) {
+        ++seen->ends;
+        return;
+    }
+    std::string path;
+    if (!handle || !seen->processes->modulePath(handle, 0, path, error) || path != name)
+        ADD_FAILURE() << "an event's process can't be opened: " << name;
+    if (event.type == 1) {
+        ++seen->starts;
+        seen->names.insert(name);
+        return;
+    }
+    ++seen->ends;
+    uint32_t code = 0;
+    seen->codes.insert(handle && seen->processes->exitCode(handle, code, error) ? int64_t{code} : -1);
+}
+
+class KernelTraceTest : public testing::Test {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0)
+            GTEST_SKIP() << "process events need root";
+        record.prefix = "w" + std::to_string(getpid());
+        record.processes = &processes;
+        seen = &record;
+        goesOn = true;
+        program = directory / record.prefix;
+        std::filesystem::copy_file("/bin/false", program);
+    }
+
+    /// Runs the program some times under a session with these sources; false if there is none.
+    bool watch(LinuxKernelTrace& trace, int count) {
+        record.starts = record.ends = record.lostNames = 0;
+        record.names.clear();
+        record.codes.clear();
+        if (trace.start(sessionName, {}) != NativeError::success)
+            return false;
+        uint32_t error = 0;
+        TraceHandle handle = trace.open(sessionName, error);
+        std::thread reader([&] { trace.process(handle, onEvent, [] { return goesOn.load(); }); });
+        for (int i = 0; i < count; ++i)
+            Child({program}).reap();
+        eventually([&] {
+            const std::lock_guard lock(record.mutex);
+            return record.ends + record.lostNames / 2 >= count;
+        });
+        EXPECT_EQ(trace.stop(sessionName), NativeError::success);
+        reader.join();
+        return true;
+    }
+
+    LinuxProcesses processes;
+    TempDirectory directory;
+    Seen record;
+    std::string program;
+};
+} // namespace
+
+TEST_F(KernelTraceTest, EachSourceThatIsOffCostsWhatItTells) {
+    struct Case {
+        const char* what;
+        LinuxKernelTrace::Sources sources;
+        bool namesAll;
+        int64_t code;
+    };
+    constexpr int count = 20;
+    for (const auto& [what, sources, namesAll, code] : {
+             Case{"all", {true, true, true, true}, true, 1},
+             Case{"no rings", {false, true, true, true}, true, 1},
+             Case{"no rings, no table", {false, true, true, false}, true, 1},
+             Case{"neither names nor exit records", {false, true, false, false}, false, 1},
+             Case{"no connector", {true, false, true, true}, true, 1},
+             Case{"no codes", {true, false, false, true}, true, -1},
+         }) {
+        LinuxKernelTrace trace(processes, sources);
+        ASSERT_TRUE(watch(trace, count)) << what << trace.shortcomings();
+        if (!namesAll) {
+            EXPECT_EQ(record.starts, 0) << what;
+            EXPECT_GE(record.lostNames, 2 * count) << what;
+            continue;
+        }
+        EXPECT_EQ(record.starts, count) << what;
+        EXPECT_EQ(record.ends, count) << what;
+        EXPECT_EQ(record.codes, std::set<int64_t>{code}) << what;
+        if (sources.rings) {
+            EXPECT_EQ(record.names, std::set<std::string>{program}) << what;
+        }
+    }
+    LinuxKernelTrace none(processes, {false, false, true, true});
+    EXPECT_EQ(none.start(sessionName, {}), NativeError::accessDenied);
+    EXPECT_FALSE(none.shortcomings().empty());
+}
+
+TEST_F(KernelTraceTest, OneSessionOfANameRunsAndEndsWhenItIsStopped) {
+    LinuxKernelTrace trace(processes);
+    TraceProperties properties;
+    EXPECT_EQ(trace.query(sessionName, properties), NativeError::instanceNotFound);
+    ASSERT_EQ(trace.start(sessionName, properties), NativeError::success);
+    EXPECT_EQ(trace.start(sessionName, properties), NativeError::alreadyExists);
+    EXPECT_EQ(trace.query(sessionName, properties), NativeError::success);
+    uint32_t error = 0;
+    EXPECT_FALSE(trace.open("other", error));
+    TraceHandle handle = trace.open(sessionName, error);
+    EXPECT_EQ(trace.process(handle, onEvent, [] { return false; }), NativeError::cancelled);
+    std::thread stopper([&] { EXPECT_EQ(trace.stop(sessionName), NativeError::success); });
+    EXPECT_EQ(trace.process(handle, onEvent, [] { return true; }), NativeError::success);
+    stopper.join();
+    EXPECT_EQ(trace.stop(sessionName), NativeError::instanceNotFound);
+}
+
+TEST_F(KernelTraceTest, WhatEndedBeforeTheSessionCouldSeeItIsReported) {
+    uint32_t error = 0;
+    const std::string sleeper = program + "s";
+    std::filesystem::copy_file("/bin/sleep", sleeper);
+    Child child({sleeper, "100"});
+    const ProcessHandle held = processes.open(child.pid(), error);
+    ASSERT_TRUE(held);
+    child.signal(SIGKILL);
+    child.reap();
+    record.mayBeGone = true;
+    LinuxKernelTrace trace(processes);
+    ASSERT_TRUE(watch(trace, 1));
+    EXPECT_GE(record.ends, 1);
+}
+
+} // namespace Velmor

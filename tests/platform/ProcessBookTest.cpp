@@ -1,0 +1,227 @@
+#include "platform/linux/ProcessBook.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+
+namespace Velmor {
+
+namespace {
+constexpr uint64_t millisecond = 1'000'000;
+
+struct PaperFacts : ProcessFacts {
+    bool executable(uint32_t pid, std::string& path) override {
+        const auto found = links.find(pid);
+        if (found != links.end())
+            path = found->second;
+        return found != links.end();
+    }
+    bool describe(uint32_t pid, TableEntry& entry) override {
+        const auto found = table.find(pid);
+        if (found != table.end())
+            entry = found->second;
+        return found != table.end();
+    }
+    bool hasEnded(uint32_t pid) override { return ended.contains(pid); }
+    bool epitaph(uint32_t pid, std::string& path, uid_t& owner, uint32_t& code) override {
+        if (!epitaphs.contains(pid))
+            return false;
+        path = epitaphs[pid];
+        owner = 9;
+        code = 5;
+        return true;
+    }
+
+    std::map<uint32_t, std::string> links;
+    std::map<uint32_t, TableEntry> table;
+    std::map<uint32_t, std::string> epitaphs;
+    std::set<uint32_t> ended;
+};
+
+class ProcessBookTest : public ::testing::Test {
+protected:
+    ProcessBookTest() {
+        TableEntry shell;
+        shell.pid = 10;
+        shell.owner = 1000;
+        shell.executable = "/bin/sh";
+        shell.startTicks = 1;
+        enter(shell);
+    }
+
+    void enter(const TableEntry& entry) {
+        auto note = std::make_shared<TracedProcess>();
+        note->pid = entry.pid;
+        note->executable = entry.executable;
+        book.enter(entry, note, false);
+    }
+
+    /// What has been announced since the last call: "+pid name of owner at ms" and "-pid name code at ms".
+    std::string news() {
+        std::vector<BookEvent> events;
+        book.takeEvents(events);
+        std::string text;
+        for (const BookEvent& event : events) {
+            const TracedProcess& p = *event.process;
+            text += (event.isStart ? "+" : "-") + std::to_string(p.pid) + " " + p.executable + " " +
+                    std::to_string(event.isStart ? int64_t{p.owner} : p.state.load()) + " at " +
+                    std::to_string(event.time / millisecond) + "; ";
+        }
+        return text;
+    }
+
+    void fork(uint64_t at, uint32_t pid, uint32_t parent = 10) { book.forked(at * millisecond, parent, pid); }
+    void execute(uint64_t at, uint32_t pid, const char* path) { book.executed(at * millisecond, pid, path); }
+    void exit(uint64_t at, uint32_t pid, int64_t code = 0) { book.exited(at * millisecond, pid, pid, code); }
+    void exitThread(uint64_t at, uint32_t pid, uint32_t thread, int64_t code) {
+        book.exited(at * millisecond, pid, thread, code);
+    }
+
+    PaperFacts facts;
+    ProcessBook book{facts, 0};
+};
+} // namespace
+
+TEST_F(ProcessBookTest, AnExecutionIsTheStart) {
+    fork(100, 20);
+    EXPECT_EQ(news(), "");
+    execute(101, 20, "/bin/true");
+    exit(102, 20, 3);
+    EXPECT_EQ(news(), "+20 /bin/true 1000 at 101; -20 /bin/true 3 at 102; ");
+}
+
+TEST_F(ProcessBookTest, AForkWithoutExecutionIsAStartAfterAWhileOrAtItsEnd) {
+    fork(100, 20);
+    fork(120, 21);
+    book.tick(150 * millisecond);
+    EXPECT_EQ(news(), "+20 /bin/sh 1000 at 100; ");
+    exit(160, 21);
+    book.tick(300 * millisecond);
+    EXPECT_EQ(news(), "+21 /bin/sh 1000 at 120; -21 /bin/sh 0 at 160; ");
+    fork(400, 22, 20);
+    execute(401, 22, "/bin/true");
+    book.tick(500 * millisecond);
+    EXPECT_EQ(news(), "+22 /bin/true 1000 at 401; ");
+}
+
+TEST_F(ProcessBookTest, AProcessThatExecutesAnotherProgramEndsAndStarts) {
+    execute(100, 10, "/usr/bin/vim");
+    EXPECT_EQ(news(), "-10 /bin/sh 0 at 100; +10 /usr/bin/vim 1000 at 100; ");
+}
+
+TEST_F(ProcessBookTest, ItEndsWithItsLastThread) {
+    fork(100, 20);
+    execute(101, 20, "/bin/srv");
+    book.threadStarted(102 * millisecond, 20);
+    book.threadStarted(103 * millisecond, 20);
+    news();
+    exit(104, 20, 1);
+    exitThread(105, 20, 21, 2);
+    EXPECT_EQ(news(), "");
+    exitThread(106, 20, 22, 7);
+    EXPECT_EQ(news(), "-20 /bin/srv 7 at 106; ");
+    // The thread that executes takes the process over; the others, the first among them, end.
+    fork(200, 30);
+    execute(201, 30, "/bin/srv");
+    book.threadStarted(202 * millisecond, 30);
+    exit(203, 30);
+    execute(204, 30, "/bin/true");
+    exit(205, 30, 4);
+    EXPECT_EQ(news(), "+30 /bin/srv 1000 at 201; -30 /bin/srv 0 at 204; +30 /bin/true 1000 at 204; "
+                      "-30 /bin/true 4 at 205; ");
+}
+
+TEST_F(ProcessBookTest, OfAnOlderProcessTheThreadsAreCheckedBeforeItEnds) {
+    TableEntry server;
+    server.pid = 40;
+    server.executable = "/bin/srv";
+    server.threads = 2;
+    server.knownAt = 100 * millisecond;
+    enter(server);
+    exit(50, 40); // contained in what was known
+    exitThread(101, 40, 41, 0);
+    exit(102, 40, 6);
+    EXPECT_EQ(news(), "") << "a thread more than was counted";
+    facts.ended.insert(40);
+    book.tick(1000 * millisecond);
+    EXPECT_EQ(news(), "-40 /bin/srv 6 at 1000; ");
+}
+
+TEST_F(ProcessBookTest, OwnersAreInheritedAndChange) {
+    fork(100, 20);
+    book.ownerChanged(101 * millisecond, 20, 0);
+    execute(102, 20, "/bin/sudo");
+    EXPECT_EQ(news(), "+20 /bin/sudo 0 at 102; ");
+}
+
+TEST_F(ProcessBookTest, ThreadsOfTheKernelAreNoNewsUntilTheyExecute) {
+    TableEntry kernel;
+    kernel.pid = 2;
+    kernel.isKernelThread = true;
+    book.enter(kernel, nullptr, true);
+    fork(100, 20, 2);
+    fork(100, 21, 2);
+    book.tick(500 * millisecond);
+    exit(501, 20);
+    EXPECT_EQ(news(), "");
+    execute(502, 21, "/sbin/modprobe");
+    EXPECT_EQ(news(), "+21 /sbin/modprobe 0 at 502; ");
+}
+
+TEST_F(ProcessBookTest, ANameThatNobodyToldIsLookedForElsewhere) {
+    facts.links[20] = "/bin/lives";
+    fork(100, 20);
+    execute(101, 20, "");
+    EXPECT_EQ(news(), "+20 /bin/lives 1000 at 101; ");
+    facts.epitaphs[21] = "/bin/dead";
+    fork(100, 21);
+    execute(101, 21, "");
+    EXPECT_EQ(news(), "");
+    exit(102, 21, ProcessBook::unknownCode);
+    EXPECT_EQ(news(), "+21 /bin/dead 9 at 101; -21 /bin/dead 5 at 102; ");
+    fork(100, 22);
+    execute(101, 22, "");
+    execute(102, 22, "/bin/named");
+    EXPECT_EQ(news(), "+22  1000 at 101; -22  0 at 102; +22 /bin/named 1000 at 102; ");
+}
+
+TEST_F(ProcessBookTest, AfterALossTheTableIsRight) {
+    fork(100, 20);
+    execute(101, 20, "/bin/gone");
+    fork(110, 21);
+    execute(111, 21, "/bin/reused");
+    fork(110, 22);
+    execute(111, 22, "/bin/stays");
+    news();
+    TableEntry shell;
+    shell.pid = 10;
+    shell.startTicks = 1;
+    TableEntry successor;
+    successor.pid = 21;
+    successor.startTicks = 900;
+    successor.startTime = 9000 * millisecond;
+    successor.executable = "/bin/successor";
+    TableEntry stays;
+    stays.pid = 22;
+    stays.startTicks = 11;
+    TableEntry missed = successor;
+    missed.pid = 23;
+    missed.executable = "/bin/missed";
+    TableEntry endedSince = missed;
+    endedSince.pid = 24;
+    facts.ended.insert(24);
+    book.compare({shell, successor, stays, missed, endedSince}, 9500 * millisecond);
+    const std::string text = news();
+    for (const char* part : {"-20 /bin/gone -2 at 9500; ", "-21 /bin/reused -2 at 9500; ",
+                             "+21 /bin/successor 0 at 9000; ", "+23 /bin/missed 0 at 9000; "})
+        EXPECT_NE(text.find(part), std::string::npos) << part << " in " << text;
+    EXPECT_EQ(std::count(text.begin(), text.end(), ';'), 4) << text;
+    book.compare({shell, successor, stays, missed}, 9600 * millisecond);
+    EXPECT_EQ(news(), "");
+    fork(9700, 20);
+    fork(9800, 20);
+    EXPECT_EQ(news(), "+20 /bin/sh 1000 at 9700; -20 /bin/sh -2 at 9800; ") << "the end between the two was lost";
+}
+
+} // namespace Velmor
