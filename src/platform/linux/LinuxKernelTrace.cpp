@@ -8,7 +8,7 @@
 namespace Velmor {
 
 namespace {
-constexpr int waitStep = 100;        // milliseconds between two questions whether to go on
+constexpr int waitStep = 200;        // milliseconds between two questions whether to go on
 constexpr int eventsOfBuffer = 1000; // handed over between two such questions
 constexpr std::string_view lostName = "<<lost>>";
 constexpr uint8_t startType = 1;

@@ -74,7 +74,8 @@ public:
     /// Sets the books right by a table that was read at `readAt`, after all events of before have been entered.
     void compare(const std::vector<TableEntry>& table, uint64_t readAt);
 
-    bool isWaiting() const { return !forks_.empty() || !leaderless_.empty(); }
+    /// Whether something may be announced soon although nothing more is told.
+    bool isWaiting() const { return !forks_.empty(); }
     void takeEvents(std::vector<BookEvent>& events);
     void forEach(const std::function<void(const TracedPointer&)>& visit) const;
 
