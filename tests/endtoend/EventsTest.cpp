@@ -300,7 +300,6 @@ TEST_F(Events, EveryProcessOfAFloodHasOneRecord) {
 }
 
 TEST_F(Events, AfterALossTheRegistryIsRightAgainAndTheLossIsCounted) {
-    ProcessAccounting judge(directory_ / "pacct");
     startCollector();
     ASSERT_TRUE(awaitTracer());
     const pid_t running = spawn({program("s"), "300"}, 0, false);

@@ -1,8 +1,11 @@
 #include "ProcessAccounting.h"
 
+#include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <linux/acct.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 namespace Velmor {
@@ -11,7 +14,10 @@ namespace {
 constexpr double ticksOfSecond = 100;
 } // namespace
 
-ProcessAccounting::ProcessAccounting(const std::string& file) : file_(file) {
+ProcessAccounting::ProcessAccounting(const std::string& file)
+    : file_(file), turn_(open("/usr", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    while (flock(turn_, LOCK_EX) != 0 && errno == EINTR) {
+    }
     std::ofstream(file_).flush();
     isOn_ = acct(file_.c_str()) == 0;
 }
@@ -19,6 +25,7 @@ ProcessAccounting::ProcessAccounting(const std::string& file) : file_(file) {
 ProcessAccounting::~ProcessAccounting() {
     if (isOn_)
         static_cast<void>(acct(nullptr));
+    close(turn_);
 }
 
 std::vector<AccountedProcess> ProcessAccounting::ended(const std::string& prefix) const {

@@ -15,7 +15,8 @@ struct AccountedProcess {
     double end = 0;
 };
 
-/// The system's process accounting, on while the object lives. There is one for the whole machine.
+/// The system's process accounting, on while the object lives. There is one for the whole machine: whoever else wants
+/// it waits.
 class ProcessAccounting {
 public:
     explicit ProcessAccounting(const std::string& file);
@@ -29,7 +30,8 @@ public:
 
 private:
     std::string file_;
-    bool isOn_;
+    int turn_; // held by a lock on a directory that every machine has
+    bool isOn_ = false;
 };
 
 } // namespace Velmor
