@@ -105,7 +105,7 @@ std::vector<UsageLine> Collector::records() const {
 
 CapturedLog::CapturedLog(int32_t level) {
     messenger_ = SmartPointer<LogMessenger>(new LogMessenger());
-    messenger_->setFile(directory_ / "log.log");
+    messenger_->setFile(directory_ / name_);
     centre_ = SmartPointer<LoggerCentre>(new LoggerCentre(LogProgram::runtally, messenger_));
     LoggerUnit::setDebugLevel(level);
     runtallyState().logger.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre_, LogModule::runtally)));

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace Velmor {
@@ -61,11 +62,13 @@ public:
     CapturedLog(const CapturedLog&) = delete;
     CapturedLog& operator=(const CapturedLog&) = delete;
     ~CapturedLog();
-    std::string text() const { return readFile(directory_ / "log.log"); }
+    std::string text() const { return readFile(directory_ / name_); }
     bool has(const std::string& part) const { return text().find(part) != std::string::npos; }
 
 private:
     TempDirectory directory_;
+    // Of its own, since programs that write a log of one name keep each other from it for a while.
+    std::string name_ = "log" + std::to_string(getpid()) + ".log";
     SmartPointer<LogMessenger> messenger_;
     SmartPointer<LoggerCentre> centre_;
 };
