@@ -35,7 +35,7 @@ bool replaceDeviceByDrive(std::string& path) {
         std::string device;
         if (!platform().fileSystem->deviceOfDrive(drive, device) || !path.starts_with(device))
             continue;
-        path = drive + path.substr(device.size());
+        path.replace(0, device.size(), drive);
         return true;
     }
     return false;

@@ -14,8 +14,8 @@ class LinuxVersionResources : public VersionResources {
 public:
     LinuxVersionResources() = default;
     /// Looks for desktop entries and packages below other roots than the system's.
-    LinuxVersionResources(std::string applications, std::string packages)
-        : desktop_(std::move(applications)), packages_(std::move(packages)) {}
+    LinuxVersionResources(const std::string& applications, const std::string& packages)
+        : desktop_(applications), packages_(packages) {}
 
     std::unique_ptr<VersionResource> open(std::string_view path) override;
 

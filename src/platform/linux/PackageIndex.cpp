@@ -27,7 +27,7 @@ uint64_t hashOf(std::string_view path) {
     std::string normal(path);
     for (const std::string_view merged : mergedDirectories)
         if (path.starts_with(merged))
-            normal = "/usr" + normal;
+            normal.insert(0, "/usr");
     return std::hash<std::string>{}(normal);
 }
 } // namespace

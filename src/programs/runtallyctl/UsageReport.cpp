@@ -79,6 +79,7 @@ std::vector<Total> sumUp(const std::vector<UsageEntry>& entries) {
         total.seconds += entry.duration;
     }
     std::vector<Total> sorted;
+    sorted.reserve(totals.size());
     for (auto& [key, total] : totals)
         sorted.push_back(std::move(total));
     std::stable_sort(sorted.begin(), sorted.end(),

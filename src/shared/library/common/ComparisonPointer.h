@@ -50,7 +50,7 @@ public:
     explicit SmartComparisonPointer(T* object) : SmartPointer<T>(object), ComparisonPointer<T>(object) {}
     SmartComparisonPointer(const SmartComparisonPointer&) = default;
     SmartComparisonPointer(SmartComparisonPointer&& other) noexcept
-        : SmartPointer<T>(std::move(other)), ComparisonPointer<T>(other) {
+        : SmartPointer<T>(static_cast<SmartPointer<T>&&>(other)), ComparisonPointer<T>(other) {
         other.ComparisonPointer<T>::reset();
     }
     ~SmartComparisonPointer() override = default;
@@ -61,7 +61,7 @@ public:
         return *this;
     }
     SmartComparisonPointer& operator=(SmartComparisonPointer&& other) noexcept {
-        SmartPointer<T>::operator=(std::move(other));
+        SmartPointer<T>::operator=(static_cast<SmartPointer<T>&&>(other));
         ComparisonPointer<T>::set(SmartPointer<T>::get());
         if (this != &other)
             other.ComparisonPointer<T>::reset();

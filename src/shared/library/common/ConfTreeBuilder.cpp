@@ -6,6 +6,8 @@
 #include "shared/library/common/FilePlain.h"
 #include "shared/library/logger/Logger.h"
 
+#include <utility>
+
 namespace Velmor {
 
 namespace {
@@ -89,7 +91,7 @@ bool ConfTreeBuilder::readEntries(DOMNode& parent, int depth) {
             if (text != "{")
                 fail("ConfReader: Missing '{'.", __LINE__);
             const bool textEnded = readEntries(*node, depth + 1);
-            parent.addChild(std::move(node));
+            parent.addChild(std::exchange(node, nullptr));
             if (textEnded)
                 return true;
             state = State::name;
