@@ -43,9 +43,7 @@ size_t pageSize() {
     static const auto size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     return size;
 }
-} // namespace
 
-namespace {
 /// A power of two, so that many processors don't cost much memory, and a few have room.
 size_t ringSize(size_t processors) {
     return std::clamp(std::bit_floor(allRings / std::max<size_t>(processors, 1)), leastRing, largestRing);
