@@ -1,9 +1,9 @@
 #include "collector/CollectorFixture.h"
 
 #include "programs/collectors/agent/AgentLogger.h"
+#include "support/DataFiles.h"
 
 #include <filesystem>
-#include <map>
 #include <sstream>
 #include <stdexcept>
 
@@ -19,17 +19,6 @@ std::vector<std::string> fieldsOf(const std::string& line) {
             return fields;
         begin = end + 3;
     }
-}
-
-/// The files by the number in their names that counts them.
-std::map<long, std::string> filesInOrder(const std::string& directory) {
-    std::map<long, std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        const std::string name = entry.path().filename().string();
-        if (name.ends_with(".data") || name.ends_with(".tmp"))
-            files[std::stol(name.substr(name.rfind('-') + 1))] = entry.path().string();
-    }
-    return files;
 }
 } // namespace
 
@@ -97,10 +86,7 @@ ProcessPointer Collector::report(uint32_t pid, ProcessState state, int32_t when)
 }
 
 std::vector<UsageLine> Collector::records() const {
-    std::string text;
-    for (const auto& [counter, path] : filesInOrder(directory.path()))
-        text += readFile(path);
-    return parseRecords(text);
+    return parseRecords(dataText(directory.path(), "ProcessLog"));
 }
 
 CapturedLog::CapturedLog(int32_t level) {

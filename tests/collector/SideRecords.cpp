@@ -1,8 +1,6 @@
 #include "collector/SideRecords.h"
 
-#include <filesystem>
-#include <map>
-#include <sstream>
+#include "support/DataFiles.h"
 
 namespace Velmor {
 
@@ -26,19 +24,7 @@ SideRecordsTest::~SideRecordsTest() {
 }
 
 std::vector<std::string> SideRecordsTest::lines(const std::string& stem) const {
-    std::map<long, std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(collector.directory.path())) {
-        const std::string name = entry.path().filename().string();
-        if (name.starts_with(stem) && (name.ends_with(".data") || name.ends_with(".tmp")))
-            files[std::stol(name.substr(name.rfind('-') + 1))] = readFile(entry.path().string());
-    }
-    std::vector<std::string> found;
-    for (const auto& [counter, text] : files) {
-        std::istringstream rest(text);
-        for (std::string line; std::getline(rest, line);)
-            found.push_back(line);
-    }
-    return found;
+    return dataLines(collector.directory.path(), stem);
 }
 
 void SideRecordsTest::monitor(const std::string& counters, const std::string& names) {

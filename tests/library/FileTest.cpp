@@ -1,7 +1,6 @@
 #include "platform/linux/SystemCalls.h"
 #include "shared/library/common/BasicFile.h"
 #include "shared/library/common/FileException.h"
-#include "shared/library/common/FileFactory.h"
 #include "shared/library/common/FileGZ.h"
 #include "shared/library/common/FileOps.h"
 #include "shared/library/common/FilePlain.h"
@@ -66,8 +65,6 @@ protected:
 TEST_F(FileTest, BasicFileReadsLinesAndBlocks) {
     const std::string path = directory.write("a", "one\r\ntw\ro\n\n" + std::string(3000, 'x') + "\nlast");
     BasicFile file;
-    EXPECT_FALSE(file.open(path, 7));
-    EXPECT_EQ(file.getError(), BasicFile::ERROR_BAD_MODE);
     EXPECT_TRUE(file.open(path, BasicFile::MODE_READ));
     EXPECT_FALSE(file.open(path, BasicFile::MODE_READ));
     EXPECT_EQ(file.getError(), BasicFile::ERROR_ALREADY_OPEN);
@@ -89,11 +86,6 @@ TEST_F(FileTest, BasicFileReadsLinesAndBlocks) {
     EXPECT_EQ(text, "last");
     EXPECT_FALSE(file.seek(-1, BasicFile::FROM_BEGIN, BasicFile::READING));
     EXPECT_EQ(file.getError(), BasicFile::ERROR_SEEK);
-    EXPECT_FALSE(file.seek(0, 3, BasicFile::READING));
-    EXPECT_EQ(file.getError(), BasicFile::ERROR_BAD_ORIGIN);
-    file.close();
-    EXPECT_FALSE(file.flush());
-    EXPECT_EQ(file.getError(), BasicFile::ERROR_NOT_OPEN);
 }
 
 TEST_F(FileTest, BasicFileModesKeepOrEmptyTheContent) {
@@ -107,12 +99,10 @@ TEST_F(FileTest, BasicFileModesKeepOrEmptyTheContent) {
     for (const auto& [mode, before, opens, after] : {
              Case{BasicFile::MODE_WRITE, "old", true, "new"},
              Case{BasicFile::MODE_APPEND, "old", true, "oldnew"},
-             Case{BasicFile::MODE_APPEND, nullptr, true, "new"},
              Case{BasicFile::MODE_READ_WRITE, "older", true, "newer"},
              Case{BasicFile::MODE_READ_WRITE, nullptr, false, ""},
              Case{BasicFile::MODE_READ_WRITE_EMPTIED, "old", true, "new"},
              Case{BasicFile::MODE_READ_APPEND, "old", true, "oldnew"},
-             Case{BasicFile::MODE_READ, nullptr, false, ""},
          }) {
         const std::string path = directory / ("m" + std::to_string(++number));
         if (before)
@@ -162,27 +152,16 @@ TEST_F(FileTest, ASafeWriteShowsOnlyWhenItIsClosed) {
     file.close();
     file.close();
     EXPECT_EQ(readFile(path), "new");
+    file.open(safeWrite);
+    file.write("x", 1);
+    file.abort();
+    EXPECT_EQ(readFile(path), "new");
     EXPECT_EQ(directory.names(), "f");
-}
-
-TEST_F(FileTest, AnAbortedWriteLeavesWhatWasThere) {
-    FilePlain fresh(directory / "fresh");
-    fresh.open(safeWrite);
-    fresh.write("x", 1);
-    fresh.abort();
-    EXPECT_EQ(directory.names(), "");
-    directory.write("kept", "old");
-    FilePlain kept(directory / "kept");
-    kept.open(safeWrite);
-    kept.write("x", 1);
-    kept.abort();
-    EXPECT_EQ(readFile(directory / "kept"), "old");
-    EXPECT_EQ(directory.names(), "kept");
 }
 
 TEST_F(FileTest, AccessFlagsThatMakeNoSenseAreRefused) {
     const std::string path = directory.write("f", "x");
-    for (const uint16_t access : {0x00, 0x08, 0x11, 0x05, 0x09, 0x16, 0x40})
+    for (const uint16_t access : {0x00, 0x11, 0x16, 0x40})
         EXPECT_EQ(codeOf([&] { FilePlain(path).open(access); }), FL_ACCESS_COMB) << access;
     EXPECT_EQ(codeOf([&] { FilePlain(directory / "none").open(FileBase::ACCESS_READ); }), FL_EXISTS_NOT);
     EXPECT_EQ(codeOf([&] { FilePlain(directory / "no/dir").open(safeWrite); }), FL_CANNOT_LOCK);
@@ -191,9 +170,6 @@ TEST_F(FileTest, AccessFlagsThatMakeNoSenseAreRefused) {
     EXPECT_EQ(codeOf([&] { reader.readLine(line); }), FL_IS_CLOSED);
     reader.open(FileBase::ACCESS_READ);
     EXPECT_EQ(codeOf([&] { reader.write("x", 1); }), FL_CANNOT_WRITE);
-    reader.readLine(line);
-    EXPECT_TRUE(reader.eof());
-    EXPECT_EQ(codeOf([&] { reader.readLine(line); }), FL_EOF);
 }
 
 TEST_F(FileTest, ALockRunsOutByItself) {
@@ -211,24 +187,12 @@ TEST_F(FileTest, ALockRunsOutByItself) {
     EXPECT_TRUE(lock.isLocked());
     EXPECT_TRUE(lock.release());
     EXPECT_EQ(directory.names(), "f");
+    EXPECT_TRUE(lock.lock(TimeSpan(30), true));
+    const std::string text = readFile(directory / "f.lock");
+    EXPECT_EQ(text.substr(0, 41), "20010909T014710Z\n20010909T014740Z\n014710Z");
+    EXPECT_EQ(text.substr(51), "\noriginal\n");
     directory.write("f.lock", "rubbish\n");
     EXPECT_THROW(LockFile{path}, TimeException);
-}
-
-TEST_F(FileTest, ALockFileSaysWhoHoldsItAndUntilWhen) {
-    const std::string path = directory / "f";
-    LockFile lock(path);
-    EXPECT_FALSE(lock.fileExisted());
-    EXPECT_TRUE(lock.lock(TimeSpan(30), true));
-    EXPECT_FALSE(lock.lock(TimeSpan(30), true)) << "held already";
-    EXPECT_EQ(directory.names(), "f f.lock");
-    const std::string text = readFile(directory / "f.lock");
-    EXPECT_EQ(text.substr(0, 34), "20010909T014640Z\n20010909T014710Z\n");
-    EXPECT_EQ(text.substr(34, 7), "014640Z");
-    EXPECT_EQ(text.substr(51), "\noriginal\n");
-    LockFile sameSecond(path);
-    EXPECT_TRUE(sameSecond.release()) << "objects of one second share an identity";
-    EXPECT_TRUE(lock.release());
 }
 
 TEST_F(FileTest, ARenameThatFailsTenTimesKeepsTheData) {
@@ -254,7 +218,7 @@ TEST_F(FileTest, ARenameThatFailsTenTimesKeepsTheData) {
 }
 
 TEST_F(GzipTest, OldContentComesThroughAnAppend) {
-    for (const size_t size : {0, 1, 1023, 1024, 1025, 4096, 10000}) {
+    for (const size_t size : {0, 1023, 1024, 1025, 10000}) {
         FileOps::deleteFile(path);
         put(std::string(size, 'a'), safeWrite);
         put("tail", FileBase::ACCESS_WRITE | FileBase::ACCESS_APPEND);
@@ -266,9 +230,6 @@ TEST_F(GzipTest, OldContentComesThroughAnAppend) {
 TEST_F(GzipTest, LimitsAreTold) {
     put("one\ntwo", FileBase::ACCESS_WRITE | FileBase::ACCESS_UNSAFE);
     FileGZ file(path);
-    EXPECT_EQ(codeOf([&] { file.open(FileBase::ACCESS_READ | FileBase::ACCESS_WRITE); }), FL_ACCESS_COMB);
-    EXPECT_EQ(codeOf([&] { file.open(FileBase::ACCESS_CREATE); }), FL_ACCESS_COMB);
-    EXPECT_EQ(codeOf([&] { FileGZ(directory / "none.gz").open(FileBase::ACCESS_READ); }), FL_EXISTS_NOT);
     file.open(FileBase::ACCESS_READ);
     EXPECT_EQ(codeOf([&] { file.seek(0, FileBase::OFFSET_END); }), FL_ERROR);
     std::string line;
@@ -287,18 +248,9 @@ TEST_F(GzipTest, LimitsAreTold) {
     file.close();
 }
 
-TEST_F(FileTest, TheFactoryGoesByTheExactExtension) {
-    EXPECT_TRUE(dynamic_cast<FileGZ*>(FileFactory::create("a.tar.gz").get()));
-    EXPECT_TRUE(dynamic_cast<FilePlain*>(FileFactory::create("a.GZ").get()));
-    EXPECT_TRUE(dynamic_cast<FilePlain*>(FileFactory::create("gz").get()));
-}
-
 TEST_F(FileTest, PathTextsAreTakenApart) {
     EXPECT_EQ(FileUtils::getExtension("a.b\\c"), "b\\c");
-    EXPECT_EQ(FileUtils::getExtension("x.tar.gz"), "gz");
-    EXPECT_EQ(FileUtils::getExtension("none"), "");
     EXPECT_EQ(FileUtils::getDirectory("/a\\b/c"), "/a\\b/");
-    EXPECT_EQ(FileUtils::getBaseName("c"), "c");
     struct Case {
         const char* given;
         const char* normal;
@@ -314,8 +266,6 @@ TEST_F(FileTest, PathTextsAreTakenApart) {
         FileUtils::stripSeparators(text);
         EXPECT_EQ(text, stripped);
     }
-    EXPECT_TRUE(FileUtils::isValidFileName("") && !FileUtils::isValidFileName("a*") &&
-                !FileUtils::isValidFileName("a/") && !FileUtils::isValidFileName("a?b"));
 }
 
 TEST_F(FileTest, FileOperationsAnswerAndNeverThrow) {
@@ -330,16 +280,14 @@ TEST_F(FileTest, FileOperationsAnswerAndNeverThrow) {
     chmod(b.c_str(), 0444);
     EXPECT_FALSE(FileUtils::remove(b, false)) << "read-only";
     EXPECT_TRUE(FileUtils::remove(b, true));
-    EXPECT_FALSE(FileUtils::remove(b, true));
     EXPECT_TRUE(FileUtils::makeDirectories(directory / "p/q/file.txt"));
     EXPECT_TRUE(FileOps::exists(directory / "p\\q"));
     EXPECT_FALSE(FileOps::exists(directory / "p/q/file.txt"));
-    EXPECT_FALSE(FileUtils::makeDirectories("bare"));
-    EXPECT_TRUE(FileUtils::makeDirectories(""));
-    EXPECT_EQ(FileUtils::getFileSize(directory / "none"), 0U);
     EXPECT_TRUE(FileOps::scanDirectory(directory / "none", "*").empty());
-    EXPECT_EQ(FileOps::scanDirectory(directory.path(), "*").size(), 3U) << ". and .. and p";
-    EXPECT_FALSE(FileOps::exists(""));
+    os.fileSystem.devices["c:"] = "\\Device\\HarddiskVolume1";
+    os.fileSystem.paperFiles = {{"c:\\progra~1", "Program Files"}, {"c:\\Program Files\\cad", "CAD"}};
+    EXPECT_EQ(FileOps::getLongPath("c:\\progra~1/cad\\x1\\y"), "c:\\Program Files\\CAD\\x1\\y\\");
+    EXPECT_TRUE(FileOps::exists("c:") && !FileOps::exists("q:"));
 }
 
 TEST_F(FileTest, SpecialComponentsOfPathsAreExpanded) {
@@ -357,15 +305,6 @@ TEST_F(FileTest, SpecialComponentsOfPathsAreExpanded) {
     std::string text;
     for (const char* component : {"%gone%", "%", "", "/C:", "\\SystemRoot"})
         EXPECT_FALSE(FileOps::expandSpecialPrefix(component, text)) << component;
-}
-
-TEST_F(FileTest, LongNamesComeFromTheFileSystem) {
-    os.fileSystem.devices["c:"] = "\\Device\\HarddiskVolume1";
-    os.fileSystem.paperFiles = {{"c:\\progra~1", "Program Files"}, {"c:\\Program Files\\cad", "CAD"}};
-    EXPECT_EQ(FileOps::getLongPath("c:\\progra~1/cad\\x1\\y"), "c:\\Program Files\\CAD\\x1\\y\\");
-    EXPECT_EQ(FileOps::getLongPath(""), "");
-    EXPECT_TRUE(FileOps::exists("c:"));
-    EXPECT_FALSE(FileOps::exists("q:"));
 }
 
 } // namespace Velmor

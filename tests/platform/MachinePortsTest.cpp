@@ -1,15 +1,13 @@
-#include "Child.h"
-#include "RuntimeFixture.h"
 #include "platform/Errors.h"
 #include "platform/linux/LinuxAccounts.h"
-#include "platform/linux/LinuxClock.h"
 #include "platform/linux/LinuxMachine.h"
 #include "platform/linux/LinuxMailslots.h"
 #include "platform/linux/LinuxNamedLocks.h"
+#include "support/Child.h"
+#include "support/Eventually.h"
+#include "support/RuntimeFixture.h"
 
 #include <atomic>
-#include <chrono>
-#include <ctime>
 #include <future>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -49,7 +47,6 @@ TEST_F(NamedLockTest, ALockExistsOnceOnTheMachineAndGoesWithItsHolder) {
     ASSERT_TRUE(lock) << error;
     EXPECT_FALSE(locks.create("Global\\one/../two", error));
     EXPECT_EQ(error, NativeError::alreadyExists);
-    EXPECT_TRUE(locks.create("another", error));
     Child other([this] { return locks.create("Global\\one/../two", error) ? 0 : static_cast<int>(error); });
     EXPECT_EQ(other.reap(), static_cast<int>(NativeError::alreadyExists));
     lock.reset();
@@ -58,35 +55,15 @@ TEST_F(NamedLockTest, ALockExistsOnceOnTheMachineAndGoesWithItsHolder) {
     EXPECT_TRUE(locks.create("Global\\one/../two", error)) << "left by a process that is gone";
 }
 
-TEST_F(NamedLockTest, ANameThatCannotBeMadeGivesAnotherError) {
-    directory.write("run", "a file where the directory should be");
-    EXPECT_FALSE(locks.create("one", error));
-    EXPECT_EQ(error, NativeError::pathNotFound);
-}
-
-TEST_F(MailslotTest, TenThousandMessagesWaitWithoutHoldingTheWriterUp) {
-    constexpr size_t count = 10000;
-    const auto reader = mailslots.create("slot", error);
-    ASSERT_TRUE(reader);
-    const auto writer = mailslots.open("slot", error);
-    ASSERT_TRUE(writer);
-    std::vector<std::string> sent;
-    for (size_t i = 0; i < count; ++i) {
-        sent.push_back("message " + std::to_string(i) + '\0');
-        ASSERT_TRUE(writer->write(sent.back(), error)) << i << " gave " << error;
-    }
-    EXPECT_EQ(readAll(*reader, count), sent);
-}
-
-TEST_F(MailslotTest, MessagesOfAnySizeKeepTheirBorders) {
+TEST_F(MailslotTest, TenThousandMessagesOfAnySizeWaitWithoutHoldingTheWriterUp) {
     const auto reader = mailslots.create("slot", error);
     const auto writer = mailslots.open("slot", error);
     ASSERT_TRUE(writer);
-    std::vector<std::string> sent;
-    for (const size_t size : {0, 1, 65536, 150000}) {
-        sent.emplace_back(size, 'x');
-        ASSERT_TRUE(writer->write(sent.back(), error)) << size << " gave " << error;
-    }
+    std::vector<std::string> sent{"", std::string(65536, 'x'), std::string(150000, 'x')};
+    while (sent.size() < 10000)
+        sent.push_back("message " + std::to_string(sent.size()) + '\0');
+    for (const std::string& message : sent)
+        ASSERT_TRUE(writer->write(message, error)) << message.size() << " gave " << error;
     EXPECT_EQ(readAll(*reader, sent.size()), sent);
     EXPECT_FALSE(writer->write(std::string(64 << 20, 'x'), error)) << "too long is refused, not cut";
     std::vector<std::string> none;
@@ -130,45 +107,13 @@ TEST_F(MailslotTest, AnyUsersProcessReachesTheSocketWhateverIsMasked) {
     EXPECT_EQ(state.st_mode & 0777U, 0755U);
 }
 
-TEST(ClockTest, LocalFieldsFollowTheZonesRulesOfThatInstant) {
-    setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);
-    tzset();
-    LinuxClock clock;
-    struct Case {
-        int32_t seconds;
-        const char* utc;
-        const char* local;
-    };
-    const auto text = [](const CalendarFields& f) {
-        char buffer[64];
-        std::snprintf(buffer, sizeof(buffer), "%d-%d-%d %d %d:%d:%d", f.year, f.month, f.day, f.weekday, f.hour,
-                      f.minute, f.second);
-        return std::string(buffer);
-    };
-    for (const auto& [seconds, utc, local] : {
-             Case{0, "1970-1-1 3 0:0:0", "1969-12-31 2 19:0:0"},
-             Case{1783166400, "2026-7-4 5 12:0:0", "2026-7-4 5 8:0:0"},
-             Case{1783166400 + 184 * 86400, "2027-1-4 0 12:0:0", "2027-1-4 0 7:0:0"},
-             Case{-1, "1969-12-31 2 23:59:59", "1969-12-31 2 18:59:59"},
-         }) {
-        EXPECT_EQ(text(clock.utc(seconds)), utc);
-        EXPECT_EQ(text(clock.local(seconds)), local);
-    }
-}
-
 TEST(MachineTest, FactsAreThoseOfTheKernel) {
     LinuxMachine machine;
-    std::string name;
-    EXPECT_TRUE(machine.computerName(name));
-    EXPECT_FALSE(name.empty());
-    EXPECT_EQ(name.find('.'), std::string::npos);
     SystemVersion version;
     ASSERT_TRUE(machine.systemVersion(version));
     const std::string release = readFile("/proc/sys/kernel/osrelease");
     EXPECT_EQ(release.find(std::to_string(version.major) + "." + std::to_string(version.minor)), 0U);
-    EXPECT_TRUE(version.name.starts_with("Linux "));
     EXPECT_EQ(version.name.find_first_of(":\n\""), std::string::npos);
-    EXPECT_GT(machine.physicalMemory(), 16U << 20);
     rlimit limit{};
     machine.raiseHandleLimit();
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -195,7 +140,6 @@ TEST(AccountsTest, SidsOfUsersHaveNamesAndOthersAreUnknown) {
     uint32_t error = 0;
     EXPECT_TRUE(accounts.lookup("S-1-22-1-0", user, domain, error));
     EXPECT_EQ(user, "root");
-    EXPECT_FALSE(domain.empty());
     EXPECT_TRUE(accounts.lookup("S-1-22-1-4000000007", user, domain, error));
     EXPECT_EQ(user, "4000000007") << "nobody's number stands for itself";
     for (const char* sid : {"", "S-1-22-1-", "S-1-22-1-12x", "S-1-22-1--1", "S-1-5-18", "S-1-22-1-99999999999"}) {
@@ -210,7 +154,7 @@ TEST(AccountsTest, AServiceThatAnswersLateCostsItsWaitOnce) {
         [service](uint32_t) {
             ++service->questions;
             service->mayAnswer.wait();
-            return std::string("late");
+            return std::string("la\x1e\n");
         },
         20);
     std::string user;
@@ -227,26 +171,9 @@ TEST(AccountsTest, AServiceThatAnswersLateCostsItsWaitOnce) {
     };
     EXPECT_EQ(nameOf("S-1-22-1-1001"), "1001");
     service->release.set_value();
-    EXPECT_TRUE(eventually([&] { return nameOf("S-1-22-1-1000") == "late" && nameOf("S-1-22-1-1001") == "late"; }))
-        << "an answer that nobody waits for any more is an answer";
+    EXPECT_TRUE(eventually([&] { return nameOf("S-1-22-1-1000") == "la??" && nameOf("S-1-22-1-1001") == "la??"; }))
+        << "an answer that nobody waits for any more is an answer, and forges no separators";
     EXPECT_EQ(service->questions, 2) << "no user is asked for twice";
-}
-
-TEST(AccountsTest, AnswersAreKeptAndCannotForgeSeparators) {
-    std::atomic<int> questions{0};
-    LinuxAccounts accounts(
-        [&](uint32_t uid) {
-            ++questions;
-            return "u\x1e\n" + std::to_string(uid);
-        },
-        5000);
-    std::string user;
-    std::string domain;
-    uint32_t error = 0;
-    for (int i = 0; i < 3; ++i)
-        EXPECT_TRUE(accounts.lookup("S-1-22-1-7", user, domain, error));
-    EXPECT_EQ(user, "u??7");
-    EXPECT_EQ(questions, 1);
 }
 
 } // namespace Velmor

@@ -36,7 +36,7 @@ class VersionResourcesTest : public testing::Test {
 protected:
     /// Description, product and version, "-" where there is none; empty if the file says nothing.
     std::string ask(const std::string& path) {
-        const auto resource = resources.open(path);
+        const auto resource = resources->open(path);
         if (!resource)
             return {};
         const auto translations = resource->translations();
@@ -57,7 +57,7 @@ protected:
 
     TempDirectory directory;
     std::string root = directory.path().substr(0, directory.path().size() - 1);
-    LinuxVersionResources resources{root, root};
+    std::unique_ptr<LinuxVersionResources> resources = std::make_unique<LinuxVersionResources>(root, root);
 };
 } // namespace
 
@@ -88,14 +88,8 @@ TEST_F(VersionResourcesTest, ADesktopEntryNamesItsProgramAndThePackageItsVersion
     directory.write("var/lib/dpkg/info/draw:amd64.list", "/usr\n/usr/lib\n" + path + "\n");
     directory.write("var/lib/dpkg/status", "Package: drawing\nVersion: 0\n\nPackage: draw\nStatus: install ok\n"
                                            "Version: 2:7.1+b2\n\nPackage: x\nVersion: 9\n");
-    LinuxVersionResources fresh(root, root);
-    const auto resource = fresh.open(path);
-    ASSERT_TRUE(resource);
-    std::string value;
-    ASSERT_TRUE(resource->string({1033, 1200}, "FileVersion", value));
-    EXPECT_EQ(value, std::string("2:7.1+b2") + '\0');
-    ASSERT_TRUE(resource->string({1033, 1200}, "FileDescription", value));
-    EXPECT_EQ(value, std::string("Drawing") + '\0');
+    resources = std::make_unique<LinuxVersionResources>(root, root);
+    EXPECT_EQ(ask(path), answer("Drawing", "draw", "2:7.1+b2"));
 }
 
 TEST_F(VersionResourcesTest, MergedDirectoriesAreOnePlace) {
@@ -106,7 +100,6 @@ TEST_F(VersionResourcesTest, MergedDirectoriesAreOnePlace) {
         EXPECT_EQ(ask(path), answer("-", "a", "1")) << path;
     for (const char* path : {"/bin/env", "/usr/bin/env"})
         EXPECT_EQ(ask(path), answer("-", "b", "2")) << path;
-    EXPECT_EQ(ask("/usr/bin/sort"), "");
 }
 
 } // namespace Velmor

@@ -15,6 +15,10 @@ protected:
         setenv("VELMOR_STATE_DIR", (directory / "state").c_str(), 1);
         setenv("VELMOR_RESOURCES", (directory / "resources.toml").c_str(), 1);
     }
+    ~RuntimeFixture() override {
+        for (const char* name : {"VELMOR_RUNTIME_DIR", "VELMOR_STATE_DIR", "VELMOR_RESOURCES"})
+            unsetenv(name);
+    }
 
     TempDirectory directory;
 };

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace Velmor {
+
+/// The text of all data files of a stem, delivered or not, in the order of the counters in their names.
+std::string dataText(const std::string& directory, const std::string& stem);
+std::vector<std::string> dataLines(const std::string& directory, const std::string& stem);
+
+} // namespace Velmor
