@@ -113,6 +113,12 @@ protected:
 };
 } // namespace
 
+TEST_F(SupervisionTest, WorkersThatAreWellAreLeftAlone) {
+    for (int i = 0; i < 6; ++i)
+        EXPECT_TRUE(pass());
+    EXPECT_EQ(script.starts, 1);
+}
+
 TEST_F(SupervisionTest, AHungWorkerIsKilledAndStartedAgainWithinThreePassesAndItsLockIsFree) {
     for (const bool busy : {false, true}) {
         const int starts = script.starts;

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <iostream>
 #include <unistd.h>
 
 namespace Velmor {
@@ -48,12 +47,12 @@ std::vector<Record> records(const RunningCollector& collector, const std::string
 
 /// What the kernel says of a process, read by the test itself.
 struct KernelFigures {
-    explicit KernelFigures(pid_t pid) {
+    explicit KernelFigures(uint32_t pid) {
         timespec now{};
         clock_gettime(CLOCK_MONOTONIC, &now);
         clockid_t clock{};
         timespec used{};
-        clock_getcpuclockid(pid, &clock);
+        clock_getcpuclockid(static_cast<pid_t>(pid), &clock);
         clock_gettime(clock, &used);
         time = static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
         cpu = static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
@@ -81,7 +80,7 @@ TEST(ModulesEndToEnd, ALibraryThatIsUnloadedAndOneThatStaysHaveOneRecordEach) {
     RunningCollector collector(
         "", std::string(polling) + "        module-data (Bool) = true { interval (TimeSpan) = P1S { } }\n",
         {everything});
-    StartedProgram loader({VELMOR_LOADER, VELMOR_MODULE});
+    Child loader({VELMOR_LOADER, VELMOR_MODULE});
     ASSERT_TRUE(collector.awaitLog("Added process " + std::to_string(loader.pid())));
     ASSERT_TRUE(loader.order('l'));
     const time_t loaded = time(nullptr);
@@ -100,12 +99,8 @@ TEST(ModulesEndToEnd, ALibraryThatIsUnloadedAndOneThatStaysHaveOneRecordEach) {
     EXPECT_TRUE(unloaded[0].has("endtoend_loader"));
     EXPECT_NEAR(static_cast<double>(unloaded[0].start() - loaded), 1, 1.1); // found by looks a second apart
     EXPECT_NEAR(unloaded[0].number(1), kept, 2.1);
-    size_t stayed = 0;
-    for (const Record& record : records(collector, "ModuleLog", "endtoend_loader")) {
-        EXPECT_FALSE(record.has("endtoend_loader:0:endtoend_loader:0:endtoend_loader")) << "the image itself";
-        stayed += record.has("libc.so.6") ? 1 : 0;
-    }
-    EXPECT_EQ(stayed, 1U);
+    const std::vector<Record> all = records(collector, "ModuleLog", "endtoend_loader");
+    EXPECT_EQ(std::count_if(all.begin(), all.end(), [](auto& record) { return record.has("libc.so.6"); }), 1);
 }
 
 // Longer, and with each record by itself, with VELMOR_BURN_SECONDS; by default it takes a delivery and a half.
@@ -121,7 +116,7 @@ TEST(PerformanceEndToEnd, RecordsAgreeWithTheKernelsOwnFigures) {
          {"counters", "Elapsed Time|abs\n% Processor Time|avg\nPrivate Bytes|avg\nIO Data Bytes/sec|avg\n"},
          {"rules", "+ host=*\nendtoend_burner\n"}});
     ASSERT_TRUE(collector.awaitLog("START THREAD PerformanceMonitor"));
-    StartedProgram burner({VELMOR_BURNER, "200", std::to_string(100.0 * mebibyte / seconds)});
+    Child burner({VELMOR_BURNER, "200", std::to_string(100.0 * mebibyte / seconds)});
     ASSERT_TRUE(collector.awaitLog("   Added counter 6 for PID=" + std::to_string(burner.pid())));
     const KernelFigures first(burner.pid());
     usleep(static_cast<useconds_t>(seconds * 1e6));
@@ -143,7 +138,6 @@ TEST(PerformanceEndToEnd, RecordsAgreeWithTheKernelsOwnFigures) {
     double cpu = 0;
     double bytes = 0;
     for (const Record& record : found) {
-        std::cout << record.measure << "\n";
         EXPECT_NEAR(record.number(8), record.number(2) * last.memory, tolerance * record.number(8));
         if (asked) { // on a machine that does nothing else, so that the burner keeps its pace
             EXPECT_NEAR(record.number(4), percent, tolerance * percent);
@@ -155,8 +149,6 @@ TEST(PerformanceEndToEnd, RecordsAgreeWithTheKernelsOwnFigures) {
     // Start and end are dated to the second.
     EXPECT_NEAR(cpu, last.cpu, tolerance * last.cpu + percent / 100);
     EXPECT_NEAR(bytes, last.bytes, tolerance * last.bytes + rate);
-    std::cout << "records: " << cpu << " s, " << bytes << " bytes\nkernel:  " << last.cpu << " s, " << last.bytes
-              << " bytes; " << percent << " %, " << last.memory << " bytes of memory, " << rate << " bytes/s\n";
 }
 
 } // namespace Velmor

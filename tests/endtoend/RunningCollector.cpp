@@ -1,21 +1,18 @@
 #include "RunningCollector.h"
 
+#include "support/DataFiles.h"
+#include "support/Eventually.h"
+
 #include <array>
-#include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <pwd.h>
 #include <sstream>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace Velmor {
@@ -41,63 +38,6 @@ std::string inDirectory(std::string text, const std::string& directory) {
     return text;
 }
 } // namespace
-
-StartedProgram::StartedProgram(const std::vector<std::string>& arguments, const std::vector<std::string>& environment) {
-    int input[2];
-    int output[2];
-    if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
-        std::abort();
-    pid_ = fork();
-    if (pid_ == 0) {
-        for (const std::string& variable : environment)
-            putenv(const_cast<char*>(variable.c_str()));
-        std::vector<char*> words;
-        words.reserve(arguments.size() + 1);
-        for (const std::string& argument : arguments)
-            words.push_back(const_cast<char*>(argument.c_str()));
-        words.push_back(nullptr);
-        dup2(input[0], STDIN_FILENO);
-        dup2(output[1], STDOUT_FILENO);
-        execv(words[0], words.data());
-        _exit(127);
-    }
-    close(input[0]);
-    close(output[1]);
-    input_ = input[1];
-    output_ = output[0];
-}
-
-StartedProgram::~StartedProgram() {
-    if (!reaped_) {
-        signal(SIGKILL);
-        reap();
-    }
-    closeInput();
-    close(output_);
-}
-
-bool StartedProgram::order(char letter) const {
-    char answer = 0;
-    return write(input_, &letter, 1) == 1 && read(output_, &answer, 1) == 1 && answer == letter;
-}
-
-void StartedProgram::closeInput() {
-    if (input_ >= 0)
-        close(input_);
-    input_ = -1;
-}
-
-void StartedProgram::signal(int number) const {
-    kill(pid_, number);
-}
-
-int StartedProgram::reap() {
-    int status = 0;
-    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-    }
-    reaped_ = true;
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-}
 
 RunningCollector::RunningCollector(const std::string& settings, const std::string& logging,
                                    const std::vector<File>& files)
@@ -140,8 +80,8 @@ std::string RunningCollector::user() {
 }
 
 bool RunningCollector::start() {
-    program_ = std::make_unique<StartedProgram>(
-        std::vector<std::string>{VELMOR_RUNTALLY, "-c", directory_ / "runtally.conf"}, environment());
+    program_ = std::make_unique<Child>(std::vector<std::string>{VELMOR_RUNTALLY, "-c", directory_ / "runtally.conf"},
+                                       environment());
     for (std::string state = nextState(); !state.empty(); state = nextState())
         if (state == "READY") // a word of the one before may have waited
             return true;
@@ -156,10 +96,14 @@ std::string RunningCollector::nextState() {
 }
 
 std::string RunningCollector::control(const std::string& arguments) const {
+    return run("", VELMOR_RUNTALLYCTL + (" " + arguments) + " 2>&1");
+}
+
+std::string RunningCollector::run(const std::string& more, const std::string& words) const {
     std::string command = "env";
     for (const std::string& variable : environment())
         command += " " + variable;
-    command += std::string(" ") + VELMOR_RUNTALLYCTL + " " + arguments + " 2>&1";
+    command += " " + more + " " + words;
     FILE* pipe = popen(command.c_str(), "re");
     std::string output;
     std::array<char, 256> part{};
@@ -169,7 +113,7 @@ std::string RunningCollector::control(const std::string& arguments) const {
 }
 
 bool RunningCollector::awaitLog(const std::string& text) {
-    return comesTrue([&] {
+    const auto isThere = [&] {
         std::ifstream log(directory_ / "RuntallyDebug.log");
         log.seekg(static_cast<std::streamoff>(logPlace_));
         std::ostringstream rest;
@@ -179,7 +123,8 @@ bool RunningCollector::awaitLog(const std::string& text) {
             return false;
         logPlace_ += found + text.size();
         return true;
-    });
+    };
+    return eventually(isThere, std::chrono::milliseconds(20));
 }
 
 void RunningCollector::passLog() {
@@ -192,29 +137,7 @@ int RunningCollector::stop() {
 }
 
 std::vector<std::string> RunningCollector::lines(const std::string& stem) const {
-    std::map<long, std::string> files;
-    for (const auto& entry : std::filesystem::directory_iterator(directory_ / "data")) {
-        const std::string name = entry.path().filename().string();
-        if (name.starts_with(stem) && (name.ends_with(".data") || name.ends_with(".tmp")))
-            files[std::stol(name.substr(name.rfind('-') + 1))] = readFile(entry.path().string());
-    }
-    std::vector<std::string> found;
-    for (const auto& [counter, text] : files) {
-        std::istringstream rest(text);
-        for (std::string line; std::getline(rest, line);)
-            found.push_back(line);
-    }
-    return found;
-}
-
-bool comesTrue(const std::function<bool()>& condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
+    return dataLines(directory_ / "data", stem);
 }
 
 } // namespace Velmor

@@ -1,39 +1,13 @@
 #pragma once
 
+#include "support/Child.h"
 #include "support/TempDirectory.h"
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include <sys/types.h>
-
 namespace Velmor {
-
-/// A program that a test has started, with its standard input and output on pipes.
-class StartedProgram {
-public:
-    StartedProgram(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {});
-    StartedProgram(const StartedProgram&) = delete;
-    StartedProgram& operator=(const StartedProgram&) = delete;
-    /// Ends it by force, if it still runs.
-    ~StartedProgram();
-
-    pid_t pid() const { return pid_; }
-    /// Sends a letter and waits for the same one; false if something else comes.
-    bool order(char letter) const;
-    void closeInput();
-    void signal(int number) const;
-    /// Waits for the end; the exit status, or 128 plus the signal.
-    int reap();
-
-private:
-    pid_t pid_ = -1;
-    int input_ = -1;
-    int output_ = -1;
-    bool reaped_ = false;
-};
 
 /// The real collector with a configuration and directories of its own. `logging` stands in the block of that name.
 class RunningCollector {
@@ -52,7 +26,7 @@ public:
     bool start();
     /// The next word that it tells the service manager, in half a minute; empty without one.
     std::string nextState();
-    StartedProgram& program() { return *program_; }
+    Child& program() { return *program_; }
     /// The name of the user that runs it.
     static std::string user();
     const TempDirectory& directory() const { return directory_; }
@@ -60,6 +34,8 @@ public:
     std::vector<std::string> environment() const;
     /// What the administrator's tool prints, its exit status in front.
     std::string control(const std::string& arguments) const;
+    /// What a program prints, in the same form. `more` are variables of its environment.
+    std::string run(const std::string& more, const std::string& words) const;
     void writeConfiguration(const std::string& settings, const std::string& logging) const;
 
     /// Waits until the debug log has that text behind the place of the last wait, for half a minute at most.
@@ -76,10 +52,7 @@ private:
     TempDirectory directory_;
     int manager_ = -1; // the service manager's socket
     size_t logPlace_ = 0;
-    std::unique_ptr<StartedProgram> program_;
+    std::unique_ptr<Child> program_;
 };
-
-/// Looks again and again until `condition` holds; false after half a minute.
-bool comesTrue(const std::function<bool()>& condition);
 
 } // namespace Velmor

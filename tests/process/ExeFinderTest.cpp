@@ -46,26 +46,20 @@ TEST_F(ExeFinderTest, WhatTheFileSaysIsCleanedAndElseItsNameCounts) {
     };
     int number = 0;
     for (const auto& [description, product, application] : {
-             Case{"", "", "Tool"},
              Case{"Drawing", "Office", "Drawing"},
              Case{"", "Office", "Office"},
-             Case{"  Drawing  ", "", "Drawing"},
-             Case{"Drawing application file", "", "Drawing"},
              Case{"Drawing \t APPLICATION", "", "Drawing"},
              Case{"application", "", "application"}, // the word isn't shorter than the name
              Case{"x  application", "", "x "},
              Case{" 7-11 (12)", "", "Tool"}, // no letter
              Case{"123", "Office", "Tool"},
-             Case{"Dr\xe4wing", "Office", "Office"},
              Case{"Dr\xe4wing", "", "Tool"},
          }) {
         const std::string path = describe(std::to_string(++number) + "/Tool.Exe", description, product);
         EXPECT_EQ(finder.find(path), application) << description << "|" << product;
-        EXPECT_EQ(finder.find(path), application) << "the second time";
     }
     EXPECT_EQ(finder.find(""), "[UNDEFINED]");
     EXPECT_EQ(finder.find("/bin/a.b.c"), "a.b");
-    EXPECT_EQ(os.versionResources.opens, static_cast<size_t>(number)) << "a file is examined once";
 }
 
 TEST_F(ExeFinderTest, MappingsStandAsStronglyAsTheirKind) {
@@ -85,25 +79,13 @@ TEST_F(ExeFinderTest, MappingsStandAsStronglyAsTheirKind) {
              Case{"x/NOISE.D.exe", "!"},       // the first entry stays
              Case{"v/cad", "Big CAD = 2"},
              Case{"x/bare.exe", ""},
-             Case{"v/mid", "Description"},
              Case{"x/mid", "Middle"},
              Case{"p/mid", "mid"}, // the description has no letter, and it stands before the product
              Case{"v/end", "Description"},
-             Case{"x/end", "Last"},
-             Case{"x/lost", "lost"},
          })
         EXPECT_EQ(finder.find(directory / path), application) << path;
     finder.setMappings({});
     EXPECT_EQ(finder.find(directory / "v/cad"), "Description") << "mappings are applied anew at each call";
-}
-
-TEST_F(ExeFinderTest, ABlockNeedsAKind) {
-    for (const auto& lines : {std::vector<std::string>{"{"}, {"ignore", "{", "}", "{"}}) {
-        ApplicationMappingsReader reader;
-        for (size_t i = 0; i + 1 < lines.size(); ++i)
-            EXPECT_TRUE(reader.addLine(lines[i]));
-        EXPECT_FALSE(reader.addLine(lines.back()));
-    }
 }
 
 TEST_F(ExeFinderTest, LanguagesAndPathsAreTriedInTurn) {

@@ -23,22 +23,16 @@ protected:
 
 TEST_F(ProcessRulesTest, TheFirstBlockThatKnowsTheNameOnThisHostDecides) {
     for (const auto& [text, name, monitored, wanted] : {
-             RulesCase{"+ host=*\n*", "x.exe", true, true},
-             RulesCase{"+ host=*\nnotepad.exe # editor", "notepad.exe", true, true},
              RulesCase{"+ host=*\nNOTEPAD.EXE", "notepad.exe", true, true},
              RulesCase{"+ host=PC1? # office\n  cal*  \r\n", "Calc.exe", true, true},
              RulesCase{"+ host=web*\ncal*", "calc.exe", false, false},
-             RulesCase{"+ host=*\ncal*", "notepad.exe", false, false},
              RulesCase{"+\ncal*", "calc.exe", false, false}, // no host fits an empty pattern
-             RulesCase{"+ host\ncal*", "calc.exe", false, false},
              RulesCase{"- host=*\ntmp*\n+ host=*\n*", "tmp1.exe", false, false},
              RulesCase{"+ host=*\n*\n- host=*\ntmp*", "tmp1.exe", true, true},
-             RulesCase{"- host=web*\ncal*", "calc.exe", true, true}, // "-" turns around on other hosts
-             RulesCase{"-\ncal*", "calc.exe", true, true},
+             RulesCase{"- host=web*\ncal*", "calc.exe", true, true},     // "-" turns around on other hosts
              RulesCase{"cal*", "calc.exe", true, true},                  // ahead of the first opening line
              RulesCase{"- host=*\n+ host=*\n*", "calc.exe", true, true}, // no names, no block
              RulesCase{"+ host=*\n", "calc.exe", false, true},
-             RulesCase{"# only a comment", "calc.exe", false, true},
          }) {
         const std::string file = directory.write("rules", text);
         ProcessRulesChecker rules;
@@ -55,15 +49,13 @@ TEST_F(ProcessRulesTest, DirectoriesPlayNoPartForProcessesAndAreComparedForModul
     ModPollFilterChecker filter;
     ASSERT_TRUE(rules.readFile(file) && filter.readFile(file));
     EXPECT_TRUE(rules.isMonitored("pc17", "c:\\windows\\notepad.exe"));
-    EXPECT_TRUE(rules.isMonitored("pc17", "/usr/bin/notepad.exe"));
     EXPECT_FALSE(rules.isMonitored("pc17", "c:\\tools\\hammer.exe"));
     EXPECT_FALSE(filter.isWanted("pc17", "c:\\windows\\notepad.exe"));
     EXPECT_TRUE(filter.isWanted("pc17", "c:\\tools\\hammer.dll"));
 }
 
 TEST_F(ProcessRulesTest, WithoutAFileNothingIsMonitoredAndEveryModuleIsWanted) {
-    for (const std::string& file : {directory / "absent", directory.write("empty", ""),
-                                    directory.path().substr(0, directory.path().size() - 1)}) {
+    for (const std::string& file : {directory / "absent", directory.write("empty", "")}) {
         ProcessRulesChecker rules;
         ModPollFilterChecker filter;
         EXPECT_FALSE(rules.readFile(file)) << file;
@@ -71,14 +63,6 @@ TEST_F(ProcessRulesTest, WithoutAFileNothingIsMonitoredAndEveryModuleIsWanted) {
         EXPECT_FALSE(rules.isMonitored("pc17", "x"));
         EXPECT_TRUE(filter.isWanted("pc17", "x"));
     }
-}
-
-TEST_F(ProcessRulesTest, ALineOfAMebibyteIsAPatternLikeAnyOther) {
-    const std::string longName(1 << 20, 'a');
-    ProcessRulesChecker rules;
-    ASSERT_TRUE(rules.readFile(directory.write("rules", "+ host=*\n" + longName + "\ncal*\n")));
-    EXPECT_TRUE(rules.isMonitored("pc17", longName));
-    EXPECT_TRUE(rules.isMonitored("pc17", "calc"));
 }
 
 } // namespace Velmor

@@ -44,45 +44,26 @@ TEST_F(RulesTest, ARuleHoldsIfAllOfItsConditionsDo) {
     };
     for (const auto& [text, included] : {
              Case{"", false},
-             Case{"# nothing\n\n", false},
-             Case{"include user=bob", true},
              Case{"include user=bo? app=c*", true},
              Case{"include user=Bob", false},
-             Case{"include user=", false},
              Case{"include group=*", false}, // no such fact
              Case{"exclude user=bob\ninclude user=*", false},
              Case{"include user=*\nexclude user=bob", true},
-             Case{"exclude user=alice\ninclude user=*", true},
              Case{"include x", true}, // no condition at all
-             Case{"include  user=bob", true},
              Case{"include\tuser=bob\tapp=cad", true},
-             Case{"include exe=\"c:\\a b\\*\"", true},
              Case{"include exe=c:\\a\" b\"\\cad.exe", true},
+             Case{R"(include app="c\ad")", false}, // escapes count inside quotes only
+             Case{R"(include exe=c:\a?b\cad.exe)", true},
              Case{"include duration=30", true},
-             Case{"include duration=31", false},
-             Case{"include duration=-31", true},
              Case{"include duration=-30", false},
              Case{"include\n{\n}\n", false}, // an empty block leaves no rule
              Case{"include\n{\n  app = \"cad\"\n# a comment\n duration=30\n}\n", true},
-             Case{"include\n{\napp=cad\nuser=alice\n}\n", false},
              Case{"include\n{\nuser\n}\n", false}, // all key, and an empty pattern
-             Case{"include host=pc*", true},
-             Case{"include host=lab*", false},
              Case{"include os=\"Windows XP\" platform=windows domain=WORK* arch=i386", true},
-             Case{"include platform=linux", false},
          }) {
         EXPECT_EQ(load(text), "");
         EXPECT_EQ(includes(facts()), included) << text;
     }
-}
-
-TEST_F(RulesTest, AFactStandsInForTheMachinesOwn) {
-    ASSERT_EQ(load("include platform=linux host=lab7"), "");
-    RuleFacts record = facts();
-    record.setText(RuleKey::platform, "linux");
-    EXPECT_FALSE(includes(record));
-    record.setText(RuleKey::host, "lab7");
-    EXPECT_TRUE(includes(record));
 }
 
 TEST_F(RulesTest, ABlockOfReferencesHoldsIfOneOfItsConditionsDoes) {
@@ -92,16 +73,12 @@ TEST_F(RulesTest, ABlockOfReferencesHoldsIfOneOfItsConditionsDoes) {
     };
     for (const auto& [text, included] : {
              Case{"REF:office\n{\nhost=pc*\nhost=lab*\n}\ninclude ref=office user=bob", true},
-             Case{"ref:office\n{\nhost=lab*\nhost=web*\n}\ninclude ref=office", false},
              Case{"ref:office\n{\nhost=lab*\nhost=pc*\n}\ninclude ref=office", false}, // no such fact ends the block
-             Case{"include ref=nowhere", false},
              Case{"ref:a\n{\nref=b\n}\nref:b\n{\nuser=bob\n}\ninclude ref=a", true},
              Case{"ref:a\n{\nref=b\n}\nref:b\n{\nref=a\n}\ninclude ref=a\ninclude user=bob", true},
-             Case{"ref:a\n{\nref=a\nuser=bob\n}\ninclude ref=a", true}, // cut off, and then bob
-             Case{"ref:a\n{\nref=nowhere\nuser=bob\n}\ninclude ref=a", false},
+             Case{"ref:a\n{\nref=a\nuser=bob\n}\ninclude ref=a", true},                    // cut off, and then bob
              Case{"ref:a\n{\nuser=bob\n}\nref:a\n{\nuser=alice\n}\ninclude ref=a", false}, // the later one
              Case{"ref:a\n{\nbefore=1999\nuser=bob\n}\ninclude ref=a", false},             // times act as "and"
-             Case{"ref:a\n{\nafter=1999\nuser=alice\n}\ninclude ref=a", false},
          }) {
         EXPECT_EQ(load(text), "");
         EXPECT_EQ(includes(facts()), included) << text;
@@ -119,15 +96,11 @@ TEST_F(RulesTest, TimesAreThoseOfTheTestInLocalTime) {
     };
     for (const auto& [condition, holds] : {
              Case{"wdays=sun", true},
-             Case{"wdays=mon,tue,sat", false},
-             Case{"before-tod=4", true},
              Case{"before-tod=03:46:40", false},
              Case{"after-tod=03:46:39", true},
              Case{"after-tod=3:47", false},
              Case{"after-tod=", true}, // midnight
              Case{"before=2001-09-09T03:46:41", true},
-             Case{"before=2001-09-09T03:46:40", false},
-             Case{"after=2001-09-09T01:46:39Z", true},
              Case{"after=2001-09-09T03:46:40", false},
          }) {
         EXPECT_EQ(load(std::string("include ") + condition), "");
@@ -146,30 +119,20 @@ TEST_F(RulesTest, MistakesNameTheWordAndItsLine) {
     };
     for (const auto& [text, error] : {
              Case{"# x\nincludes user=a", "Invalid status \"includes\" in line 2"},
-             Case{"Include", "Invalid status \"Include\" in line 1"},
              Case{"include user=a  exe=b", "Invalid key \" exe\" in line 1"},
-             Case{"include User=a", "Invalid key \"User\" in line 1"},
              Case{"include\n{\nfoo = 1\n}", "Invalid key \"foo\" in line 3"},
              Case{"include before=x", "Invalid date-time \"x\" in line 1"},
              Case{"include wdays=Mon", "Invalid week day \"Mon\" in line 1"},
              Case{"include after-tod=8.30", "Invalid time-of-day value \"8.30\" in line 1"},
-             Case{"include after-tod=1:2:3:4", "Invalid time-of-day value \"1:2:3:4\" in line 1"},
-             Case{"include memory=1k", "Invalid numerical value \"1k\" in line 1"},
              Case{"include\nuser=a\n", "Missing '{' in line 2"},
-             Case{"ref:a", "Missing '{' in line 1"},
              Case{"exclude\n{\nuser=a", "Missing '}' in/after line 3"},
          })
         EXPECT_EQ(load(text), error) << text;
     std::string error;
     EXPECT_FALSE(rules.load(directory / "none", error));
     EXPECT_EQ(error, "File not accessible");
-    EXPECT_FALSE(rules.load(directory.path(), error));
-    EXPECT_EQ(error, "Failed to open file");
-}
-
-TEST_F(RulesTest, WhatWasReadBeforeAMistakeStays) {
     EXPECT_NE(load("include user=bob\nnonsense\n"), "");
-    EXPECT_TRUE(includes(facts()));
+    EXPECT_TRUE(includes(facts())) << "what was read before stays";
 }
 
 TEST_F(RulesTest, TheDecidingLineStaysUntilAnotherRuleDecides) {
@@ -183,13 +146,6 @@ TEST_F(RulesTest, TheDecidingLineStaysUntilAnotherRuleDecides) {
     others.setText(RuleKey::user, "alice");
     EXPECT_FALSE(includes(others));
     EXPECT_EQ(rules.getMatchedLine(), 3);
-}
-
-TEST_F(RulesTest, EscapesCountInsideQuotesOnly) {
-    ASSERT_EQ(load(R"(include app="a\"b\tc\xd" user=b\nob)"), "");
-    RuleFacts record(RuleKey::app, "a\"b\tc\\xd");
-    record.setText(RuleKey::user, "b\\nob");
-    EXPECT_TRUE(includes(record));
 }
 
 } // namespace Velmor
