@@ -54,7 +54,6 @@ TEST(CommandLineTest, OptionsAndValuesAreTakenApart) {
         const char* pairs;
     };
     for (const auto& [text, expected] : {
-             Case{"dummy -cfile x", "=dummy;c=file;=x;"},
              Case{"dummy -c \"a b-c\"", "=dummy;c=a b-c;"},
              Case{"dummy --config 'x\"y' -v", "=dummy;config=x\"y;v=;"},
              Case{"a-b\"c\"d", "=a;b=c;=d;"},
@@ -116,21 +115,6 @@ TEST_F(IpcCommandsTest, CommandsAreCarriedOutAndAnswered) {
     EXPECT_TRUE(log.has("(2.21.02) (Message not found.) Parameters: 4.5"));
     EXPECT_NE(collector.fileNames(), before) << "the work is done all the same";
     programState().quitFlag = programState().reconfigureFlag = 0;
-}
-
-TEST_F(AgentTest, TheOptionCNamesTheFileAlsoWhenItIsReadAgain) {
-    write("other () = \"\" { }", "other.conf");
-    std::filesystem::remove(directory / "runtally.conf");
-    {
-        PlainAgent agent("dummy -x -c \"" + (directory / "other.conf") + "\"");
-        EXPECT_FALSE(agent.configure()) << "a second option in front hides it";
-    }
-    PlainAgent agent("dummy -c \"" + (directory / "other.conf") + "\"");
-    EXPECT_TRUE(agent.configure());
-    programState().reconfigureFlag = 1;
-    EXPECT_TRUE(agent.reconfigure());
-    EXPECT_EQ(agent.configurations, 2);
-    EXPECT_FALSE(programState().reconfigureFlag);
 }
 
 TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMendsIt) {

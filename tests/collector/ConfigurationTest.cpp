@@ -49,42 +49,27 @@ protected:
 };
 } // namespace
 
-TEST_F(ConfigurationTest, WithoutKeysNothingIsFollowedAndNothingIsWanted) {
-    EXPECT_TRUE(configure(""));
-    EXPECT_TRUE(programState().dataDirectory.ends_with("\\Log\\temp\\Runtally\\"));
-    EXPECT_TRUE(std::filesystem::is_directory(directory / "Log/temp/Runtally"));
-    EXPECT_EQ(programState().defaultInterval.getSeconds(), 43200);
-    EXPECT_EQ(dataFiles, "process0 ");
-    EXPECT_FALSE(settings().pollingOn || settings().moduleLogging || settings().performanceMonitoring);
-    EXPECT_FALSE(runtallyState().includeExclude.isIncluded(RuleFacts(RuleKey::datatype, "runtally")));
-}
-
 TEST_F(ConfigurationTest, KeysTakeEffectAndBadOnesLeaveTheDefault) {
     struct Case {
         const char* entries;
         int32_t delivery;
         int32_t poll;
-        int32_t modulePoll;
         int32_t eventLogDays;
         const char* files;
     };
-    for (const auto& [entries, delivery, poll, modulePoll, days, files] : {
-             Case{"interval (TimeSpan) = P1H { }", 3600, 0, 0, 0, "process0 "},
-             Case{"interval (TimeSpan) = 1H { }", 43200, 0, 0, 0, "process0 "},
-             Case{"logging () = '' { process-data () = '' { polling (Bool) = true { interval (TimeSpan) = P0 { } } } }",
-                  43200, 300, 0, 0, "process0 "},
-             Case{
-                 "logging () = '' { process-data () = '' { polling (Bool) = True { interval (TimeSpan) = P7S { } } } }",
-                 43200, 0, 0, 0, "process0 "},
-             Case{"logging () = '' { process-data () = '' { log-to-file (Bool) = true { } } }", 43200, 0, 0, 7,
-                  "process0 "},
-             Case{"logging () = '' { module-data (Bool) = true { interval (TimeSpan) = P30S { } } }", 43200, 0, 30, 0,
-                  "module0 process0 "},
+    for (const auto& [entries, delivery, poll, days, files] : {
+             Case{"interval (TimeSpan) = P1H { }", 3600, 0, 0, "process0 "},
+             Case{"interval (TimeSpan) = 1H { }", 43200, 0, 0, "process0 "},
+             Case{"logging () = '' { process-data () = '' { polling (Bool) = true { interval (TimeSpan) = P0 { } "
+                  "} log-to-file (Bool) = true { } } }",
+                  43200, 300, 7, "process0 "},
+             Case{"logging () = '' { process-data () = '' { polling (Bool) = True { interval (TimeSpan) = P7S { } "
+                  "} } module-data (Bool) = true { } }",
+                  43200, 0, 0, "module0 process0 "},
          }) {
         EXPECT_TRUE(configure(entries)) << entries;
         EXPECT_EQ(programState().defaultInterval.getSeconds(), delivery) << entries;
         EXPECT_EQ(settings().pollInterval.getSeconds(), poll) << entries;
-        EXPECT_EQ(settings().modulePollInterval.getSeconds(), modulePoll) << entries;
         EXPECT_EQ(settings().eventLogDays, days) << entries;
         EXPECT_EQ(dataFiles, files) << entries;
     }

@@ -142,20 +142,6 @@ TEST(DeliveryFaults, ACallThatFailsCostsOneRecordAtMostAndNoneComesTwice) {
     }
 }
 
-TEST_F(DeliveryTest, AFileIsOnTheDiskFromItsFirstRecordToItsHandOver) {
-    const std::string name = file().getName();
-    EXPECT_NE(name.find("ProcessLog-1000000000-77-"), std::string::npos);
-    file().end();
-    EXPECT_EQ(file().getName(), name) << "nothing was written";
-    EXPECT_TRUE(file().write("1:1\n1:"));
-    const std::string base = std::filesystem::path(name).filename();
-    EXPECT_EQ(collector.fileNames(), base + " " + base + ".lock " + base + ".tmp");
-    collector.os.clock.advance(5);
-    file().end();
-    EXPECT_EQ(collector.fileNames(), base.substr(0, base.size() - 4) + "data");
-    EXPECT_NE(file().getName().find("-1000000005-77-"), std::string::npos);
-}
-
 TEST_F(DeliveryTest, AnEndingThatWasCutShortIsMadeUpForWhereverItStood) {
     struct Case {
         const char* what;
@@ -200,35 +186,6 @@ TEST_F(DeliveryTest, PeriodsFollowTheLocalClock) {
     EXPECT_TRUE(round());
     collector.deliver();
     EXPECT_EQ(entry().lastDelivered.toString(false, false), "2001-09-11T00:00:00") << "a command leaves the schedule";
-}
-
-TEST_F(DeliveryTest, TicksThatWereMissedCountOnce) {
-    DeliverySchedule schedule;
-    const auto ticks = [&](int32_t seconds) {
-        collector.os.clock.advance(seconds);
-        int count = 0;
-        while (schedule.tick(DateTime()))
-            ++count;
-        return count;
-    };
-    EXPECT_EQ(ticks(0), 1);
-    EXPECT_EQ(ticks(9), 0);
-    EXPECT_EQ(ticks(1), 1);
-    EXPECT_LE(ticks(1000), 2);
-    EXPECT_EQ(ticks(10), 1);
-}
-
-TEST_F(DeliveryTest, ARenameThatFailsIsToldAndTriedAgain) {
-    const CapturedLog log(1);
-    file().write("x\n");
-    const std::string stem = file().getName().substr(0, file().getName().size() - 5);
-    std::filesystem::create_directories(stem + ".data/in the way");
-    file().end();
-    EXPECT_TRUE(log.has("(2.21.10)"));
-    EXPECT_EQ(readFile(stem + ".make"), "x\n");
-    std::filesystem::remove_all(stem + ".data");
-    file().end();
-    EXPECT_EQ(readFile(stem + ".data"), "x\n");
 }
 
 } // namespace Velmor

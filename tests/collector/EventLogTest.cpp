@@ -75,13 +75,4 @@ TEST_F(EventLogTest, ALineThatCantBeWrittenIsReportedAndTheNextOneTriesAgain) {
     EXPECT_TRUE(log.has("(2.08.33)"));
 }
 
-TEST_F(EventLogTest, AnEventLongPastGoesToTheOpenFile) {
-    end(7, now());
-    collector.os.clock.advance(3 * day);
-    end(7, now() - 5 * day);
-    EXPECT_EQ(temp.names(), "procevents-2001-09-09.eventlog");
-    end(7, now());
-    EXPECT_EQ(temp.names(), "procevents-2001-09-09.eventlog procevents-2001-09-12.eventlog");
-}
-
 } // namespace Velmor

@@ -59,37 +59,4 @@ TEST_F(ModulePollerTest, AModuleHasOneRecordWhenItIsGoneOrAtTheEndOfItsProcess) 
     EXPECT_EQ(records(), (Records{"a.dll 30", "c:odd.dll 40", "b.dll 75"})) << "and the image itself has none";
 }
 
-TEST_F(ModulePollerTest, WhatFilterOrRulesExcludeIsNotAskedAboutAgain) {
-    const TempDirectory files;
-    ASSERT_TRUE(runtallyState().moduleFilter.readFile(files.write("filter", "- host=*\n*.tmp\n+ host=*\n*\n")));
-    useRules("exclude module=secret*\ninclude datatype=*\n");
-    os().processes.start(pid, "c:\\apps\\cad.exe").modules = {"c:\\a.tmp", "c:\\secret.dll", "c:\\open.dll"};
-    collector.report(pid, ProcessState::started, begin);
-    const CapturedLog log(5);
-    os().clock.advance(30);
-    modules().clear();
-    poll();
-    EXPECT_TRUE(log.has("   \"a.tmp\" does not match any filter. Not logging."));
-    EXPECT_TRUE(log.has("logModule:    Module is excluded by include/exclude mappings, element in line 1"));
-    EXPECT_EQ(records(), Records{"open.dll 30"});
-    end(pid, 0);
-    EXPECT_EQ(records(), Records{"open.dll 30"});
-}
-
-TEST_F(ModulePollerTest, AStopDuringARoundDropsTheEntrysListAndUpdatesTheOthers) {
-    for (const uint32_t id : {pid, pid + 1}) {
-        os().processes.start(id, "c:\\apps\\cad.exe").modules = {"c:\\a.dll"};
-        collector.report(id, ProcessState::started, begin);
-    }
-    os().clock.advance(30);
-    modules().clear();
-    os().processes.at(pid + 1).modules = {"c:\\b.dll"};
-    report = Report::stop;
-    poll();
-    EXPECT_EQ(records(), Records{});
-    os().clock.advance(10);
-    end(pid + 1, 0);
-    EXPECT_EQ(records(), Records{"b.dll 10"}) << "the second was looked at";
-}
-
 } // namespace Velmor

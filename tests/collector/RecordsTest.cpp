@@ -2,7 +2,6 @@
 
 #include "collector/CollectorFixture.h"
 
-#include "programs/collectors/agent/Win32/Runtally/UsageRecord.h"
 #include "support/DataFiles.h"
 
 namespace Velmor {
@@ -34,7 +33,6 @@ TEST(RecordsOfManyTest, OddNamesGiveRecordsThatStillParse) {
     };
     for (const auto& [path, fields] : {
              Case{"c:\\a:b\\x y.exe", "x y.exe|x y|c_\\a_b\\"},
-             Case{"nothing", "nothing|nothing|"},
              Case{"/opt/a:0:b", "a_0_b|a_0_b|/opt/"},
              Case{"/opt/\xe4\xff.bin", "\xe4\xff.bin|\xe4\xff|/opt/"},
          }) {
@@ -108,7 +106,6 @@ TEST(RecordsOfManyTest, AttributesOfTheUserTextAreFactsAndStayInTheAccount) {
     };
     for (const auto& [user, rules, included] : {
              Case{"bob|user id=b7|project id=p1", "include user=b7 project=p1", true},
-             Case{"bob|user id=b7", "include user=bob", false},
              Case{"bob|project id=p1|project id=p2", "include user=bob project=p2", true},
              Case{"bob|alice", "include user=alice", true}, // a later part without a key
              Case{"bob|user id=a=b", "include user=a=b", true},
@@ -137,49 +134,6 @@ TEST_F(RecordsTest, AnUnknownExecutableIsParkedUntilItCanBeRead) {
     Runtally::retryPendingInfo();
     EXPECT_TRUE(runtallyState().registry.pendingInfoMap.empty());
     ASSERT_TRUE(collector.tracked().contains(10));
-}
-
-TEST_F(RecordsTest, AnIgnoredExecutableIsNeitherTrackedNorRecorded) {
-    runtallyState().exeFinder->setMappings({{"cad", {"", MappingKind::ignore}}});
-    collector.os.processes.start(7, cad);
-    collector.poll();
-    collector.os.processes.end(7, 0);
-    collector.poll();
-    EXPECT_TRUE(runtallyState().registry.endedProcessMap.empty());
-    EXPECT_EQ(collector.fileNames(), "");
-}
-
-TEST_F(RecordsTest, WithEventsAPollCompletesNamesAndReportsNothingElse) {
-    runtallyState().settings.eventsActive = 1;
-    collector.os.processes.start(7, cad);
-    collector.poll();
-    EXPECT_TRUE(collector.tracked().contains(7)) << "the first round is a full one";
-    collector.os.processes.start(8, cad).modulesFail = 1000;
-    ProcessPointer late(new Process(8, now(), Process::Mode::running, true));
-    Runtally::addProcess(late);
-    collector.os.processes.at(8).modulesFail = 0;
-    collector.os.processes.start(9, cad);
-    collector.os.processes.end(7, 0);
-    collector.poll();
-    EXPECT_EQ(late->getExecutable() + " " + late->getApplication(), std::string(cad) + " cad");
-    EXPECT_TRUE(collector.tracked().contains(7));
-    EXPECT_FALSE(collector.tracked().contains(9));
-}
-
-TEST(DoubleToString, TrailingZerosGo) {
-    struct Case {
-        double value;
-        int decimals;
-        const char* text;
-    };
-    for (const auto& [value, decimals, text] : {
-             Case{0, 8, "0"},
-             Case{100, 8, "100"},
-             Case{100, 0, "100"},
-             Case{0.000000001, 8, "0"},
-             Case{1e15, 2, "1000000000000000"},
-         })
-        EXPECT_EQ(doubleToString(value, decimals), text);
 }
 
 } // namespace Velmor

@@ -63,13 +63,6 @@ struct Holder {
 };
 } // namespace
 
-TEST_F(RegistryTest, AnUnknownIdLeavesNoHoldOnTheLock) {
-    ProcessPointer process;
-    EXPECT_TRUE(Runtally::checkOut(7, process));
-    EXPECT_TRUE(process.isNull());
-    EXPECT_EQ(maps().processMonopoly.getCount(), 0);
-}
-
 TEST_F(RegistryTest, AThreadThatHoldsTheRegistryCostsTheOthersTheirNewsAndNothingElse) {
     const CapturedLog log(1);
     collector.os.processes.start(7, cad);
@@ -131,45 +124,6 @@ TEST(RegistryOfManyTest, AnEndThatCameFirstMeetsItsStart) {
             written += (record.isFirst ? "1:" : "0:") + std::to_string(record.duration);
         EXPECT_EQ(written, records) << what;
     }
-}
-
-TEST_F(RegistryTest, AnEndThatWaitsIsTakenAtASliceOrDropped) {
-    for (const uint32_t pid : {7U, 8U})
-        collector.os.processes.start(pid, cad);
-    collector.poll();
-    collector.os.clock.advance(10);
-    maps().endedProcessMap[7] = endReport(7, cad, now() - 2);
-    maps().endedProcessMap[8] = ProcessPointer(new Process(8, 0, Process::Mode::running, true));
-    collector.os.clock.advance(10);
-    Runtally::dumpAll();
-    EXPECT_TRUE(maps().endedProcessMap.empty());
-    const auto records = collector.records();
-    ASSERT_EQ(records.size(), 2U);
-    EXPECT_EQ(records[0].end(), now() - 12) << "the end that waited was its own";
-    EXPECT_EQ(records[1].end(), now()) << "a process that runs hasn't ended";
-    EXPECT_FALSE(collector.tracked().contains(7));
-    EXPECT_TRUE(collector.tracked().contains(8));
-}
-
-TEST_F(RegistryTest, AnIdInUseAgainEndsItsPredecessorAndAStartReportedTwiceDoesnt) {
-    const CapturedLog log(1);
-    collector.os.processes.start(7, cad);
-    collector.report(7, ProcessState::started, now());
-    collector.os.clock.advance(5);
-    collector.report(7, ProcessState::started, now());
-    EXPECT_FALSE(log.has("(2.08.25)"));
-    EXPECT_EQ(collector.tracked().at(7)->getStart().getSeconds(), now() - 5) << "the entry stayed as it was";
-    for (int i = 0; i < 100; ++i) {
-        collector.os.processes.start(7, "c:\\p" + std::to_string(i) + ".exe");
-        collector.report(7, ProcessState::started, now());
-        collector.os.clock.advance(2);
-    }
-    EXPECT_TRUE(log.has("(2.08.25) (Message not found.) Parameters: 7"));
-    const auto records = collector.records();
-    ASSERT_EQ(records.size(), 100U);
-    EXPECT_EQ(records[0].executable + " " + std::to_string(records[0].duration), "cad.exe 5");
-    EXPECT_EQ(records[99].executable + " " + std::to_string(records[99].duration), "p98.exe 2");
-    EXPECT_EQ(collector.tracked().size(), 1U);
 }
 
 } // namespace Velmor

@@ -88,35 +88,6 @@ TEST_F(FileTest, BasicFileReadsLinesAndBlocks) {
     EXPECT_EQ(file.getError(), BasicFile::ERROR_SEEK);
 }
 
-TEST_F(FileTest, BasicFileModesKeepOrEmptyTheContent) {
-    struct Case {
-        int32_t mode;
-        const char* before; // null: absent
-        bool opens;
-        const char* after;
-    };
-    int number = 0;
-    for (const auto& [mode, before, opens, after] : {
-             Case{BasicFile::MODE_WRITE, "old", true, "new"},
-             Case{BasicFile::MODE_APPEND, "old", true, "oldnew"},
-             Case{BasicFile::MODE_READ_WRITE, "older", true, "newer"},
-             Case{BasicFile::MODE_READ_WRITE, nullptr, false, ""},
-             Case{BasicFile::MODE_READ_WRITE_EMPTIED, "old", true, "new"},
-             Case{BasicFile::MODE_READ_APPEND, "old", true, "oldnew"},
-         }) {
-        const std::string path = directory / ("m" + std::to_string(++number));
-        if (before)
-            directory.write("m" + std::to_string(number), before);
-        BasicFile file;
-        EXPECT_EQ(file.open(path, mode), opens) << number;
-        if (opens) {
-            EXPECT_TRUE(file.write("new"));
-        }
-        file.close();
-        EXPECT_EQ(readFile(path), after) << number;
-    }
-}
-
 TEST_F(FileTest, AFailedWriteLeavesNoHalfText) {
     const std::string path = directory / "f";
     BasicFile file;
@@ -157,19 +128,6 @@ TEST_F(FileTest, ASafeWriteShowsOnlyWhenItIsClosed) {
     file.abort();
     EXPECT_EQ(readFile(path), "new");
     EXPECT_EQ(directory.names(), "f");
-}
-
-TEST_F(FileTest, AccessFlagsThatMakeNoSenseAreRefused) {
-    const std::string path = directory.write("f", "x");
-    for (const uint16_t access : {0x00, 0x11, 0x16, 0x40})
-        EXPECT_EQ(codeOf([&] { FilePlain(path).open(access); }), FL_ACCESS_COMB) << access;
-    EXPECT_EQ(codeOf([&] { FilePlain(directory / "none").open(FileBase::ACCESS_READ); }), FL_EXISTS_NOT);
-    EXPECT_EQ(codeOf([&] { FilePlain(directory / "no/dir").open(safeWrite); }), FL_CANNOT_LOCK);
-    FilePlain reader(path);
-    std::string line;
-    EXPECT_EQ(codeOf([&] { reader.readLine(line); }), FL_IS_CLOSED);
-    reader.open(FileBase::ACCESS_READ);
-    EXPECT_EQ(codeOf([&] { reader.write("x", 1); }), FL_CANNOT_WRITE);
 }
 
 TEST_F(FileTest, ALockRunsOutByItself) {
@@ -246,65 +204,6 @@ TEST_F(GzipTest, LimitsAreTold) {
     EXPECT_EQ(codeOf([&] { file.seek(2, FileBase::OFFSET_BEGIN); }), FL_ERROR);
     EXPECT_EQ(codeOf([&] { file.seek(-1, FileBase::OFFSET_CURRENT); }), FL_ERROR);
     file.close();
-}
-
-TEST_F(FileTest, PathTextsAreTakenApart) {
-    EXPECT_EQ(FileUtils::getExtension("a.b\\c"), "b\\c");
-    EXPECT_EQ(FileUtils::getDirectory("/a\\b/c"), "/a\\b/");
-    struct Case {
-        const char* given;
-        const char* normal;
-    };
-    for (auto [given, normal] : {Case{"C:/x//y", "C:\\x\\y"}, Case{"//server\\\\x", "/\\server\\x"},
-                                 Case{"\\\\server", "\\\\server"}, Case{"/", "/"}, Case{"/etc/", "/etc\\"}}) {
-        std::string text = given;
-        FileUtils::normalisePath(text);
-        EXPECT_EQ(text, normal);
-    }
-    for (auto [given, stripped] : {Case{"c:\\", "c:"}, Case{"\\", "\\"}, Case{"a//", "a"}}) {
-        std::string text = given;
-        FileUtils::stripSeparators(text);
-        EXPECT_EQ(text, stripped);
-    }
-}
-
-TEST_F(FileTest, FileOperationsAnswerAndNeverThrow) {
-    const std::string a = directory.write("a", "A");
-    const std::string b = directory.write("b", "B");
-    EXPECT_FALSE(FileOps::copy(a, b, false));
-    EXPECT_FALSE(FileOps::move(a, b, false));
-    EXPECT_TRUE(FileOps::move(a, b, true));
-    EXPECT_EQ(readFile(b), "A");
-    EXPECT_FALSE(FileOps::move(a, b, true));
-    EXPECT_EQ(FileOps::getLastError(), NativeError::fileNotFound);
-    chmod(b.c_str(), 0444);
-    EXPECT_FALSE(FileUtils::remove(b, false)) << "read-only";
-    EXPECT_TRUE(FileUtils::remove(b, true));
-    EXPECT_TRUE(FileUtils::makeDirectories(directory / "p/q/file.txt"));
-    EXPECT_TRUE(FileOps::exists(directory / "p\\q"));
-    EXPECT_FALSE(FileOps::exists(directory / "p/q/file.txt"));
-    EXPECT_TRUE(FileOps::scanDirectory(directory / "none", "*").empty());
-    os.fileSystem.devices["c:"] = "\\Device\\HarddiskVolume1";
-    os.fileSystem.paperFiles = {{"c:\\progra~1", "Program Files"}, {"c:\\Program Files\\cad", "CAD"}};
-    EXPECT_EQ(FileOps::getLongPath("c:\\progra~1/cad\\x1\\y"), "c:\\Program Files\\CAD\\x1\\y\\");
-    EXPECT_TRUE(FileOps::exists("c:") && !FileOps::exists("q:"));
-}
-
-TEST_F(FileTest, SpecialComponentsOfPathsAreExpanded) {
-    os.fileSystem.variables["ProgramFiles"] = "c:\\program files";
-    const std::pair<const char*, const char*> cases[] = {{"/c:", "c:"},
-                                                         {"\\c:", "c:"},
-                                                         {"\\??", ""},
-                                                         {"/systemroot", "c:\\windows"},
-                                                         {"%ProgramFiles%", "c:\\program files"}};
-    for (const auto& [component, expansion] : cases) {
-        std::string text = "old";
-        EXPECT_TRUE(FileOps::expandSpecialPrefix(component, text)) << component;
-        EXPECT_EQ(text, expansion);
-    }
-    std::string text;
-    for (const char* component : {"%gone%", "%", "", "/C:", "\\SystemRoot"})
-        EXPECT_FALSE(FileOps::expandSpecialPrefix(component, text)) << component;
 }
 
 } // namespace Velmor

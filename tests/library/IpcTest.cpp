@@ -117,13 +117,6 @@ uint32_t endsAtOnce(void* code) {
     return *static_cast<uint32_t*>(code);
 }
 
-uint32_t takesMessages(void*) {
-    uint32_t message = 0;
-    while (!platform().messageQueues->peek(message) || message != WindowMessage::destroy)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return 5;
-}
-
 uint32_t ignoresAll(void* running) {
     static_cast<std::atomic<bool>*>(running)->store(true);
     for (;;)
@@ -147,17 +140,6 @@ TEST(ThreadInstanceTest, AThreadThatEndsByItselfKeepsItsCode) {
         EXPECT_EQ(thread.stop(), 0);
         EXPECT_EQ(thread.suspend(), 0U);
     }
-}
-
-TEST(ThreadInstanceTest, AThreadThatTakesMessagesEndsNicely) {
-    ThreadInstance thread(takesMessages, nullptr);
-    thread.execute();
-    uint32_t untouched = 99;
-    EXPECT_EQ(thread.getExitCode(untouched), JobStatus::running);
-    EXPECT_EQ(untouched, 99U);
-    eventually([&] { return platform().messageQueues->post(thread.getThreadId(), 1000); });
-    EXPECT_EQ(thread.stop(), 1);
-    EXPECT_EQ(thread.getStatus(), JobStatus::stopped);
 }
 
 TEST(ThreadInstanceTest, AThreadThatIgnoresAllIsEndedByForceAndCanRunAgain) {

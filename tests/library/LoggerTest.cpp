@@ -78,34 +78,6 @@ TEST(LogCommonsTest, EncodedMessagesComeBack) {
         EXPECT_FALSE(LogCommons::decodeMessage(foreign, back)) << foreign;
 }
 
-TEST(LogCommonsTest, LinesHaveTheirColumns) {
-    ScriptedPlatform os;
-    os.clock.zoneMinutes = 120;
-    LogMessage message = numbered();
-    EXPECT_EQ(LogCommons::formatLine(message, false),
-              "CRITICAL 1970-01-01T02:16:40 (2.08.13) (Message not found.) Parameters: x  5  ");
-    message.isLog = false;
-    message.level = 5;
-    message.text = "text";
-    EXPECT_EQ(LogCommons::formatLine(message, false), "debug-5  1970-01-01T02:16:40 (2.08)    text");
-}
-
-TEST(LogCommonsTest, CataloguesAreReadByModule) {
-    const TempDirectory directory;
-    directory.write("LogMessages/runtally.mess", "// comment\n\n 7 :  seven: %s \n7: again\nno colon\n8:\n");
-    directory.write("LogMessages/time.mess", "1: not wanted\n");
-    directory.write("LogMessages/unknown.mess", "1: not known\n");
-    LogCommons catalogue;
-    const LoadResult result = catalogue.loadMessages(directory.path(), "runtally,configuration,agent");
-    EXPECT_TRUE(result.ok);
-    EXPECT_EQ(result.loaded, (std::vector<std::string>{"runtally"}));
-    EXPECT_EQ(result.counts, (std::vector<int32_t>{4}));
-    std::string text;
-    EXPECT_TRUE(catalogue.findMessage(8, 7, text));
-    EXPECT_EQ(text, "seven: %s") << "the first of a number stays";
-    EXPECT_FALSE(catalogue.findMessage(4, 1, text));
-}
-
 TEST_F(LogFileTest, RotationGoesByItsScheme) {
     struct Case {
         uint32_t scheme;
@@ -119,10 +91,8 @@ TEST_F(LogFileTest, RotationGoesByItsScheme) {
     int number = 0;
     for (const auto& [scheme, period, limit, bigFile, pause, rotates] : {
              Case{A::schemeSize, 0, 1, true, 0, true},
-             Case{A::schemeSize, 0, 1, false, 0, false},
              Case{A::schemeTime, 60, 10, false, 100, true},
              Case{A::schemeTime, 60, 10, false, 1, false},
-             Case{A::schemeTime, 0, 0, true, 100, false},
              Case{A::schemeTime | A::schemeSize, 60, 1, false, 100, false},
              Case{A::schemeTime | A::schemeSize, 60, 1, true, 1, true},
          }) {
@@ -145,22 +115,6 @@ TEST_F(LogFileTest, RotationGoesByItsScheme) {
         EXPECT_EQ(os.registry.values["TestLogCounter"].second != before, rotates) << "case " << number;
         EXPECT_NE(readFile(file).find("second"), std::string::npos);
     }
-}
-
-TEST_F(LogFileTest, ARotatedLogIsNamedAfterItsOpeningAndCounted) {
-    os.registry.set("TestLogCounter", "7");
-    LoggerAgentFile agent;
-    agent.setFile(path);
-    agent.write("first");
-    logFileSettings().rotationScheme = LoggerAgentFile::schemeSize;
-    logFileSettings().sizeLimit = 0;
-    agent.write("second");
-    EXPECT_EQ(os.registry.values["TestLogCounter"].second, "8");
-    EXPECT_EQ(logs(), "x.log x_20080519T065523_7.log");
-    EXPECT_TRUE(readFile(directory / "log/x_20080519T065523_7.log")
-                    .starts_with("\r\nOpened log file \"x.log\". Time: " + DateTime().toString(false, false) +
-                                 "\r\n\r\nfirst\r\n"));
-    EXPECT_NE(readFile(path).find("Log continued from \"x_20080519T065523_7.log\"."), std::string::npos);
 }
 
 TEST_F(LogFileTest, TheInitSchemeRotatesWhatAnEarlierRunLeft) {
@@ -213,27 +167,6 @@ TEST_F(LogFileOfManyTest, WritersOnManyThreadsLoseNoLine) {
         for (int k = 0; k < 100; ++k)
             EXPECT_NE(text.find("line " + std::to_string(k) + " of " + std::to_string(i) + "\r\n"), std::string::npos);
     logger.release();
-}
-
-TEST_F(LogFileTest, LevelsAndSeveritiesAreThresholds) {
-    SmartPointer<LogMessenger> messenger(new LogMessenger());
-    messenger->setFile(path);
-    SmartPointer<LoggerCentre> centre(new LoggerCentre(2, messenger));
-    LoggerUnit unit(centre, LogModule::runtally);
-    LoggerUnit::setDebugLevel(3);
-    EXPECT_TRUE(unit.debug(5, "not this"));
-    EXPECT_TRUE(unit.debug(3, "but this"));
-    LoggerUnit::setSeverityLevel(Severity::fatal);
-    EXPECT_TRUE(unit.warning(1));
-    EXPECT_TRUE(unit.fatal(2, ParamStream() << "x"));
-    LoggerUnit::setSeverityLevel(Severity::nothing);
-    EXPECT_TRUE(unit.fatal(4));
-    const std::string text = readFile(path);
-    EXPECT_EQ(text.find("not this"), std::string::npos);
-    EXPECT_NE(text.find("but this"), std::string::npos);
-    EXPECT_EQ(text.find("(2.08.01)"), std::string::npos);
-    EXPECT_NE(text.find("FATAL    2008-05-19T"), std::string::npos);
-    EXPECT_EQ(text.find("(2.08.04)"), std::string::npos);
 }
 
 TEST_F(LogFileTest, ConfigurationMovesTheFileAndSetsLevels) {

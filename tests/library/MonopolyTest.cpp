@@ -1,17 +1,14 @@
 #include "shared/library/common/Monopoly.h"
 #include "platform/Platform.h"
 #include "platform/Threads.h"
-#include "support/RuntimeFixture.h"
+
+#include <gtest/gtest.h>
 
 #include <thread>
 
 namespace Velmor {
 
-namespace {
-class MonopolyTest : public RuntimeFixture {};
-} // namespace
-
-TEST_F(MonopolyTest, TheUnnamedFormIsRecursiveForItsOwner) {
+TEST(MonopolyTest, TheUnnamedFormIsRecursiveForItsOwner) {
     Monopoly monopoly;
     EXPECT_TRUE(monopoly.relax()) << "nothing held";
     EXPECT_TRUE(monopoly.enforce());
@@ -26,7 +23,7 @@ TEST_F(MonopolyTest, TheUnnamedFormIsRecursiveForItsOwner) {
     EXPECT_EQ(monopoly.getOwner(), 0U);
 }
 
-TEST_F(MonopolyTest, AResetFreesTheSectionOfALostOwnerAndKeepsItsWords) {
+TEST(MonopolyTest, AResetFreesTheSectionOfALostOwnerAndKeepsItsWords) {
     Monopoly monopoly;
     uint32_t lost = 0;
     std::thread([&] {
@@ -42,7 +39,7 @@ TEST_F(MonopolyTest, AResetFreesTheSectionOfALostOwnerAndKeepsItsWords) {
     monopoly.relax();
 }
 
-TEST_F(MonopolyTest, ThreadsExcludeEachOther) {
+TEST(MonopolyTest, ThreadsExcludeEachOther) {
     Monopoly monopoly;
     int64_t count = 0; // plain: the lock is what keeps it right
     std::vector<std::thread> threads;
@@ -56,18 +53,6 @@ TEST_F(MonopolyTest, ThreadsExcludeEachOther) {
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(count, 20000);
-}
-
-TEST_F(MonopolyTest, ANameHasOneHolder) {
-    Monopoly first("dir/log\\name");
-    Monopoly second("dir_log_name");
-    EXPECT_TRUE(first.enforce());
-    EXPECT_TRUE(first.enforce()) << "held already";
-    EXPECT_FALSE(second.enforce()) << "slashes are underscores";
-    bool busy = false;
-    EXPECT_FALSE(first.tryEnforce(busy)) << "the named form never tries";
-    EXPECT_TRUE(first.relax());
-    EXPECT_TRUE(second.enforce());
 }
 
 } // namespace Velmor

@@ -149,8 +149,6 @@ TEST_F(FileSystemTest, ScanMatchesStarsAndQuestionMarksOnly) {
     };
     for (const auto& [pattern, names] : {
              Case{"*.data", "[a].data a.data b.data d?.data "},
-             Case{"?.data", "a.data b.data "},
-             Case{"[a].*", "[a].data "},
              Case{".*", ". .. "},
          }) {
         std::vector<FoundFile> entries;
@@ -164,21 +162,6 @@ TEST_F(FileSystemTest, ScanMatchesStarsAndQuestionMarksOnly) {
     std::vector<FoundFile> none;
     EXPECT_FALSE(files.scan(directory / "absent", "*", none, error));
     EXPECT_EQ(error, NativeError::fileNotFound);
-}
-
-TEST_F(FileSystemTest, AttributesTellWhatMayBeWritten) {
-    const std::string path = directory.write("f", "12345");
-    ASSERT_TRUE(files.setAttributes(path, FileAttribute::readOnly, error));
-    ASSERT_TRUE(files.find(path, found, error));
-    EXPECT_EQ(found.attributes, FileAttribute::readOnly);
-    ASSERT_TRUE(files.setAttributes(path, FileAttribute::normal, error));
-    ASSERT_TRUE(files.find(path, found, error));
-    EXPECT_EQ(found.attributes, FileAttribute::normal);
-    ASSERT_TRUE(files.makeDirectory(directory / "d", error));
-    EXPECT_EQ(modeOf(directory / "d"), 0750U);
-    EXPECT_FALSE(files.makeDirectory(directory / "d", error));
-    EXPECT_EQ(error, NativeError::alreadyExists);
-    EXPECT_FALSE(files.remove(directory / "d", error));
 }
 
 TEST_F(FileSystemTest, CopiesNeverLoseWhatIsThere) {

@@ -98,21 +98,6 @@ protected:
 };
 } // namespace
 
-TEST_F(ProcessesTest, AProcessShowsItsExecutableAndOwner) {
-    const std::string path = sleeperNamed("Sleeper");
-    Child child({path, "600"});
-    ASSERT_TRUE(lists(child.pid()));
-    const auto process = processes.open(child.pid(), error);
-    ASSERT_TRUE(process) << error;
-    std::string text;
-    EXPECT_TRUE(processes.moduleName(process, 0, text, error));
-    EXPECT_EQ(text, "Sleeper");
-    EXPECT_TRUE(processes.imageName(process, text, error));
-    EXPECT_EQ(text, path);
-    EXPECT_EQ(ownerOf(process), "S-1-22-1-" + std::to_string(geteuid()));
-    EXPECT_EQ(codeOf(processes, process), std::to_string(stillActive));
-}
-
 TEST_F(ProcessesTest, ModulesAreTheExecutableAndEachLibraryOnce) {
     Child child({sleeperNamed("sleeper"), "600"});
     const auto process = processes.open(child.pid(), error);

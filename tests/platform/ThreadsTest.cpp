@@ -154,31 +154,6 @@ TEST_F(ThreadsTest, AThreadThatHoldsANamedLockMayLetGoFirst) {
     EXPECT_FALSE(went);
 }
 
-TEST_F(ThreadsTest, AThreadThatNeverLetsGoOfItsLockIsEndedAllTheSame) {
-    start([](void*) -> uint32_t {
-        uint32_t failure = 0;
-        const auto lock = namedLocks.create("held", failure);
-        return busyThread(nullptr);
-    });
-    ASSERT_TRUE(eventually([&] { return isRunning(); }));
-    EXPECT_TRUE(threads.terminate(thread, 5, error));
-    EXPECT_FALSE(countsOn());
-}
-
-TEST_F(ThreadsTest, ALockGivenBackByAnotherThreadLeavesThatOneMortal) {
-    NamedLockHandle lock = namedLocks.create("handed on", error);
-    start(
-        [](void* handedOn) -> uint32_t {
-            static_cast<NamedLockHandle*>(handedOn)->reset();
-            return sleepingThread(nullptr);
-        },
-        &lock);
-    ASSERT_TRUE(eventually([&] { return isRunning(); }));
-    const uint32_t begin = systemClock.ticks();
-    EXPECT_TRUE(threads.terminate(thread, 5, error));
-    EXPECT_LT(systemClock.ticks() - begin, 900U);
-}
-
 TEST_F(ThreadsTest, AThreadRunsAgainAfterAsManyResumesAsSuspends) {
     start(busyThread);
     ASSERT_TRUE(eventually([&] { return isRunning(); }));

@@ -2,10 +2,10 @@
 
 #include "support/ScriptedPlatform.h"
 #include "support/TempDirectory.h"
+#include "support/Zone.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <thread>
 
 namespace Velmor {
@@ -23,19 +23,6 @@ protected:
     PrimeTime calendar;
 };
 
-/// Puts a zone in force for the native clock, and the old one back.
-class Zone {
-public:
-    explicit Zone(const char* name) : saved_(std::getenv("TZ") ? std::getenv("TZ") : "") { put(name); }
-    ~Zone() { put(saved_.c_str()); }
-
-private:
-    static void put(const char* name) {
-        setenv("TZ", name, 1);
-        tzset();
-    }
-    std::string saved_;
-};
 } // namespace
 
 TEST_F(PrimeTimeTest, TheLastLineThatMatchesDecides) {

@@ -54,15 +54,4 @@ TEST_F(ProcessRulesTest, DirectoriesPlayNoPartForProcessesAndAreComparedForModul
     EXPECT_TRUE(filter.isWanted("pc17", "c:\\tools\\hammer.dll"));
 }
 
-TEST_F(ProcessRulesTest, WithoutAFileNothingIsMonitoredAndEveryModuleIsWanted) {
-    for (const std::string& file : {directory / "absent", directory.write("empty", "")}) {
-        ProcessRulesChecker rules;
-        ModPollFilterChecker filter;
-        EXPECT_FALSE(rules.readFile(file)) << file;
-        EXPECT_FALSE(filter.readFile(file)) << file;
-        EXPECT_FALSE(rules.isMonitored("pc17", "x"));
-        EXPECT_TRUE(filter.isWanted("pc17", "x"));
-    }
-}
-
 } // namespace Velmor
