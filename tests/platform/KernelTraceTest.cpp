@@ -2,9 +2,10 @@
 
 #include "platform/linux/LinuxKernelTrace.h"
 
-#include "Child.h"
 #include "platform/Errors.h"
 #include "platform/linux/LinuxProcesses.h"
+#include "support/Child.h"
+#include "support/Eventually.h"
 #include "support/TempDirectory.h"
 
 #include <gtest/gtest.h>
