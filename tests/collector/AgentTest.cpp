@@ -2,7 +2,6 @@
 
 #include "collector/CollectorFixture.h"
 
-#include "programs/collectors/agent/Win32/CommandLine.h"
 #include "programs/collectors/agent/Win32/IpcCommands.h"
 #include "rules/PrimeTime.h"
 #include "shared/library/common/win32/MailSlot.h"
@@ -47,24 +46,6 @@ protected:
 
 class IpcCommandsTest : public RuntimeFixture {};
 } // namespace
-
-TEST(CommandLineTest, OptionsAndValuesAreTakenApart) {
-    struct Case {
-        const char* text;
-        const char* pairs;
-    };
-    for (const auto& [text, expected] : {
-             Case{"dummy -c \"a b-c\"", "=dummy;c=a b-c;"},
-             Case{"dummy --config 'x\"y' -v", "=dummy;config=x\"y;v=;"},
-             Case{"a-b\"c\"d", "=a;b=c;=d;"},
-             Case{"dummy \"open", "=dummy;=open;"},
-         }) {
-        std::string pairs;
-        for (const auto& [option, value] : parseCommandLine(text))
-            pairs.append(option).append("=").append(value).append(";");
-        EXPECT_EQ(pairs, expected) << text;
-    }
-}
 
 TEST(LeftoversTest, FilesWithDataGoToTheCoreServiceAndOthersGo) {
     const ScriptedPlatform os;

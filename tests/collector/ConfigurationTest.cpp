@@ -24,11 +24,7 @@ protected:
         forget();
         programState().quitFlag = 0;
         Runtally collector("dummy");
-        const bool configured = collector.configure();
-        dataFiles.clear();
-        for (const auto& [key, entry] : logFileRegistry())
-            dataFiles += key + std::to_string(entry.interval.getSeconds()) + (entry.forcedOnly ? "! " : " ");
-        return configured;
+        return collector.configure();
     }
 
     /// What an earlier configuration has left: an absent key leaves a boolean as it stands.
@@ -45,35 +41,8 @@ protected:
     static RuntallySettings& settings() { return runtallyState().settings; }
 
     ScriptedPlatform os;
-    std::string dataFiles; // with their intervals; "!" for those that take part in forced deliveries only
 };
 } // namespace
-
-TEST_F(ConfigurationTest, KeysTakeEffectAndBadOnesLeaveTheDefault) {
-    struct Case {
-        const char* entries;
-        int32_t delivery;
-        int32_t poll;
-        int32_t eventLogDays;
-        const char* files;
-    };
-    for (const auto& [entries, delivery, poll, days, files] : {
-             Case{"interval (TimeSpan) = P1H { }", 3600, 0, 0, "process0 "},
-             Case{"interval (TimeSpan) = 1H { }", 43200, 0, 0, "process0 "},
-             Case{"logging () = '' { process-data () = '' { polling (Bool) = true { interval (TimeSpan) = P0 { } "
-                  "} log-to-file (Bool) = true { } } }",
-                  43200, 300, 7, "process0 "},
-             Case{"logging () = '' { process-data () = '' { polling (Bool) = True { interval (TimeSpan) = P7S { } "
-                  "} } module-data (Bool) = true { } }",
-                  43200, 0, 0, "module0 process0 "},
-         }) {
-        EXPECT_TRUE(configure(entries)) << entries;
-        EXPECT_EQ(programState().defaultInterval.getSeconds(), delivery) << entries;
-        EXPECT_EQ(settings().pollInterval.getSeconds(), poll) << entries;
-        EXPECT_EQ(settings().eventLogDays, days) << entries;
-        EXPECT_EQ(dataFiles, files) << entries;
-    }
-}
 
 TEST_F(ConfigurationTest, ASystemWithoutEventsIsPolledInTheirPlace) {
     constexpr const char* events = "logging () = \"\" { process-data () = \"\" { events (Bool) = true { } "

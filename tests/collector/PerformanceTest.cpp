@@ -1,6 +1,5 @@
 #include "collector/SideRecords.h"
 
-#include "process/OscQuery.h"
 #include "programs/collectors/agent/ThreadRecord.h"
 
 #include <cfloat>
@@ -25,14 +24,12 @@ protected:
         return found;
     }
     std::string measure() const { return measures().empty() ? "none" : measures().back(); }
-    int64_t& raw(uint32_t title) { return os().performanceData.at(pid, title); }
     ProcessCounter& counter(size_t number) { return tracked(pid).counters().at(number); }
     /// Puts a gathered value in a counter of the process.
     void gathered(size_t number, double value, int32_t samples) {
         counter(number).value = value;
         counter(number).samples = samples;
     }
-    int32_t monitoredCount() const { return runtallyState().registry.monitoredCount; }
 };
 } // namespace
 
@@ -74,22 +71,6 @@ TEST_F(PerformanceTest, ElapsedCountsFromTheRecordBeforeAndEndsWithTheProcess) {
     EXPECT_EQ(measures().size(), 3U);
 }
 
-TEST_F(PerformanceTest, ADumpResetsGoodCountersAndAFailedOneKeepsItsValues) {
-    monitor("Private Bytes|min\nIO Data Bytes/sec|sum\n");
-    useRules("exclude datatype=process\n");
-    start(pid, "c:\\apps\\cad.exe");
-    gathered(0, 10, 2);
-    gathered(1, 20, 2);
-    counter(1).status = 1;
-    os().clock.advance(10);
-    dumpPerfMon();
-    EXPECT_EQ(measure(), "none") << "the rules exclude it, and yet it is reset";
-    EXPECT_EQ(counter(0).value, DBL_MAX);
-    EXPECT_EQ(counter(0).samples, 0);
-    EXPECT_EQ(counter(1).value, 20);
-    EXPECT_EQ(counter(1).samples, 2);
-}
-
 TEST_F(PerformanceTest, ModesAndRolesDecideWhatACounterSays) {
     struct Case {
         const char* file;
@@ -118,6 +99,7 @@ TEST_F(PerformanceTest, ModesAndRolesDecideWhatACounterSays) {
 
 TEST_F(PerformanceTest, TheNumberOfMonitoredEntriesIsRightAtAllTimes) {
     monitor(fourCounters, "cad.exe");
+    const auto monitoredCount = []() -> int32_t { return runtallyState().registry.monitoredCount; };
     start(1, "c:\\apps\\cad.exe");
     start(2, "c:\\apps\\vim.exe");
     start(3, "c:\\apps\\CAD.exe");
@@ -135,45 +117,12 @@ TEST_F(PerformanceTest, TheNumberOfMonitoredEntriesIsRightAtAllTimes) {
     EXPECT_EQ(monitoredCount(), 0);
 }
 
-/// Runs the monitor's thread over the scripted clock.
-class MonitorThreadTest : public PerformanceTest {
-protected:
-    void run(const std::function<bool()>& until) {
-        worker = std::thread([this] { perfMonitor(&record); });
-        while (!until())
-            std::this_thread::yield();
-        record.report = Report::stop;
-        worker.join();
-    }
-    /// Whether the clock has gone on for so many seconds.
-    std::function<bool()> after(int32_t seconds) {
-        return [this, to = os().clock.now() + seconds] { return os().clock.now() >= to; };
-    }
-
-    ThreadRecord record{"PerformanceMonitor", ThreadRecord::takesPart};
-    std::thread worker;
-};
-
-TEST_F(MonitorThreadTest, ARoundTakesOneSampleForAllMonitoredProcesses) {
-    monitor(fourCounters, "cad.exe");
-    for (uint32_t id = 1; id <= 200; ++id) {
-        start(id, id % 10 == 0 ? "c:\\apps\\cad.exe" : "c:\\apps\\vim.exe");
-        os().performanceData.at(id, PerfTitle::privateBytes) = id;
-    }
-    os().performanceData.samples = 0;
-    run(after(20));
-    const int32_t rounds = tracked(10).counters()[2].samples;
-    EXPECT_GE(rounds, 4);
-    EXPECT_EQ(os().performanceData.samples, static_cast<size_t>(rounds) + 1) << "and one more in the first round";
-    for (uint32_t id = 10; id <= 200; id += 10)
-        EXPECT_EQ(tracked(id).counters()[2].value, static_cast<double>(rounds) * id);
-}
-
-TEST_F(MonitorThreadTest, WithoutASampleTheThreadEndsAndTheRegistryIsFree) {
+TEST_F(PerformanceTest, WithoutASampleTheThreadEndsAndTheRegistryIsFree) {
     monitor(fourCounters);
     start(pid, "c:\\apps\\cad.exe");
     os().performanceData.canSample = false;
     const CapturedLog log(4);
+    ThreadRecord record("PerformanceMonitor", ThreadRecord::takesPart);
     perfMonitor(&record);
     EXPECT_TRUE(log.has("OscCollectQueryData failed: Stop thread PerformanceMonitor"));
     EXPECT_FALSE(runtallyState().registry.processMonopoly.isEnforced());

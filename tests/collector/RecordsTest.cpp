@@ -98,30 +98,6 @@ TEST(RecordsOfManyTest, WhatTheRulesDontWantLeavesNoTraceNotEvenInTheFirstMark) 
     EXPECT_EQ(records[0].duration, 60);
 }
 
-TEST(RecordsOfManyTest, AttributesOfTheUserTextAreFactsAndStayInTheAccount) {
-    struct Case {
-        const char* user;
-        const char* rules;
-        bool included;
-    };
-    for (const auto& [user, rules, included] : {
-             Case{"bob|user id=b7|project id=p1", "include user=b7 project=p1", true},
-             Case{"bob|project id=p1|project id=p2", "include user=bob project=p2", true},
-             Case{"bob|alice", "include user=alice", true}, // a later part without a key
-             Case{"bob|user id=a=b", "include user=a=b", true},
-         }) {
-        Collector fresh(rules);
-        fresh.os.processes.start(7, cad);
-        fresh.report(7, ProcessState::started, fresh.os.clock.now());
-        fresh.tracked().at(7)->setUser(user);
-        Runtally::dumpAll();
-        ASSERT_EQ(fresh.records().size(), included ? 1U : 0U) << user << " under " << rules;
-        if (included) {
-            EXPECT_EQ(fresh.records()[0].account, std::string("\\\\PC17\\") + user);
-        }
-    }
-}
-
 TEST_F(RecordsTest, AnUnknownExecutableIsParkedUntilItCanBeRead) {
     for (const uint32_t pid : {9U, 10U})
         collector.os.processes.start(pid, cad).modulesFail = 1000;

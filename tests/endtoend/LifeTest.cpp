@@ -73,14 +73,16 @@ int fromEnvironment(const char* name, int otherwise) {
 TEST(LifeEndToEnd, ALongProcessLeavesTouchingSlicesAndItsCodeAndATerminationDeliversAll) {
     RunningCollector collector("    interval (TimeSpan) = P10S { }\n", polling(2), {everything});
     Child process({ownShell(collector, "longlived"), "-c", "sleep 25; exit 7"});
-    Child other({ownShell(collector, "stillruns"), "-c", "sleep 60; exit 7"});
+    Child other({ownShell(collector, "stillruns"), "-c", "read x"});
     EXPECT_EQ(process.reap(), 7);
     ASSERT_TRUE(collector.awaitLog("Removed process " + std::to_string(process.pid())));
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(collector.stop(), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
     EXPECT_EQ(collector.nextState(), "STOPPING");
-    EXPECT_EQ(slicesOf(collector, "stillruns").size(), 3U) << "the last one at the end";
+    const std::vector<Slice> last = slicesOf(collector, "stillruns");
+    ASSERT_FALSE(last.empty());
+    EXPECT_NEAR(static_cast<double>(last.back().start + last.back().duration), std::time(nullptr), 2);
     for (const auto& entry : std::filesystem::directory_iterator(collector.directory() / "data"))
         EXPECT_EQ(entry.path().extension(), ".data");
     const std::vector<Slice> slices = slicesOf(collector, "longlived");
@@ -94,7 +96,7 @@ TEST(LifeEndToEnd, ALongProcessLeavesTouchingSlicesAndItsCodeAndATerminationDeli
 TEST(LifeEndToEnd, CommandsAreObeyedUnderLoad) {
     RunningCollector collector("", polling(1), {everything});
     EXPECT_EQ(collector.control("info").substr(0, 2), "0 ");
-    Child process({ownShell(collector, "throughout"), "-c", "sleep 60; exit 7"});
+    Child process({ownShell(collector, "throughout"), "-c", "read x"});
     ASSERT_TRUE(collector.awaitLog("Added process " + std::to_string(process.pid())));
     std::atomic<bool> enough{false};
     std::thread load([&] {
@@ -179,18 +181,6 @@ TEST(LifeEndToEnd, AStartThatFailsSaysWhyInOneLine) {
         EXPECT_NE(said.find(cause), std::string::npos) << said;
         EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
         EXPECT_TRUE(said.starts_with("255 ")) << said;
-    }
-    EXPECT_EQ(collector.stop(), 0);
-}
-
-TEST(LifeEndToEnd, ASecondInstanceIsRefusedWhicheverIsKilled) {
-    RunningCollector collector("", polling(1), {everything});
-    for (int i = 0; i < 3; ++i) {
-        Child second({VELMOR_RUNTALLY, "-c", collector.directory() / "runtally.conf"}, collector.environment());
-        EXPECT_EQ(second.reap(), 255);
-        collector.program().signal(SIGKILL);
-        EXPECT_EQ(collector.program().reap(), 128 + SIGKILL);
-        EXPECT_TRUE(collector.start());
     }
     EXPECT_EQ(collector.stop(), 0);
 }

@@ -113,10 +113,6 @@ TEST_F(IpcTest, TheServerHandsOverMessagesOfTheFamilyOnlyAndLeavesWhenToldTo) {
 }
 
 namespace {
-uint32_t endsAtOnce(void* code) {
-    return *static_cast<uint32_t*>(code);
-}
-
 uint32_t ignoresAll(void* running) {
     static_cast<std::atomic<bool>*>(running)->store(true);
     for (;;)
@@ -124,27 +120,11 @@ uint32_t ignoresAll(void* running) {
 }
 } // namespace
 
-TEST(ThreadInstanceTest, AThreadThatEndsByItselfKeepsItsCode) {
-    uint32_t code = 7;
-    ThreadInstance thread(endsAtOnce, &code);
-    EXPECT_EQ(thread.getStatus(), JobStatus::absent);
-    EXPECT_EQ(thread.stop(), 0);
-    EXPECT_EQ(codeOf<JobException>([&] { thread.suspend(); }), JB_NEVER_STARTED);
-    EXPECT_EQ(codeOf<JobException>([&] { thread.resume(); }), JB_NEVER_STARTED);
-    for (int i = 0; i < 2; ++i) {
-        thread.execute();
-        eventually([&] { return thread.getStatus() == JobStatus::ended; });
-        uint32_t result = 0;
-        EXPECT_EQ(thread.getExitCode(result), JobStatus::exitCodeDelivered);
-        EXPECT_EQ(result, 7U);
-        EXPECT_EQ(thread.stop(), 0);
-        EXPECT_EQ(thread.suspend(), 0U);
-    }
-}
-
 TEST(ThreadInstanceTest, AThreadThatIgnoresAllIsEndedByForceAndCanRunAgain) {
     std::atomic<bool> running{false};
     ThreadInstance thread(ignoresAll, &running);
+    EXPECT_EQ(thread.stop(), 0);
+    EXPECT_EQ(codeOf<JobException>([&] { thread.suspend(); }), JB_NEVER_STARTED);
     thread.execute();
     eventually([&] { return running.load(); });
     EXPECT_EQ(thread.suspend(), 1U);

@@ -117,23 +117,6 @@ TEST_F(LogFileTest, RotationGoesByItsScheme) {
     }
 }
 
-TEST_F(LogFileTest, TheInitSchemeRotatesWhatAnEarlierRunLeft) {
-    logFileSettings().rotationScheme = LoggerAgentFile::schemeInit;
-    {
-        LoggerAgentFile agent;
-        agent.setFile(path);
-        agent.write("first run");
-        agent.write("and on");
-    }
-    EXPECT_EQ(logs(), "x.log") << "a fresh file is left alone";
-    logFileSettings().rotateAtStart = true;
-    LoggerAgentFile agent;
-    agent.setFile(path);
-    agent.write("second run");
-    agent.write("and on");
-    EXPECT_EQ(logs(), "x.log x_20080519T065523_0.log");
-}
-
 TEST_F(LogFileTest, ALockThatIsNotHadCostsTheLine) {
     LoggerAgentFile agent;
     agent.setFile(path);

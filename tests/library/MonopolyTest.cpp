@@ -8,21 +8,6 @@
 
 namespace Velmor {
 
-TEST(MonopolyTest, TheUnnamedFormIsRecursiveForItsOwner) {
-    Monopoly monopoly;
-    EXPECT_TRUE(monopoly.relax()) << "nothing held";
-    EXPECT_TRUE(monopoly.enforce());
-    EXPECT_TRUE(monopoly.enforce());
-    monopoly.relax();
-    EXPECT_TRUE(monopoly.isEnforced());
-    bool busy = true;
-    std::thread([&] { EXPECT_FALSE(monopoly.tryEnforce(busy)); }).join();
-    EXPECT_FALSE(busy);
-    monopoly.relax();
-    EXPECT_FALSE(monopoly.isEnforced());
-    EXPECT_EQ(monopoly.getOwner(), 0U);
-}
-
 TEST(MonopolyTest, AResetFreesTheSectionOfALostOwnerAndKeepsItsWords) {
     Monopoly monopoly;
     uint32_t lost = 0;

@@ -1,9 +1,7 @@
-#include "shared/library/common/ComparisonPointer.h"
 #include "shared/library/common/SmartPointer.h"
 
 #include <gtest/gtest.h>
 
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -11,10 +9,8 @@ namespace Velmor {
 
 namespace {
 struct Thing {
-    explicit Thing(int n = 0) : number(n) { ++alive; }
+    Thing() { ++alive; }
     virtual ~Thing() { --alive; }
-    int orderingField() const { return number; }
-    int number;
     static inline std::atomic<int> alive{0};
 };
 } // namespace
@@ -48,18 +44,6 @@ TEST(SmartPointerTest, HoldersOnManyThreadsLoseNoCount) {
             thread.join();
         EXPECT_EQ(Thing::alive, 1);
     }
-    EXPECT_EQ(Thing::alive, 0);
-}
-
-TEST(ComparisonPointerTest, SetsAreOrderedByThePointee) {
-    std::set<SmartComparisonPointer<Thing>> set;
-    for (const int number : {3, 1, 2, 1})
-        set.insert(SmartComparisonPointer<Thing>(new Thing(number)));
-    std::vector<int> order;
-    for (const auto& pointer : set)
-        order.push_back(pointer->number);
-    EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
-    set.clear();
     EXPECT_EQ(Thing::alive, 0);
 }
 

@@ -85,14 +85,6 @@ TEST(DateTimeTest, LocalFieldsTakeTheGreaterOffsetAroundAChange) {
     }
 }
 
-TEST(DateTimeTest, AnExplicitZoneSticksUntilLocalFieldsAreRead) {
-    const Zone zone("UTC0");
-    DateTime::fromString("2005-06-07T10:00:00+05:00");
-    EXPECT_EQ(DateTime(0).toString(false, false), "1970-01-01T05:00:00");
-    DateTime(0).set(2000, 1, 1, 0, 0, 0, false);
-    EXPECT_EQ(DateTime(0).toString(false, false), "1970-01-01T00:00:00");
-}
-
 TEST(DateTimeTest, AlignsToLocalPeriods) {
     struct Case {
         const char* zone;

@@ -10,19 +10,15 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <thread>
 #include <unistd.h>
 
 namespace Velmor {
 
 namespace {
-constexpr size_t mebibyte = 1U << 20U;
 
 using Counters = std::map<uint32_t, uint64_t>; // by title index
 
@@ -69,7 +65,7 @@ Sample takeApart(const std::string& block) {
 class PerformanceDataTest : public ::testing::Test {
 protected:
     std::string block() {
-        std::string buffer(4 * mebibyte, '\0');
+        std::string buffer(4U << 20U, '\0');
         size_t size = buffer.size();
         uint32_t error = NativeError::success;
         EXPECT_TRUE(data.sample(buffer.data(), size, error));
@@ -80,15 +76,6 @@ protected:
 
     LinuxPerformanceData data;
 };
-
-/// A number behind a word in a file of /proc.
-uint64_t kernelSays(uint32_t pid, const char* file, const std::string& word) {
-    std::ifstream lines("/proc/" + std::to_string(pid) + "/" + file);
-    for (std::string line; std::getline(lines, line);)
-        if (line.starts_with(word))
-            return std::stoull(line.substr(word.size()));
-    return 0;
-}
 
 /// The file descriptors of a process.
 std::set<int> descriptorsOf(const std::string& process) {
@@ -105,44 +92,6 @@ TEST_F(PerformanceDataTest, ABlockHasThePublishedLayout) {
     EXPECT_EQ(std::memcmp(bytes.data(), "P\0E\0R\0F\0", 8), 0);
     EXPECT_EQ(taken.header.totalByteLength, bytes.size());
     EXPECT_EQ(taken.object.totalByteLength, bytes.size() - taken.header.headerLength);
-}
-
-TEST_F(PerformanceDataTest, FiguresAreTheKernelsOwn) {
-    const Child child([] {
-        constexpr size_t held = 32 * mebibyte;
-        void* memory = mmap(nullptr, held, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        std::memset(memory, 1, held);
-        const int nowhere = open("/dev/null", O_WRONLY);
-        for (int i = 0; i < 100; ++i)
-            if (write(nowhere, memory, 12345) != 12345)
-                return 1;
-        std::thread([] { pause(); }).detach();
-        volatile uint64_t sum = 0;
-        for (uint64_t i = 0; i < 200000000; ++i)
-            sum = sum + i;
-        raise(SIGSTOP);
-        return 0;
-    });
-    ASSERT_TRUE(eventually([&] { return child.state() == 'T'; }));
-    const Sample taken = sample();
-    ASSERT_TRUE(taken.processes.contains(child.pid()));
-    const Counters& counters = taken.processes.at(child.pid());
-    const auto kib = [&](const char* word) { return 1024 * kernelSays(child.pid(), "status", word); };
-    EXPECT_EQ(counters.at(PerfTitle::privateBytes), kib("RssAnon:") + kib("VmSwap:"));
-    EXPECT_GE(counters.at(PerfTitle::privateBytes), 32 * mebibyte);
-    EXPECT_EQ(counters.at(PerfTitle::threadCount), 2U);
-    const uint64_t handles = counters.at(PerfTitle::handleCount);
-    EXPECT_TRUE(handles == descriptorsOf(std::to_string(child.pid())).size() || handles == 0) << "0 before Linux 6.2";
-    const uint64_t written = kernelSays(child.pid(), "io", "wchar:");
-    EXPECT_GE(written, 1234500U);
-    EXPECT_EQ(counters.at(PerfTitle::ioWriteBytes), written);
-    EXPECT_EQ(counters.at(PerfTitle::ioReadBytes), kernelSays(child.pid(), "io", "rchar:"));
-    EXPECT_EQ(counters.at(PerfTitle::ioDataBytes), written + counters.at(PerfTitle::ioReadBytes));
-    const auto busy = static_cast<int64_t>(counters.at(PerfTitle::processorTime));
-    const auto split = static_cast<int64_t>(counters.at(PerfTitle::userTime) + counters.at(PerfTitle::privilegedTime));
-    EXPECT_GT(busy, 100000);
-    EXPECT_NEAR(static_cast<double>(busy - split), 0, 210000) << "two ticks of rounding";
-    EXPECT_EQ(sample().processes.at(child.pid()), counters) << "a stopped process, read through kept files";
 }
 
 TEST_F(PerformanceDataTest, ASmallBufferIsToldSoAndALargerOneGetsTheSameMoment) {

@@ -98,28 +98,6 @@ protected:
 };
 } // namespace
 
-TEST_F(ProcessesTest, ModulesAreTheExecutableAndEachLibraryOnce) {
-    Child child({sleeperNamed("sleeper"), "600"});
-    const auto process = processes.open(child.pid(), error);
-    ASSERT_TRUE(process);
-    std::vector<ModuleId> room(100);
-    size_t count = 0;
-    // The loader may still be at work.
-    ASSERT_TRUE(eventually([&] { return processes.modules(process, room, count, error) && count >= 3; }));
-    std::vector<std::string> paths(count);
-    for (size_t i = 0; i < count; ++i)
-        EXPECT_TRUE(processes.modulePath(process, room[i], paths[i], error));
-    EXPECT_EQ(paths[0], directory / "sleeper");
-    EXPECT_EQ(std::count_if(paths.begin(), paths.end(), [](auto& p) { return p.find("/libc.so") != p.npos; }), 1);
-    std::sort(paths.begin(), paths.end());
-    EXPECT_EQ(std::adjacent_find(paths.begin(), paths.end()), paths.end());
-    room.resize(2);
-    size_t more = 0;
-    EXPECT_TRUE(processes.modules(process, room, more, error));
-    EXPECT_EQ(more, count) << "what doesn't fit is counted";
-    EXPECT_FALSE(processes.modulePath(process, 1000, paths[0], error));
-}
-
 TEST_F(ProcessesTest, NamesOfFilesAreTakenAsTheyAreWhateverBecomesOfTheFile) {
     struct Case {
         const char* file;

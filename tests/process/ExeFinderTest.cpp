@@ -1,6 +1,5 @@
 #include "process/ExeFinder.h"
 
-#include "process/SMScan.h"
 #include "shared/library/common/FileUtils.h"
 #include "shared/library/common/TextUtils.h"
 #include "support/ScriptedPlatform.h"
@@ -86,24 +85,6 @@ TEST_F(ExeFinderTest, MappingsStandAsStronglyAsTheirKind) {
         EXPECT_EQ(finder.find(directory / path), application) << path;
     finder.setMappings({});
     EXPECT_EQ(finder.find(directory / "v/cad"), "Description") << "mappings are applied anew at each call";
-}
-
-TEST_F(ExeFinderTest, LanguagesAndPathsAreTriedInTurn) {
-    const std::string file = directory.write("a.exe", "x");
-    auto& entry = os.versionResources.entries[file];
-    entry.translations = {{0, 1200}, {1044, 1200}};
-    entry.strings[1033]["ProductName"] = "US";
-    os.fileSystem.variables["PLACE"] = directory.path().substr(0, directory.path().size() - 1);
-    for (const std::string& path : {file, std::string("%PLACE%/a.exe"), "\\??" + file}) {
-        ExeInfo info;
-        EXPECT_TRUE(SMScan::getFileInformation(info, path)) << path;
-        EXPECT_EQ(info.productName, "US") << path;
-    }
-    entry.strings[1044]["FileDescription"] = "Norsk";
-    entry.strings[1033].clear();
-    ExeInfo info;
-    EXPECT_TRUE(SMScan::getFileInformation(info, file));
-    EXPECT_EQ(info.fileDescription, "Norsk") << "the next pair, when the first gives nothing";
 }
 
 } // namespace Velmor

@@ -102,14 +102,6 @@ TEST_F(OscQueryTest, TextAndNegativeValuesFailAndLeaveTheCounterAsItWas) {
     }
 }
 
-TEST_F(OscQueryTest, HalvesOfLargeValuesAreExchangedForTheOtherOrderOfBytes) {
-    PaperSample sample = sampleOf({"", PerfType::largeRawCount, 8, 0x0000000200000001, 0, 0}, false);
-    sample.littleEndian = 0;
-    OscCounter counter = counterOf(title);
-    EXPECT_EQ(update({sample}, counter), 0);
-    EXPECT_EQ(counter.value, 0x0000000100000002);
-}
-
 TEST_F(OscQueryTest, TheWalkTakesTheFirstMatch) {
     const PaperCounter id{PerfTitle::processId};
     const PaperCounter wanted{title};

@@ -1,9 +1,7 @@
 #include "process/Process.h"
 #include "process/ProcPoll.h"
 #include "process/ProcessShared.h"
-#include "shared/library/common/TextUtils.h"
 #include "support/ScriptedPlatform.h"
-#include "support/TempDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -70,18 +68,6 @@ TEST_F(ProcessTest, WhatCantBeLearntIsAPlaceholder) {
         EXPECT_EQ(process->getState(), state) << what;
         EXPECT_EQ(process->getStart().getSeconds(), begin) << what;
     }
-}
-
-TEST_F(ProcessTest, AVolumeWithoutADriveIsLookedForOnTheCurrentOne) {
-    const TempDirectory directory;
-    directory.write("apps/x.exe", "");
-    os.fileSystem.currentDrive = "c:";
-    ScriptedProcess& scripted = os.processes.start(7, "");
-    scripted.modulesFail = 18;
-    scripted.image = "\\Device\\Volume7" + directory.path() + "apps/x.exe";
-    EXPECT_EQ(look(7)->getExecutable(), toLowerCopy("c:\\" + directory.path().substr(1) + "apps/x.exe"));
-    scripted.image = "\\Device\\Volume7\\nowhere\\x.exe";
-    EXPECT_EQ(look(7)->getExecutable(), "\\device\\volume7\\nowhere\\x.exe");
 }
 
 TEST_F(ProcessTest, ExitCodesOutliveTheProcessWhileAHandleIsHeld) {
