@@ -4,9 +4,9 @@
 #include "collector/CollectorFixture.h"
 
 #include "shared/library/common/FileUtils.h"
+#include "support/Environment.h"
 #include "support/NoSync.h"
 
-#include <cstdlib>
 #include <map>
 #include <random>
 #include <set>
@@ -15,11 +15,6 @@ namespace Velmor {
 
 namespace {
 constexpr int stepsOfRun = 500;
-
-int fromEnvironment(const char* name, int otherwise) {
-    const char* value = std::getenv(name);
-    return value ? std::atoi(value) : otherwise;
-}
 
 /// One run: a machine, what happens on it, and the books that must balance after each step. Each process has an
 /// executable of its own, so that a record tells whose it is.

@@ -47,16 +47,8 @@ protected:
     std::string content() {
         FileGZ file(path);
         file.open(FileBase::ACCESS_READ);
-        std::string text;
-        char block[777];
-        while (!file.eof()) {
-            try {
-                text.append(block, file.read(block, sizeof(block)));
-            } catch (const FileException& failure) {
-                EXPECT_EQ(failure.getCode(), FL_EOF);
-                break;
-            }
-        }
+        std::string text(20000, ' ');
+        text.resize(file.read(text.data(), text.size()));
         return text;
     }
 };

@@ -66,18 +66,6 @@ TEST(LogCommonsTest, MessagesTakeTheirParameters) {
     EXPECT_EQ(formatted("[%s]", ParamStream() << ""), "[]");
 }
 
-TEST(LogCommonsTest, EncodedMessagesComeBack) {
-    std::string text;
-    LogCommons::encodeMessage(numbered(), text);
-    LogMessage back;
-    ASSERT_TRUE(LogCommons::decodeMessage(text, back));
-    EXPECT_TRUE(back.isLog && back.messageId == 13 && back.severity == 3 && back.text == numbered().text);
-    std::replace(text.begin(), text.end(), '\x1c', '|');
-    EXPECT_EQ(text, "Velmor|LOG|2|8|1000|3|sx\x1an5\x1a|13|");
-    for (const char* foreign : {"", "Velmor", "velmor\x1cLOG\x1c", "Velmor\x1cTRACE\x1c"})
-        EXPECT_FALSE(LogCommons::decodeMessage(foreign, back)) << foreign;
-}
-
 TEST_F(LogFileTest, RotationGoesByItsScheme) {
     struct Case {
         uint32_t scheme;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <gtest/gtest.h>
+#include <set>
 
 namespace Velmor {
 
@@ -143,22 +144,12 @@ TEST_F(FileSystemTest, PathsAreTranslatedAtTheLastMoment) {
 TEST_F(FileSystemTest, ScanMatchesStarsAndQuestionMarksOnly) {
     for (const char* name : {"a.data", "b.data", "B.DATA", "[a].data", "c.dat", "d\n.data"})
         directory.write(name, "");
-    struct Case {
-        const char* pattern;
-        const char* names; // sorted
-    };
-    for (const auto& [pattern, names] : {
-             Case{"*.data", "[a].data a.data b.data d?.data "},
-             Case{".*", ". .. "},
-         }) {
-        std::vector<FoundFile> entries;
-        EXPECT_TRUE(files.scan(directory.path(), pattern, entries, error));
-        std::sort(entries.begin(), entries.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
-        std::string joined;
-        for (const FoundFile& entry : entries)
-            joined += entry.name + " ";
-        EXPECT_EQ(joined, names) << pattern;
-    }
+    std::vector<FoundFile> entries;
+    EXPECT_TRUE(files.scan(directory.path(), "*.data", entries, error));
+    std::set<std::string> names;
+    for (const FoundFile& entry : entries)
+        names.insert(entry.name);
+    EXPECT_EQ(names, (std::set<std::string>{"[a].data", "a.data", "b.data", "d?.data"}));
     std::vector<FoundFile> none;
     EXPECT_FALSE(files.scan(directory / "absent", "*", none, error));
     EXPECT_EQ(error, NativeError::fileNotFound);

@@ -43,7 +43,6 @@ CalendarFields ScriptedClock::utc(int32_t seconds) {
 }
 
 bool ScriptedProcesses::enumerate(std::vector<uint32_t>& ids) {
-    ++enumerations;
     ids.clear();
     for (const auto& [pid, process] : table_)
         if (process->isAlive)
@@ -52,7 +51,6 @@ bool ScriptedProcesses::enumerate(std::vector<uint32_t>& ids) {
 }
 
 ProcessHandle ScriptedProcesses::open(uint32_t pid, uint32_t& error) {
-    ++opens;
     const auto found = table_.find(pid);
     const bool runs = found != table_.end() && found->second->isAlive;
     error = runs ? found->second->openError : NativeError::invalidParameter;
@@ -183,14 +181,6 @@ bool ScriptedMachine::systemVersion(SystemVersion& answer) {
     return true;
 }
 
-bool ScriptedFileSystem::find(std::string_view path, FoundFile& found, uint32_t& error) {
-    if (const auto paper = paperFiles.find(path); paper != paperFiles.end()) {
-        found.name = paper->second;
-        return true;
-    }
-    return LinuxFileSystem::find(path, found, error);
-}
-
 bool ScriptedFileSystem::scan(std::string_view directory, std::string_view pattern, std::vector<FoundFile>& found,
                               uint32_t& error) {
     ++scans;
@@ -205,28 +195,8 @@ bool ScriptedFileSystem::deviceOfDrive(std::string_view drive, std::string& devi
     return true;
 }
 
-bool ScriptedFileSystem::fullPath(std::string_view path, std::string& full, uint32_t& error) {
-    if (currentDrive.empty())
-        return LinuxFileSystem::fullPath(path, full, error);
-    full = currentDrive + std::string(path);
-    return true;
-}
-
 uint32_t ScriptedFileSystem::driveType(std::string_view drive) {
     return devices.contains(drive) ? DriveType::fixed : LinuxFileSystem::driveType(drive);
-}
-
-bool ScriptedFileSystem::windowsDirectory(std::string& path, uint32_t&) {
-    path = "c:\\windows";
-    return true;
-}
-
-bool ScriptedFileSystem::environment(std::string_view name, std::string& value) {
-    const auto found = variables.find(name);
-    if (found == variables.end())
-        return false;
-    value = found->second;
-    return true;
 }
 
 namespace {
@@ -249,7 +219,6 @@ private:
 } // namespace
 
 std::unique_ptr<VersionResource> ScriptedVersionResources::open(std::string_view path) {
-    ++opens;
     const auto found = entries.find(path);
     return found == entries.end() ? nullptr : std::make_unique<PaperResource>(found->second);
 }

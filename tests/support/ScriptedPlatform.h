@@ -83,8 +83,6 @@ public:
     const std::map<uint32_t, std::shared_ptr<ScriptedProcess>>& table() const { return table_; }
 
     bool canEnumerate = true;
-    size_t enumerations = 0;
-    size_t opens = 0;
 
 private:
     std::map<uint32_t, std::shared_ptr<ScriptedProcess>> table_;
@@ -133,21 +131,13 @@ public:
 /// The real file system, with drives and devices that only exist on paper.
 class ScriptedFileSystem : public LinuxFileSystem {
 public:
-    bool find(std::string_view path, FoundFile& found, uint32_t& error) override;
     bool deviceOfDrive(std::string_view drive, std::string& device) override;
-    bool fullPath(std::string_view path, std::string& full, uint32_t& error) override;
     uint32_t driveType(std::string_view drive) override;
-    bool windowsDirectory(std::string& path, uint32_t& error) override;
-    bool environment(std::string_view name, std::string& value) override;
-    bool hasShortNames() override { return !paperFiles.empty(); }
     bool scan(std::string_view directory, std::string_view pattern, std::vector<FoundFile>& found,
               uint32_t& error) override;
 
-    std::map<std::string, std::string, std::less<>> devices;    // "C:" to a device path
-    std::map<std::string, std::string, std::less<>> paperFiles; // a path as asked for to the stored name
-    std::map<std::string, std::string, std::less<>> variables;
+    std::map<std::string, std::string, std::less<>> devices; // "C:" to a device path
     size_t scans = 0;
-    std::string currentDrive; // put in front of what has no drive, if set
 };
 
 class ScriptedVersionResources : public VersionResources {
@@ -160,7 +150,6 @@ public:
     void describe(const std::string& path, const std::string& description, const std::string& product);
 
     std::map<std::string, Entry, std::less<>> entries;
-    size_t opens = 0;
 };
 
 /// Puts scripted ports in force while it lives. Locks, threads, queues and mailslots stay the system's own.
