@@ -192,7 +192,10 @@ TEST_F(SideRecordsTest, WithoutASampleTheThreadEndsAndTheRegistryIsFree) {
     ThreadRecord record("PerformanceMonitor", ThreadRecord::takesPart);
     perfMonitor(&record);
     EXPECT_TRUE(log.has("OscCollectQueryData failed: Stop thread PerformanceMonitor"));
-    std::thread([] { EXPECT_TRUE(Runtally::checkOutAll()); }).join();
+    std::thread([] {
+        EXPECT_TRUE(Runtally::checkOutAll());
+        Runtally::checkInAll();
+    }).join();
 }
 
 } // namespace Velmor
