@@ -27,7 +27,6 @@ protected:
     }
 
     int32_t now() { return collector.os.clock.now(); }
-    ProcessRegistry& maps() { return runtallyState().registry; }
 
     Collector collector;
 };

@@ -60,7 +60,7 @@ void expectTouching(const std::vector<Slice>& slices) {
 
 /// A shell under a name that no other process bears.
 std::string ownShell(const RunningCollector& collector, const std::string& name) {
-    const std::string path = collector.directory() / name;
+    std::string path = collector.directory() / name;
     std::filesystem::copy_file("/bin/sh", path);
     return path;
 }

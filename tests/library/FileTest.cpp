@@ -4,7 +4,6 @@
 #include "shared/library/common/FileGZ.h"
 #include "shared/library/common/FileOps.h"
 #include "shared/library/common/FilePlain.h"
-#include "shared/library/common/FileUtils.h"
 #include "shared/library/common/TimeException.h"
 #include "support/ScriptedPlatform.h"
 #include "support/TempDirectory.h"

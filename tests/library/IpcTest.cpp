@@ -76,6 +76,7 @@ TEST_F(IpcTest, AllMessagesOfManyWritersWaitForASlowReader) {
     constexpr int each = 500;
     MailSlot reader(MailSlotMode::receiver, "slot");
     std::vector<std::thread> threads;
+    threads.reserve(writers);
     for (int i = 0; i < writers; ++i)
         threads.emplace_back([i] {
             MailSlot writer(MailSlotMode::sender, "slot");

@@ -126,6 +126,7 @@ TEST_F(LogFileOfManyTest, WritersOnManyThreadsLoseNoLine) {
     Logger logger;
     logger.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre, LogModule::runtally)));
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([&logger, i] {
             for (int k = 0; k < 100; ++k)

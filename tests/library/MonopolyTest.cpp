@@ -28,6 +28,7 @@ TEST(MonopolyTest, ThreadsExcludeEachOther) {
     Monopoly monopoly;
     int64_t count = 0; // plain: the lock is what keeps it right
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([&] {
             for (int k = 0; k < 5000; ++k) {

@@ -34,6 +34,7 @@ TEST(SmartPointerTest, HoldersOnManyThreadsLoseNoCount) {
     {
         const SmartPointer<Thing> shared(new Thing);
         std::vector<std::thread> threads;
+        threads.reserve(4);
         for (int i = 0; i < 4; ++i)
             threads.emplace_back([&shared] {
                 for (int k = 0; k < 1000; ++k) {

@@ -101,6 +101,7 @@ TEST_F(PerformanceDataTest, WhatHasEndedAndKernelThreadsHaveNoInstance) {
 
 TEST_F(PerformanceDataTest, FilesOfProcessesThatHaveGoneAreClosed) {
     std::vector<std::unique_ptr<Child>> children;
+    children.reserve(10);
     for (int i = 0; i < 10; ++i)
         children.push_back(std::make_unique<Child>([] { return pause(); }));
     sample();
