@@ -2,8 +2,9 @@
 // judge. VELMOR_STARTS says how many processes a run starts. Needs root; without it there is nothing to see here.
 
 #include "ProcessAccounting.h"
+#include "RunningCollector.h"
 
-#include "support/TempDirectory.h"
+#include "support/Eventually.h"
 
 #include <gtest/gtest.h>
 
@@ -36,15 +37,6 @@ int starts() {
     return text ? std::atoi(text) : 2000;
 }
 
-bool eventually(const std::function<bool()>& condition) {
-    for (int i = 0; i < 400; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(50ms);
-    }
-    return false;
-}
-
 struct Record {
     int32_t start = 0;
     int32_t duration = 0;
@@ -53,27 +45,26 @@ struct Record {
     std::string exitCode;
 };
 
-std::vector<Record> readRecords(const std::string& directory, const std::string& prefix) {
+std::vector<Record> readRecords(const RunningCollector& collector, const std::string& prefix) {
     std::vector<Record> records;
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-        std::ifstream file(entry.path());
-        std::string identity;
-        std::string measure;
-        while (std::getline(file, identity) && std::getline(file, measure)) {
-            std::vector<std::string> fields;
-            for (size_t begin = 0;;) {
-                const size_t end = identity.find(":0:", begin);
-                fields.push_back(identity.substr(begin, end - begin));
-                if (end == std::string::npos)
-                    break;
-                begin = end + 3;
-            }
-            if (fields.size() == 11 && fields[5].starts_with(prefix))
-                records.push_back({std::stoi(fields[0].substr(2)), std::stoi(measure.substr(2)), fields[5],
-                                   fields[9].substr(fields[9].rfind('\\') + 1), fields[10]});
+    const std::vector<std::string> lines = collector.lines("ProcessLog");
+    for (size_t line = 0; line + 1 < lines.size(); line += 2) {
+        std::vector<std::string> fields;
+        for (size_t begin = 0, end = 0; end != std::string::npos; begin = end + 3) {
+            end = lines[line].find(":0:", begin);
+            fields.push_back(lines[line].substr(begin, end - begin));
         }
+        if (fields.size() == 11 && fields[5].starts_with(prefix))
+            records.push_back({std::stoi(fields[0].substr(2)), std::stoi(lines[line + 1].substr(2)), fields[5],
+                               fields[9].substr(fields[9].rfind('\\') + 1), fields[10]});
     }
     return records;
+}
+
+std::string logging(bool polling) {
+    return "        process-data () = \"\" {\n            polling (Bool) = " + std::string(polling ? "true" : "false") +
+           " { interval (TimeSpan) = P1S { } }\n"
+           "            events (Bool) = true { native (Bool) = true { } }\n        }\n";
 }
 
 /// A program that enters and leaves with code 7.
@@ -105,69 +96,22 @@ protected:
             GTEST_SKIP() << "process events and accounting need root";
         prefix_ = "v" + std::to_string(getpid());
         chmod(directory_.path().c_str(), 0755);
-        for (const char* name : {"etc", "data", "log", "temp", "run", "state", "bin"})
-            std::filesystem::create_directory(directory_ / name);
-        chmod((directory_ / "bin").c_str(), 0755);
         std::filesystem::copy_file("/bin/true", program("t"));
         std::filesystem::copy_file("/bin/sleep", program("s"));
         std::filesystem::copy_file(VELMOR_BRANCHER, program("h"));
         writeTinyProgram(program("y"));
     }
 
-    void TearDown() override {
-        if (collector_ > 0)
-            stopCollector();
-    }
+    std::string program(const std::string& name) const { return directory_ / (prefix_ + name); }
 
-    std::string program(const std::string& name) const { return directory_ / ("bin/" + prefix_ + name); }
-
-    void configure(bool polling) {
-        const std::string root = directory_.path();
-        std::ofstream(directory_ / "etc/include-exclude") << "include datatype=*\n";
-        std::ofstream(directory_ / "resources.toml") << "ConfigurationDir = \"" << root << "/etc\"\nInstallDir = \""
-                                                     << root << "\"\nStartupLogDir = \"" << root << "/log\"\n";
-        std::ofstream(directory_ / "etc/runtally.conf")
-            << "Velmor () = \"\" { directories () = \"\" {\n  conf (DirName) = \"" << root
-            << "/etc\" { }\n  log (DirName) = \"" << root << "/log\" { }\n  temp (DirName) = \"" << root
-            << "/temp\" { }\n} }\nlog () = \"\" { global () = \"\" { debug-level (Integer) = \"1\" { } } }\n"
-            << "runtally () = \"\" {\n  interval (TimeSpan) = \"P12H\" { }\n  working-dir (DirName) = \"" << root
-            << "/data\" { }\n  include-exclude (FileName) = \"" << root
-            << "/etc/include-exclude\" { }\n  logging () = \"\" { process-data () = \"\" {\n    polling (Bool) = "
-            << (polling ? "true" : "false") << " { interval (TimeSpan) = \"P1S\" { } }\n"
-            << "    events (Bool) = true { native (Bool) = true { } }\n  } }\n}\n";
+    void startCollector(bool polling = false) {
+        collector_ = std::make_unique<RunningCollector>(
+            "    interval (TimeSpan) = P12H { }\n", logging(polling),
+            std::vector<RunningCollector::File>{{"include-exclude", "include datatype=*\n"}}, 1);
     }
+    bool awaitTracer() { return collector_->awaitLog("Native event tracer is now running."); }
 
-    void startCollector(
-        bool polling = false, const std::function<void()>& prepare = [] {}) {
-        configure(polling);
-        collector_ = fork();
-        if (collector_ == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            setenv("VELMOR_RESOURCES", (directory_ / "resources.toml").c_str(), 1);
-            setenv("VELMOR_STATE_DIR", (directory_ / "state").c_str(), 1);
-            setenv("VELMOR_RUNTIME_DIR", (directory_ / "run").c_str(), 1);
-            prepare();
-            execl(VELMOR_RUNTALLY, VELMOR_RUNTALLY, "-c", (directory_ / "etc/runtally.conf").c_str(), nullptr);
-            _exit(127);
-        }
-    }
-
-    bool awaitTracer() {
-        return eventually([&] { return log().find("Native event tracer is now running.") != std::string::npos; });
-    }
-
-    void stopCollector() {
-        kill(collector_, SIGTERM);
-        waitpid(collector_, nullptr, 0);
-        collector_ = 0;
-    }
-
-    std::string log() const {
-        std::string text;
-        for (const auto& entry : std::filesystem::directory_iterator(directory_ / "log"))
-            text += readFile(entry.path().string());
-        return text;
-    }
+    std::string log() const { return readFile(collector_->directory() / "RuntallyDebug.log"); }
 
     /// Starts a program by vfork, and waits for it unless it is to run on.
     pid_t spawn(const std::vector<std::string>& words, uint32_t user = 0, bool wait = true) {
@@ -187,21 +131,22 @@ protected:
         return child;
     }
 
-    std::vector<Record> records() const { return readRecords(directory_ / "data", prefix_); }
+    std::vector<Record> records() const { return readRecords(*collector_, prefix_); }
 
-    /// Waits until the collector has written what has ended so far: events are taken in order, and this one comes last.
+    /// Waits until the collector has written what has ended so far: events are taken in order, and these come last.
     bool catchUp() {
-        const std::string marker = directory_ / "bin/marker";
-        if (!std::filesystem::exists(marker))
-            writeTinyProgram(marker);
-        const size_t before = readRecords(directory_ / "data", "marker").size();
-        spawn({marker});
-        return eventually([&] { return readRecords(directory_ / "data", "marker").size() > before; });
+        const std::string marker = directory_ / "marker";
+        writeTinyProgram(marker);
+        const auto isWritten = [&] {
+            spawn({marker}); // one may be lost among many
+            return !readRecords(*collector_, "marker").empty();
+        };
+        return eventually(isWritten, 50ms);
     }
 
     TempDirectory directory_;
     std::string prefix_;
-    pid_t collector_ = 0;
+    std::unique_ptr<RunningCollector> collector_;
 };
 
 /// Keeps every processor busy while it lives.
@@ -292,7 +237,7 @@ TEST_F(Events, EveryProcessOfAFloodHasOneRecord) {
             outliving.push_back(spawn({program("s"), "300"}, 0, false));
     }
     EXPECT_TRUE(catchUp());
-    stopCollector();
+    collector_->stop();
     auto judged = byKind(judge.ended(prefix_));
     // A program that was replaced leaves a record of its own; the accounting knows the last one only.
     auto seen = byKind(records());
@@ -316,18 +261,18 @@ TEST_F(Events, AfterALossTheRegistryIsRightAgainAndTheLossIsCounted) {
     const pid_t ending = spawn({program("s"), "300"}, 0, false);
     std::this_thread::sleep_for(200ms);
     constexpr int flood = 20000; // more than the buffers hold
-    kill(collector_, SIGSTOP);
+    collector_->program().signal(SIGSTOP);
     for (int i = 0; i < flood; ++i)
         spawn({program("y")});
     kill(ending, SIGKILL);
     waitpid(ending, nullptr, 0);
     const pid_t missed = spawn({program("s"), "300"}, 0, false);
-    kill(collector_, SIGCONT);
+    collector_->program().signal(SIGCONT);
     // A next message from each processor tells how many were lost before it.
     for (int i = 0; i < 50; ++i)
         std::thread([&] { spawn({program("y")}); }).join();
-    std::this_thread::sleep_for(2s);
-    stopCollector();
+    EXPECT_TRUE(catchUp());
+    collector_->stop();
     const auto seen = byKind(records());
     const auto countOf = [&](const char* name, const char* code) {
         const auto found = seen.find({prefix_ + name, "root", code});
@@ -369,7 +314,7 @@ TEST_F(Events, TogetherWithPollingEachProcessIsWrittenOnce) {
         waitpid(child, nullptr, 0);
     }
     EXPECT_TRUE(catchUp());
-    stopCollector();
+    collector_->stop();
     const auto seen = byKind(records());
     const auto countOf = [&](const char* name, const char* code) {
         const auto found = seen.find({prefix_ + name, "root", code});
@@ -383,16 +328,12 @@ TEST_F(Events, TogetherWithPollingEachProcessIsWrittenOnce) {
 }
 
 TEST_F(Events, WithoutTheRightTheStartFailsAndNamesIt) {
-    startCollector(false, [] {
-        for (int capability = 0; capability < 64; ++capability)
-            prctl(PR_CAPBSET_DROP, capability);
-        setresgid(nobody, nobody, nobody);
-    });
+    startCollector();
+    collector_->stop();
+    std::filesystem::remove(collector_->directory() / "RuntallyDebug.log");
     // Root without capabilities still owns its files.
-    int status = 0;
-    waitpid(collector_, &status, 0);
-    collector_ = 0;
-    EXPECT_TRUE(WIFEXITED(status));
+    collector_->run("", "setpriv --bounding-set=-all --regid=65534 --clear-groups " VELMOR_RUNTALLY " -c " +
+                            (collector_->directory() / "runtally.conf"));
     const std::string text = log();
     for (const char* part : {"CAP_PERFMON", "CAP_NET_ADMIN", "FATAL"})
         EXPECT_NE(text.find(part), std::string::npos) << part << " in " << text;
@@ -404,7 +345,7 @@ TEST_F(Events, AShellThatExecutesAnEditorTouchesIt) {
     std::filesystem::copy_file("/bin/sh", program("sh"));
     spawn({program("sh"), "-c", program("s") + " 1.2; exec " + program("s") + " 1.2"});
     EXPECT_TRUE(catchUp());
-    stopCollector();
+    collector_->stop();
     std::vector<Record> shells;
     std::vector<Record> editors;
     for (const Record& record : records())
@@ -425,7 +366,7 @@ TEST_F(Events, UnderLoadTheEndIsQuickAndOrderly) {
             spawn({program("y")});
     }
     EXPECT_TRUE(eventually([&] { return records().size() > 100; }));
-    stopCollector();
+    collector_->stop();
     kill(spawner, SIGKILL);
     waitpid(spawner, nullptr, 0);
     const std::string text = log();

@@ -26,7 +26,6 @@ Velmor () = "" {
         temp (DirName) = "%" { }
     }
 }
-log () = "" { global () = "" { debug-level (Integer) = "5" { } } }
 runtally () = "" {
     working-dir (DirName) = "%data" { }
     include-exclude (FileName) = "%include-exclude" { }
@@ -40,8 +39,8 @@ std::string inDirectory(std::string text, const std::string& directory) {
 } // namespace
 
 RunningCollector::RunningCollector(const std::string& settings, const std::string& logging,
-                                   const std::vector<File>& files)
-    : manager_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+                                   const std::vector<File>& files, int debugLevel)
+    : debugLevel_(debugLevel), manager_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
     const std::string& home = directory_.path();
     directory_.write("resources.toml", "ConfigurationDir = \"" + home + "\"\nInstallDir = \"" + home +
                                            "\"\nStartupLogDir = \"" + home + "\"\n");
@@ -63,9 +62,11 @@ RunningCollector::~RunningCollector() {
 }
 
 void RunningCollector::writeConfiguration(const std::string& settings, const std::string& logging) const {
-    directory_.write("runtally.conf",
-                     inDirectory(configuration + settings + "    logging () = \"\" {\n" + logging + "    }\n}\n",
-                                 directory_.path()));
+    const std::string log = "    }\n}\nlog () = \"\" { global () = \"\" { debug-level (Integer) = \"" +
+                            std::to_string(debugLevel_) + "\" { } } }\n";
+    directory_.write(
+        "runtally.conf",
+        inDirectory(configuration + settings + "    logging () = \"\" {\n" + logging + log, directory_.path()));
 }
 
 std::vector<std::string> RunningCollector::environment() const {

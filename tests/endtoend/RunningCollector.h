@@ -9,7 +9,8 @@
 
 namespace Velmor {
 
-/// The real collector with a configuration and directories of its own. `logging` stands in the block of that name.
+/// The real collector with a configuration and directories of its own. `logging` stands in the block of that name, and
+/// the debug log is as detailed as that level.
 class RunningCollector {
 public:
     struct File {
@@ -17,7 +18,8 @@ public:
         std::string text;
     };
     /// Starts it, and waits until it says that it is ready.
-    RunningCollector(const std::string& settings, const std::string& logging, const std::vector<File>& files);
+    RunningCollector(const std::string& settings, const std::string& logging, const std::vector<File>& files,
+                     int debugLevel = 5);
     RunningCollector(const RunningCollector&) = delete;
     RunningCollector& operator=(const RunningCollector&) = delete;
     ~RunningCollector();
@@ -50,6 +52,7 @@ public:
 
 private:
     TempDirectory directory_;
+    int debugLevel_;
     int manager_ = -1; // the service manager's socket
     size_t logPlace_ = 0;
     std::unique_ptr<Child> program_;
