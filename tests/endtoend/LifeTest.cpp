@@ -85,7 +85,7 @@ TEST(LifeEndToEnd, ALongProcessLeavesTouchingSlicesAndItsCodeAndATerminationDeli
     const std::vector<Slice> slices = slicesOf(collector, "longlived");
     ASSERT_GE(slices.size(), 3U);
     expectTouching(slices);
-    EXPECT_NEAR(static_cast<double>(slices.back().start + slices.back().duration - slices.front().start), 25, 2);
+    EXPECT_NEAR(static_cast<double>(slices.back().start + slices.back().duration - slices.front().start), 25, 3);
     EXPECT_EQ(slices.back().exitCode, "7");
     EXPECT_EQ(slices.front().exitCode, "none");
 }
