@@ -272,6 +272,7 @@ TEST_F(Events, AfterALossTheRegistryIsRightAgainAndTheLossIsCounted) {
     for (int i = 0; i < 50; ++i)
         std::thread([&] { spawn({program("y")}); }).join();
     EXPECT_TRUE(catchUp());
+    std::this_thread::sleep_for(2s); // the table is looked at when the losses have ended
     collector_->stop();
     const auto seen = byKind(records());
     const auto countOf = [&](const char* name, const char* code) {

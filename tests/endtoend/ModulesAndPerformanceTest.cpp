@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <unistd.h>
 
@@ -107,6 +108,7 @@ TEST(ModulesEndToEnd, ALibraryThatIsUnloadedAndOneThatStaysHaveOneRecordEach) {
 TEST(PerformanceEndToEnd, RecordsAgreeWithTheKernelsOwnFigures) {
     constexpr double tolerance = 0.02;
     const char* asked = std::getenv("VELMOR_BURN_SECONDS");
+    const std::string name = "burner" + std::to_string(getpid()); // nobody else's
     const double seconds = asked ? std::atof(asked) : 14;
     RunningCollector collector(
         "    interval (TimeSpan) = P12H { performance-monitor (TimeSpan) = P10S { } }\n",
@@ -114,9 +116,11 @@ TEST(PerformanceEndToEnd, RecordsAgreeWithTheKernelsOwnFigures) {
                                "counters (FileName) = \"%counters\" { } rules (FileName) = \"%rules\" { } }\n",
         {everything,
          {"counters", "Elapsed Time|abs\n% Processor Time|avg\nPrivate Bytes|avg\nIO Data Bytes/sec|avg\n"},
-         {"rules", "+ host=*\nendtoend_burner\n"}});
+         {"rules", "+ host=*\n" + name + "\n"}});
+    const std::string program = collector.directory() / name;
+    std::filesystem::copy_file(VELMOR_BURNER, program);
     ASSERT_TRUE(collector.awaitLog("START THREAD PerformanceMonitor"));
-    Child burner({VELMOR_BURNER, "200", std::to_string(100.0 * mebibyte / seconds)});
+    Child burner({program, "200", std::to_string(100.0 * mebibyte / seconds)});
     ASSERT_TRUE(collector.awaitLog("   Added counter 6 for PID=" + std::to_string(burner.pid())));
     const KernelFigures first(burner.pid());
     usleep(static_cast<useconds_t>(seconds * 1e6));
@@ -132,12 +136,14 @@ TEST(PerformanceEndToEnd, RecordsAgreeWithTheKernelsOwnFigures) {
     const double span = last.time - first.time;
     const double percent = 100 * (last.cpu - first.cpu) / span;
     const double rate = (last.bytes - first.bytes) / span;
-    const std::vector<Record> found = records(collector, "PerfMonLog", "endtoend_burner");
+    const std::vector<Record> found = records(collector, "PerfMonLog", name);
     ASSERT_GE(found.size(), 2U);
     EXPECT_TRUE(found.back().has("137")) << "the exit code of its end";
     double cpu = 0;
     double bytes = 0;
     for (const Record& record : found) {
+        if (record.number(2) < 3 && record.number(8) == 0)
+            continue; // between two samples
         EXPECT_NEAR(record.number(8), record.number(2) * last.memory, tolerance * record.number(8));
         if (asked) { // on a machine that does nothing else, so that the burner keeps its pace
             EXPECT_NEAR(record.number(4), percent, tolerance * percent);
