@@ -44,7 +44,7 @@ private:
     IncludeExclude::References& references_;
     BasicFile file_;
     std::string line_;
-    int32_t lineNumber_ = 0; // of line_, from 1
+    int32_t lineNumber_ = 0;  // of line_, from 1
     bool unreadable_ = false; // the system stopped giving lines
     std::string error_;
 };
