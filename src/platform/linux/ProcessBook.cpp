@@ -7,7 +7,6 @@ namespace Velmor {
 namespace {
 constexpr uint64_t leaderlessInterval = 200'000'000; // nanoseconds between two looks at processes without main thread
 constexpr uint64_t nanosecondsOfTick = 10'000'000;
-constexpr uint64_t tickTolerance = 3; // clock ticks between two readings of one start
 } // namespace
 
 /// The entry of an id, unless it knows already what was true at that time.

@@ -52,6 +52,7 @@ struct BookEvent {
 class ProcessBook {
 public:
     static constexpr uint64_t forkPatience = 50'000'000; // nanoseconds
+    static constexpr uint64_t tickTolerance = 3;         // clock ticks between two readings of one start
     static constexpr int64_t unknownCode = TracedProcess::endedUnknown;
 
     /// `bootOffset` is how far the clock of the process table is ahead of the events' clock, in nanoseconds.

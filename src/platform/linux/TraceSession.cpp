@@ -149,8 +149,7 @@ void TraceSession::endMissing(const std::vector<TableEntry>& table) {
     std::vector<TracedPointer> gone;
     processes_.traced().forEach([&](const TracedPointer& note) {
         const auto found = present.find(note->pid);
-        constexpr uint64_t tolerance = 3; // clock ticks between two readings of one start
-        if (found == present.end() || found->second > note->startTicks + tolerance)
+        if (found == present.end() || found->second > note->startTicks + ProcessBook::tickTolerance)
             gone.push_back(note);
     });
     for (const auto& [pid, path] : processes_.endedHeld())
