@@ -1,9 +1,13 @@
 // Process events from the kernel to the written record, beside the bare readers of the same sources. Needs root.
+// `bench_events` alone tells its forms:
 //
-//   bench_events cost [COUNT]     a short process and /bin/true: without a reader, with bare readers, with the
-//   collector bench_events flood [SECONDS]  two spawners as fast as they can, and what was lost bench_events rest
-//   [SECONDS]   what the source costs when nothing happens bench_events walk             the walk of one event's
-//   schema, among 200 classes
+// cost [COUNT]: a short process and /bin/true, without a reader, with bare readers, and with the collector
+//
+// flood [SECONDS]: two spawners as fast as they can, and what was lost
+//
+// rest [SECONDS]: what the source costs when nothing happens
+//
+// walk: the walk of one event's schema, among 200 classes
 //
 // Costs are processor time in microseconds for each process: of the spawning side with its children, and of the reader.
 
@@ -78,6 +82,7 @@ int startSpawner(const std::string& program, const std::function<bool(uint64_t d
     if (pipe(ends) != 0)
         std::abort();
     if (fork() == 0) {
+        std::this_thread::sleep_for(150ms); // until it counts as a process of its own, as a shell would
         const double begin = wallSeconds();
         Spawned result;
         while (more(result.count)) {
@@ -210,53 +215,71 @@ private:
 };
 
 struct Cost {
-    double spawner = 1e9; // microseconds for each process
-    double reader = 1e9;
-    double wall = 1e9; // seconds
+    double spawner; // microseconds for each process
+    double reader;
+    double wall; // seconds
+};
 
-    void takeLeast(const Cost& other) {
-        spawner = std::min(spawner, other.spawner);
-        reader = std::min(reader, other.reader);
-        wall = std::min(wall, other.wall);
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const size_t middle = values.size() / 2;
+    return values.size() % 2 != 0 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+/// What rounds of one kind cost more than those without a reader just before them.
+struct Added {
+    void note(const Cost& none, const Cost& with) {
+        spawner.push_back(with.spawner - none.spawner);
+        reader.push_back(with.reader);
+        wall.push_back((with.wall / none.wall - 1) * 100);
     }
+    double inAll() const { return median(spawner) + median(reader); }
+
+    std::vector<double> spawner;
+    std::vector<double> reader;
+    std::vector<double> wall; // per cent
 };
 
 Cost measure(const std::string& program, uint64_t count) {
     const double begin = secondsOf(RUSAGE_SELF);
     const Spawned spawned = awaitSpawner(startSpawner(program, [=](uint64_t done) { return done < count; }));
-    std::this_thread::sleep_for(500ms); // until the last has been dealt with
+    std::this_thread::sleep_for(150ms); // until the last has been dealt with
     const auto each = [&](double seconds) { return seconds * 1e6 / static_cast<double>(count); };
     return {each(spawned.processor), each(secondsOf(RUSAGE_SELF) - begin), spawned.wall};
 }
 
-/// The least of several rounds, which take turns: other work on the machine only adds.
+/// Medians of rounds that take turns: the spawning side's own time varies more from round to round than any reader
+/// adds.
+void costOf(const std::string& program, uint64_t count, uint64_t rounds, const Directory& directory) {
+    const uint64_t each = std::max<uint64_t>(count / rounds, 1);
+    std::vector<double> alone;
+    Added bare;
+    Added all;
+    for (uint64_t i = 0; i < rounds; ++i) {
+        const Cost none = measure(program, each);
+        alone.push_back(none.spawner);
+        {
+            const BareReaders readers;
+            bare.note(none, measure(program, each));
+        }
+        const Tracing tracing(directory.path());
+        all.note(none, measure(program, each));
+    }
+    std::printf("%s, %lu times %lu: alone %.1f us; bare readers %+.1f and %.1f us, floor %.1f us; collector %+.1f and "
+                "%.1f us, in all %.1f us, %.2f times the floor; wall %+.1f and %+.1f %%\n",
+                program.c_str(), rounds, each, median(alone), median(bare.spawner), median(bare.reader), bare.inAll(),
+                median(all.spawner), median(all.reader), all.inAll(), all.inAll() / bare.inAll(), median(bare.wall),
+                median(all.wall));
+}
+
 void cost(uint64_t count) {
-    constexpr int rounds = 5;
+    constexpr uint64_t shortRounds = 40; // a short process drowns in the noise sooner, and takes less time
+    constexpr uint64_t rounds = 10;
     const Directory directory;
     std::filesystem::create_directories(directory.path() + "Log/temp");
     std::this_thread::sleep_for(3s); // a directory that has just changed is looked at anew each time
-    for (const std::string& program : {directory.shortLived(), std::string("/bin/true")}) {
-        Cost none;
-        Cost bare;
-        Cost all;
-        for (int i = 0; i < rounds; ++i) {
-            none.takeLeast(measure(program, count / rounds));
-            {
-                const BareReaders readers;
-                bare.takeLeast(measure(program, count / rounds));
-            }
-            const Tracing tracing(directory.path());
-            all.takeLeast(measure(program, count / rounds));
-        }
-        const double floor = bare.spawner - none.spawner + bare.reader;
-        const double own = all.spawner - none.spawner + all.reader;
-        std::printf(
-            "%s, %d times %lu: alone %.1f us; bare readers +%.1f and %.1f us, floor %.1f us; collector +%.1f and "
-            "%.1f us, in all %.1f us, %.2f times the floor; wall %.3f, %.3f, %.3f s (%+.1f %%)\n",
-            program.c_str(), rounds, count / rounds, none.spawner, bare.spawner - none.spawner, bare.reader, floor,
-            all.spawner - none.spawner, all.reader, own, own / floor, none.wall, bare.wall, all.wall,
-            (all.wall / none.wall - 1) * 100);
-    }
+    costOf(directory.shortLived(), 4 * count, shortRounds, directory);
+    costOf("/bin/true", count, rounds, directory);
 }
 
 void flood(int seconds) {

@@ -332,17 +332,18 @@ const uint8_t* EventDecoder::readTexts(const SchemaProperty& property, uint32_t 
 std::string guidText(const TraceGuid& guid) {
     constexpr std::array<int8_t, 20> places{3, 2, 1, 0, -1, 5, 4, -1, 7, 6, -1, 8, 9, -1, 10, 11, 12, 13, 14, 15};
     constexpr std::string_view digits = "0123456789ABCDEF";
-    std::string text = "{";
+    std::string text = "{00000000-0000-0000-0000-000000000000}";
+    size_t at = 1;
     for (const int8_t place : places) {
         if (place < 0) {
-            text += '-';
+            ++at; // the hyphen stands there
             continue;
         }
         const uint8_t byte = guid[static_cast<size_t>(place)];
-        text += digits[byte >> 4U];
-        text += digits[byte & 15U];
+        text[at++] = digits[byte >> 4U];
+        text[at++] = digits[byte & 15U];
     }
-    return text + "}";
+    return text;
 }
 
 std::string sidText(std::span<const uint8_t> bytes) {

@@ -21,7 +21,7 @@ struct IdValueState {
     Monopoly monopoly; // guards the rest
     std::string directory;
     int32_t lastCleaning = 0; // seconds since 1970
-    int32_t emptySince = 0;   // when the directory was last changed, if it then held no files; else 0
+    int64_t emptySince = 0;   // likewise: when the directory was last changed, if it then held no files; else 0
 };
 
 IdValueState& state() {
@@ -55,11 +55,9 @@ bool isCleaningDue() {
 bool hasNoFiles() {
     constexpr int32_t settlingTime = 2; // seconds; a change within the clock's grain of the one that was seen hides
     const std::string directory = findDirectory();
-    FileInfo info;
-    FileOps::getInfo(directory, info);
-    if (!info.exists)
+    int64_t changed = 0;
+    if (!FileOps::lastChange(directory, changed))
         return true;
-    const int32_t changed = DateTime(info.modified).getSeconds();
     IdValueState& shared = state();
     const MonopolyHold hold(shared.monopoly);
     if (shared.emptySince == changed)

@@ -20,6 +20,7 @@ namespace {
 constexpr std::string_view sidHead = "S-1-22-1-";
 constexpr int64_t keepKnown = 600;   // seconds
 constexpr int64_t keepUnknown = 300; // seconds
+constexpr int64_t keepHost = 10;     // seconds
 constexpr size_t mostCached = 4096;
 constexpr uint32_t usualPatience = 2000; // milliseconds
 constexpr size_t recordSize = 16384;
@@ -48,13 +49,6 @@ int64_t monotonicSeconds() {
     return now.tv_sec;
 }
 
-std::string computerName() {
-    utsname names{};
-    uname(&names);
-    const std::string_view host = names.nodename;
-    return std::string(host.substr(0, host.find('.')));
-}
-
 } // namespace
 
 /// What is known, and what is being asked for.
@@ -75,7 +69,23 @@ struct LinuxAccounts::Names {
         answered.notify_all();
     }
 
+    /// This machine's name, which every look-up needs and which hardly ever changes.
+    std::string computerName() {
+        const int64_t now = monotonicSeconds();
+        const ServiceLock lock(mutex);
+        if (now >= hostExpires) {
+            utsname system{};
+            uname(&system);
+            const std::string_view full = system.nodename;
+            host = full.substr(0, full.find('.'));
+            hostExpires = now + keepHost;
+        }
+        return host;
+    }
+
     std::mutex mutex; // guards the rest
+    std::string host;
+    int64_t hostExpires = 0; // monotonic seconds
     std::condition_variable answered;
     std::map<uint32_t, Entry> entries;
     bool isSlow = false; // the service has let somebody wait in vain, and hasn't answered since
@@ -94,7 +104,7 @@ bool LinuxAccounts::lookup(std::string_view sid, std::string& user, std::string&
         return false;
     }
     error = NativeError::success;
-    domain = computerName();
+    domain = names_->computerName();
     user = nameOf(uid);
     return true;
 }

@@ -92,6 +92,15 @@ void FileOps::getInfo(std::string_view path, FileInfo& info) {
     info.modified = partsOfFileTime(found.modified);
 }
 
+bool FileOps::lastChange(std::string_view path, int64_t& seconds) {
+    FoundFile found;
+    uint32_t error = 0;
+    if (!fileSystem().find(path, found, error))
+        return false;
+    seconds = found.modified;
+    return true;
+}
+
 bool FileOps::setAttributes(std::string_view path, uint32_t mask) {
     uint32_t native = 0;
     for (const auto& pair : attributePairs)

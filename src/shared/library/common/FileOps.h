@@ -56,6 +56,8 @@ public:
     static std::string getCurrentDirectory();
     /// Only `exists` is written if there is no such file.
     static void getInfo(std::string_view path, FileInfo& info);
+    /// When the content was last changed, in seconds since 1970; false if there is no such file. Costs one look.
+    static bool lastChange(std::string_view path, int64_t& seconds);
     /// `mask` of InfoAttribute.
     static bool setAttributes(std::string_view path, uint32_t mask);
     /// A path that ends in ":" asks for the drive.

@@ -8,8 +8,9 @@
 namespace Velmor {
 
 void toLower(std::string& text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    for (char& c : text)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c + ('a' - 'A'));
 }
 
 std::string toLowerCopy(std::string_view text) {
