@@ -14,9 +14,15 @@ using TraceGuid = std::array<uint8_t, 16>;
 
 constexpr uint32_t useGuidPointer = 0x00080000; // flag of an event: its class stands behind `guidPointer`
 
+/// The types of events that bear news of processes.
+namespace TraceEventType {
+constexpr uint8_t start = 1;
+constexpr uint8_t end = 2;
+} // namespace TraceEventType
+
 /// One event, valid while it is handed over.
 struct TraceEvent {
-    uint8_t type = 0; // 1 start, 2 end
+    uint8_t type = 0; // of `TraceEventType`, or another that is no news
     uint16_t version = 0;
     uint32_t flags = 0;
     uint64_t timeStamp = 0; // 100-nanosecond units since 1601-01-01 UTC
@@ -65,9 +71,10 @@ public:
     /// Opens a running session for reading. On failure the handle is empty and `error` tells.
     virtual TraceHandle open(std::string_view name, uint32_t& error) = 0;
 
-    /// Hands the events of the session over one by one, in order, on the calling thread, until the session ends or
-    /// `onBuffer` returns false, which is asked at least five times a second; the result is 1223 then. An event that
-    /// has been begun with is finished with before the thread can be ended by force.
+    /// Hands the events of the session over one by one, in order, on the calling thread, until the session ends and all
+    /// of them have been, or `onBuffer` returns false, which is asked before each event and at least five times a
+    /// second; the result is 1223 then, and a further call goes on with the next event. An event that has been begun
+    /// with is finished with before the thread can be ended by force.
     virtual uint32_t process(const TraceHandle& trace, EventCallback onEvent, BufferCallback onBuffer) = 0;
     virtual void close(TraceHandle& trace) = 0;
 

@@ -100,13 +100,24 @@ void KernelTracer::consume() {
         logger_.debug(1, "KernelTracer, consume: Error %i opening kernel session.", error);
         return;
     }
-    const uint32_t result = platform().kernelTrace->process(trace, onEvent_, onBuffer_);
+    uint32_t result = platform().kernelTrace->process(trace, onEvent_, onBuffer_);
+    if (result == NativeError::cancelled && onRest_) {
+        stopSession();
+        result = platform().kernelTrace->process(trace, onEvent_, onRest_);
+    }
     if (result != NativeError::success && result != NativeError::cancelled)
         logger_.critical(readingCritical, readingText(result));
     platform().kernelTrace->close(trace);
 }
 
 KernelTracer::~KernelTracer() {
+    stopSession();
+}
+
+void KernelTracer::stopSession() {
+    if (isStopped_)
+        return;
+    isStopped_ = true;
     if (platform().kernelTrace->stop(sessionName) == NativeError::success)
         logger_.debug(3, "KernelTracer: The logger was stopped");
     else

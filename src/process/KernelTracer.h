@@ -15,14 +15,17 @@ public:
     KernelTracer(const SmartPointer<LoggerUnit>& logger, std::atomic<uint8_t>& quitFlag);
     KernelTracer(const KernelTracer&) = delete;
     KernelTracer& operator=(const KernelTracer&) = delete;
-    /// Stops the session.
+    /// Stops the session, unless that has been done.
     virtual ~KernelTracer();
 
     /// What gets the events, one at a time, and what is asked regularly whether to go on. On the thread of `consume`.
     void setEventCallback(KernelTrace::EventCallback callback) { onEvent_ = callback; }
     void setBufferCallback(KernelTrace::BufferCallback callback) { onBuffer_ = callback; }
+    /// What is asked in its place about the events that wait when it has said stop.
+    void setRestCallback(KernelTrace::BufferCallback callback) { onRest_ = callback; }
 
-    /// Reads until the session ends, or the buffer callback says so. A failure is a message.
+    /// Reads until the session ends, or the buffer callback says so; then the session is stopped, and what was taken
+    /// until then is handed over as well, as long as the rest callback agrees. A failure is a message.
     void consume();
 
     /// How many events the system could not keep since the session's start.
@@ -31,12 +34,14 @@ public:
 private:
     void stopStaleSession();
     void reportStart(uint32_t result);
-    void reportEnd(uint32_t result);
+    void stopSession();
 
     Logger logger_;
     std::atomic<uint8_t>& quitFlag_;
     KernelTrace::EventCallback onEvent_ = nullptr;
     KernelTrace::BufferCallback onBuffer_ = nullptr;
+    KernelTrace::BufferCallback onRest_ = nullptr;
+    bool isStopped_ = false; // by this object
 };
 
 } // namespace Velmor

@@ -15,8 +15,6 @@ namespace Velmor {
 namespace {
 constexpr int32_t windowsNt4 = 40;  // older systems have no event trace
 constexpr int32_t windows2000 = 50; // its payloads have a layout of their own
-constexpr uint8_t startEvent = 1;
-constexpr uint8_t endEvent = 2;
 
 /// Seconds since 1970 of a time stamp; what lies outside their range becomes the nearest that doesn't.
 DateTime timeOf(uint64_t timeStamp) {
@@ -41,9 +39,9 @@ Process::Process(const TraceEvent& event) : pid_(0) {
     ProcessShared& shared = processShared();
     if (shared.systemNumber == 0)
         shared.systemNumber = getOsVersion();
-    if (shared.systemNumber < windowsNt4 || (event.type != startEvent && event.type != endEvent))
+    if (shared.systemNumber < windowsNt4 || (event.type != TraceEventType::start && event.type != TraceEventType::end))
         return;
-    state_ = event.type == startEvent ? ProcessState::started : ProcessState::ended;
+    state_ = event.type == TraceEventType::start ? ProcessState::started : ProcessState::ended;
     if (!event.payload.empty()) {
         if (shared.systemNumber <= windows2000)
             readFixedLayout(event.payload);

@@ -145,7 +145,7 @@ TEST_F(ProcessBookTest, OfAnOlderProcessTheThreadsAreCheckedBeforeItEnds) {
     EXPECT_EQ(news(), "") << "a thread more than was counted";
     facts.ended.insert(40);
     book.tick(1000 * millisecond);
-    EXPECT_EQ(news(), "-40 /bin/srv 6 at 1000; ");
+    EXPECT_EQ(news(), "-40 /bin/srv 6 at 102; ");
 }
 
 TEST_F(ProcessBookTest, OwnersAreInheritedAndChange) {
@@ -191,12 +191,16 @@ TEST_F(ProcessBookTest, AfterALossTheTableIsRight) {
     execute(101, 20, "/bin/gone");
     fork(110, 21);
     execute(111, 21, "/bin/reused");
-    fork(110, 22);
-    execute(111, 22, "/bin/stays");
+    for (const uint32_t pid : {22U, 25U}) {
+        fork(110, pid);
+        execute(111, pid, "/bin/stays");
+    }
     news();
     TableEntry shell;
     shell.pid = 10;
+    shell.owner = 1000;
     shell.startTicks = 1;
+    shell.knownAt = 9500 * millisecond;
     TableEntry successor;
     successor.pid = 21;
     successor.startTicks = 900;
@@ -205,19 +209,27 @@ TEST_F(ProcessBookTest, AfterALossTheTableIsRight) {
     TableEntry stays;
     stays.pid = 22;
     stays.startTicks = 11;
+    stays.owner = 1000;
+    stays.knownAt = 9500 * millisecond;
+    stays.executable = "/seen/from/elsewhere/stays";
+    TableEntry changed = stays;
+    changed.pid = 25;
+    changed.owner = 0;
+    changed.executable = "/bin/changed";
     TableEntry missed = successor;
     missed.pid = 23;
     missed.executable = "/bin/missed";
     TableEntry endedSince = missed;
     endedSince.pid = 24;
     facts.ended.insert(24);
-    book.compare({shell, successor, stays, missed, endedSince}, 9500 * millisecond);
+    book.compare({shell, successor, stays, changed, missed, endedSince}, 9500 * millisecond);
     const std::string text = news();
-    for (const char* part : {"-20 /bin/gone -2 at 9500; ", "-21 /bin/reused -2 at 9500; ",
-                             "+21 /bin/successor 0 at 9000; ", "+23 /bin/missed 0 at 9000; "})
+    for (const char* part :
+         {"-20 /bin/gone -2 at 9500; ", "-21 /bin/reused -2 at 9500; ", "+21 /bin/successor 0 at 9000; ",
+          "+23 /bin/missed 0 at 9000; ", "-25 /bin/stays 0 at 9500; +25 /bin/changed 0 at 9500; "})
         EXPECT_NE(text.find(part), std::string::npos) << part << " in " << text;
-    EXPECT_EQ(std::count(text.begin(), text.end(), ';'), 4) << text;
-    book.compare({shell, successor, stays, missed}, 9600 * millisecond);
+    EXPECT_EQ(std::count(text.begin(), text.end(), ';'), 6) << text;
+    book.compare({shell, successor, stays, changed, missed}, 9600 * millisecond);
     EXPECT_EQ(news(), "");
     fork(9700, 20);
     fork(9800, 20);

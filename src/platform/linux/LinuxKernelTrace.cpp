@@ -8,11 +8,8 @@
 namespace Velmor {
 
 namespace {
-constexpr int waitStep = 200;        // milliseconds between two questions whether to go on
-constexpr int eventsOfBuffer = 1000; // handed over between two such questions
+constexpr int waitStep = 200; // milliseconds between two questions whether to go on
 constexpr std::string_view lostName = "<<lost>>";
-constexpr uint8_t startType = 1;
-constexpr uint8_t endType = 2;
 
 struct LinuxTrace : NativeTrace {
     std::shared_ptr<TraceSession> session;
@@ -23,7 +20,7 @@ void handOver(const TraceSession::Item& item, std::vector<uint8_t>& payload, Ker
     TracePayload::write(payload, process.pid, process.parentPid, process.owner,
                         process.executable.empty() ? lostName : process.executable);
     TraceEvent event;
-    event.type = item.isStart ? startType : endType;
+    event.type = item.isStart ? TraceEventType::start : TraceEventType::end;
     event.version = TracePayload::version;
     event.timeStamp = item.timeStamp;
     event.guid = TracePayload::guid;
@@ -89,26 +86,27 @@ TraceHandle LinuxKernelTrace::open(std::string_view name, uint32_t& error) {
 uint32_t LinuxKernelTrace::process(const TraceHandle& trace, EventCallback onEvent, BufferCallback onBuffer) {
     TraceSession& session = *static_cast<LinuxTrace&>(*trace).session;
     std::vector<uint8_t> payload;
-    TraceSession::Item item{};
     while (onBuffer()) {
         checkpoint();
-        if (!session.await(waitStep) && session.hasEnded())
+        if (!takeNext(session, payload, onEvent) && !session.await(waitStep) && session.hasEnded())
             return NativeError::success;
-        for (int i = 0; i < eventsOfBuffer; ++i) {
-            checkpoint();
-            const StopDeferral deferral; // an event that was begun with is finished with
-            if (!session.front(item))
-                break;
-            if (item.isStart)
-                processes_.traced().enter(item.process);
-            handOver(item, payload, onEvent);
-            if (!item.isStart)
-                processes_.traced().remove(item.process);
-            item.process.reset();
-            session.pop();
-        }
     }
     return NativeError::cancelled;
+}
+
+/// False if nothing waits.
+bool LinuxKernelTrace::takeNext(TraceSession& session, std::vector<uint8_t>& payload, EventCallback onEvent) {
+    const StopDeferral deferral; // an event that was begun with is finished with
+    TraceSession::Item item{};
+    if (!session.front(item))
+        return false;
+    if (item.isStart)
+        processes_.traced().enter(item.process);
+    handOver(item, payload, onEvent);
+    if (!item.isStart)
+        processes_.traced().remove(item.process);
+    session.pop();
+    return true;
 }
 
 void LinuxKernelTrace::close(TraceHandle& trace) {

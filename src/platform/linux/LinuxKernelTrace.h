@@ -40,6 +40,7 @@ public:
 
 private:
     std::shared_ptr<TraceSession> find(std::string_view name);
+    bool takeNext(TraceSession& session, std::vector<uint8_t>& payload, EventCallback onEvent);
 
     LinuxProcesses& processes_;
     Sources sources_;

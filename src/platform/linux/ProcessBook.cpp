@@ -7,6 +7,10 @@ namespace Velmor {
 namespace {
 constexpr uint64_t leaderlessInterval = 200'000'000; // nanoseconds between two looks at processes without main thread
 constexpr uint64_t nanosecondsOfTick = 10'000'000;
+
+std::string_view nameOf(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
 } // namespace
 
 /// The entry of an id, unless it knows already what was true at that time.
@@ -124,6 +128,7 @@ void ProcessBook::exited(uint64_t time, uint32_t pid, uint32_t thread, int64_t c
     if (entry.threads > 0)
         --entry.threads;
     entry.lastCode = code;
+    entry.lastExit = time;
     const bool isMain = thread == pid;
     const bool mayBeLast = entry.threads == 0 || (isMain && !entry.isExact);
     if (mayBeLast && (entry.isExact || facts_.hasEnded(pid))) {
@@ -194,7 +199,7 @@ void ProcessBook::checkLeaderless(uint64_t now) {
             return true;
         if (!facts_.hasEnded(pid))
             return false;
-        end(found, now, found->second.lastCode);
+        end(found, found->second.lastExit, found->second.lastCode);
         return true;
     });
 }
@@ -210,12 +215,27 @@ void ProcessBook::compare(const std::vector<TableEntry>& table, uint64_t readAt)
         const bool isSame =
             found != present.end() && (ticks == 0 || (found->second->startTicks <= ticks + tickTolerance &&
                                                       ticks <= found->second->startTicks + tickTolerance));
-        if (!isSame && current->second.since < readAt && current->second.knownAt < readAt)
+        if (isSame)
+            mend(current->first, current->second, *found->second, readAt);
+        else if (current->second.since < readAt && current->second.knownAt < readAt)
             end(current, readAt, unknownCode);
     }
     for (const TableEntry& known : table)
         if (!entries_.contains(known.pid) && !facts_.hasEnded(known.pid))
             enter(known, nullptr, true);
+}
+
+/// What may have changed unseen of a process that has been there all the time.
+void ProcessBook::mend(uint32_t pid, Entry& entry, const TableEntry& known, uint64_t readAt) {
+    if (known.knownAt < entry.knownAt)
+        return;
+    entry.owner = known.owner;
+    entry.threads = known.threads;
+    entry.isExact = false; // events since that look have been counted before it
+    // Two views of one file may differ in the directories in front of it.
+    const bool hasExecuted = !known.executable.empty() && nameOf(known.executable) != nameOf(entry.executable);
+    if (hasExecuted && !known.isKernelThread && entry.since < readAt)
+        executed(readAt, pid, known.executable);
 }
 
 void ProcessBook::takeEvents(std::vector<BookEvent>& events) {

@@ -88,6 +88,7 @@ private:
         bool isExact = true;            // `threads` counts all of them
         bool isLeaderless = false;      // its main thread has ended, or it may have
         int64_t lastCode = unknownCode; // of the thread that ended last
+        uint64_t lastExit = 0;          // and when
         bool isOfKernel = false;        // and has executed nothing
         bool hasExecuted = false;       // since its fork
         bool lacksName = false;         // nobody could name what it runs
@@ -103,6 +104,7 @@ private:
     void end(Entries::iterator place, uint64_t time, int64_t code);
     void finish(const TracedPointer& process, uint64_t time, int64_t code);
     void fillFromEpitaph(uint32_t pid, Entry& entry, int64_t& code);
+    void mend(uint32_t pid, Entry& entry, const TableEntry& known, uint64_t readAt);
     void announcePending(uint64_t now);
     void checkLeaderless(uint64_t now);
     Entry* findSince(uint32_t pid, uint64_t time);

@@ -4,6 +4,7 @@
 #include "platform/linux/ProcFile.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -12,7 +13,9 @@
 #include <dirent.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sched.h>
 #include <sys/eventfd.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -29,6 +32,7 @@ constexpr size_t noticesAtOnce = 100000;
 constexpr size_t queueLimit = 1000000;         // events that wait; then the kernel's buffers may fill
 constexpr size_t filesLimit = 10000;           // executables that are kept for the exit records
 constexpr uint64_t comparePause = 100'000'000; // nanoseconds from a loss to the comparison that mends it
+constexpr size_t nameSize = 16;                // of a thread
 constexpr uint64_t second = 1'000'000'000;
 constexpr uint64_t nanosecondsOfUnit = 100;
 constexpr uint64_t unitsBefore1970 = 116444736000000000;
@@ -45,6 +49,26 @@ uint64_t monotonicTime() {
 
 uint64_t bootOffset() {
     return timeOf(CLOCK_BOOTTIME) - monotonicTime();
+}
+
+/// The kernel numbers what it tells by processor, and a gap shows only when the next message comes from that one. So
+/// this thread visits each processor that it may, and has a message sent there by setting its own name.
+void speakOnEachProcessor() {
+    const auto processors = static_cast<size_t>(sysconf(_SC_NPROCESSORS_CONF));
+    std::vector<cpu_set_t> usual(processors / CPU_SETSIZE + 1);
+    std::vector<cpu_set_t> one(usual.size());
+    const size_t size = usual.size() * sizeof(cpu_set_t);
+    if (sched_getaffinity(0, size, usual.data()) != 0)
+        return;
+    std::array<char, nameSize> name{};
+    prctl(PR_GET_NAME, name.data());
+    for (size_t i = 0; i < processors; ++i) {
+        CPU_ZERO_S(size, one.data());
+        CPU_SET_S(i, size, one.data());
+        if (sched_setaffinity(0, size, one.data()) == 0)
+            prctl(PR_SET_NAME, name.data());
+    }
+    sched_setaffinity(0, size, usual.data());
 }
 
 void ring(const FileDescriptor& bell) {
@@ -242,11 +266,11 @@ void TraceSession::run() {
     setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), readerPriority); // refused: then not
     while (true) {
         const bool isWaiting = book_->isWaiting() || compareDue_ != 0;
-        if (connector_ && !pauseUntil(isWaiting ? waitingPause : idlePause, true))
+        const bool goesOn =
+            (!connector_ || pauseUntil(isWaiting ? waitingPause : idlePause, true)) && pauseUntil(fetchPause, false);
+        round(!goesOn); // what happened until the end is told
+        if (!goesOn)
             return;
-        if (!pauseUntil(fetchPause, false))
-            return;
-        round();
     }
 }
 
@@ -257,23 +281,42 @@ bool TraceSession::pauseUntil(int milliseconds, bool forNews) {
     return wanted[0].revents == 0;
 }
 
-void TraceSession::round() {
+void TraceSession::round(bool isLast) {
     {
         const std::lock_guard lock(mutex_);
         if (queue_.size() >= queueLimit)
             return;
     }
     fetch();
-    countLosses();
+    noteLosses();
     const uint64_t now = monotonicTime();
-    if (compareDue_ != 0 && now >= compareDue_) {
-        compareDue_ = 0;
-        const std::vector<TableEntry> table = readTable();
-        fetch();
-        book_->compare(table, now);
-    }
+    if (compareDue_ != 0 && (now >= compareDue_ || isLast))
+        mend(now);
     book_->tick(now);
     publish();
+}
+
+/// The connector keeps the books if it is there: what only the rings lose costs names at the most.
+uint64_t TraceSession::lossesOfSources() const {
+    return connector_ ? connector_->lost() : rings_->lost();
+}
+
+/// A gap that shows only while the books are being mended has them mended once more: it may be a new one.
+void TraceSession::noteLosses() {
+    const uint64_t seen = lossesOfSources() + (connector_ ? connector_->overruns() : 0);
+    if (seen != lossesSeen_ && compareDue_ == 0)
+        compareDue_ = monotonicTime() + comparePause;
+    lossesSeen_ = seen;
+}
+
+/// Sets the books right by the process table, and counts what was lost.
+void TraceSession::mend(uint64_t now) {
+    compareDue_ = 0;
+    speakOnEachProcessor();
+    const std::vector<TableEntry> table = readTable();
+    fetch();
+    book_->compare(table, now);
+    lost_ = lossesOfSources();
 }
 
 /// The connector first: what a process executes stands in its ring before the connector tells of it.
@@ -317,17 +360,6 @@ void TraceSession::apply(const ProcessNotice& notice) {
             rings_->takeExecuted(notice.pid, notice.time); // nobody will ask for it any more
         break;
     }
-}
-
-/// The connector keeps the books if it is there: what only the rings lose costs names at the most.
-void TraceSession::countLosses() {
-    const uint64_t lost = connector_ ? connector_->lost() : rings_->lost();
-    const uint64_t overruns = connector_ ? connector_->overruns() : 0;
-    if (lost != lostSeen_ || overruns != overrunsSeen_)
-        compareDue_ = monotonicTime() + comparePause;
-    lostSeen_ = lost;
-    overrunsSeen_ = overruns;
-    lost_ = lost;
 }
 
 void TraceSession::publish() {

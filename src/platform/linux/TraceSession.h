@@ -58,10 +58,12 @@ private:
     std::vector<TableEntry> readTable();
     void run();
     bool pauseUntil(int milliseconds, bool forNews);
-    void round();
+    void round(bool isLast);
     void fetch();
     void apply(const ProcessNotice& notice);
-    void countLosses();
+    void noteLosses();
+    void mend(uint64_t now);
+    uint64_t lossesOfSources() const;
     void publish();
     void noteFile(uint32_t pid, const std::string& path);
 
@@ -85,8 +87,7 @@ private:
     std::vector<ProcessNotice> notices_;
     std::vector<BookEvent> bookEvents_;
     uint64_t compareDue_ = 0; // when the process table is to be looked at; 0: not at all
-    uint64_t overrunsSeen_ = 0;
-    uint64_t lostSeen_ = 0;
+    uint64_t lossesSeen_ = 0;
 
     std::mutex mutex_; // guards the next
     std::deque<Item> queue_;

@@ -12,6 +12,7 @@
 
 #include <array>
 #include <cstdio>
+#include <utility>
 
 namespace Velmor {
 
@@ -19,13 +20,10 @@ namespace {
 constexpr int32_t tracerError = 17;
 constexpr int32_t memoryCritical = 21;
 constexpr int32_t exceptionWarning = 32;
-constexpr int32_t lossWarning = 41;
 constexpr uint32_t quitResult = static_cast<uint32_t>(-1);
 constexpr uint32_t tableLimit = 30000; // milliseconds that the poller's first round may take
 constexpr uint32_t tableStep = 50;
-constexpr uint32_t lossInterval = 60000; // milliseconds between two messages about lost events
-constexpr uint8_t startEvent = 1;
-constexpr uint8_t endEvent = 2;
+constexpr uint32_t restLimit = 1000; // milliseconds that events which wait at the end may take
 
 const Logger& logger() {
     return runtallyState().logger;
@@ -46,32 +44,25 @@ void reportException(const char* who, const StructuredException& failure) {
     logger().warning(exceptionWarning, text.data());
 }
 
-/// Says how many events were lost: at once for the first, and then at most once a minute.
-class LossReport {
-public:
-    void look() {
-        const uint64_t lost = KernelTracer::eventsLost();
-        if (lost < seen_) // a new session counts anew
-            seen_ = reported_ = 0;
-        seen_ = lost;
-        const uint32_t now = platform().clock->ticks();
-        if (lost == reported_ || (reported_ != 0 && now - lastReport_ < lossInterval))
-            return;
-        logger().warning(lossWarning, std::to_string(lost - reported_), std::to_string(lost));
-        reported_ = lost;
-        lastReport_ = now;
-    }
-
-private:
-    uint64_t seen_ = 0;
-    uint64_t reported_ = 0;
-    uint32_t lastReport_ = 0; // ticks
-};
-
+/// The session's question whether to go on. What it was told to hand over is taken, though the program may be told to
+/// quit just then.
 bool goOn() {
-    static LossReport losses;
-    losses.look();
-    return programState().quitFlag == 0;
+    TracerState& state = tracerState();
+    state.isAccepted = programState().quitFlag == 0;
+    if (state.isAccepted) {
+        state.losses.look();
+    } else {
+        state.losses.finish();
+        state.restBegin = platform().clock->ticks();
+    }
+    return state.isAccepted;
+}
+
+/// The same about what was waiting when the program was told to quit.
+bool takeRest() {
+    TracerState& state = tracerState();
+    state.isAccepted = platform().clock->ticks() - state.restBegin < restLimit;
+    return state.isAccepted;
 }
 
 /// An end that lies before this start belongs to a process that had the id before; it would cost the new process its
@@ -119,6 +110,7 @@ bool prepareTracer(uint32_t& result) {
         return false;
     }
     tracerState().tracer->setBufferCallback(goOn);
+    tracerState().tracer->setRestCallback(takeRest);
     tracerState().tracer->setEventCallback(processCallback);
     return true;
 }
@@ -166,12 +158,13 @@ uint32_t eventTracer(void* argument) {
 }
 
 void processCallback(const TraceEvent& event) {
-    if (programState().quitFlag)
+    const bool isAccepted = std::exchange(tracerState().isAccepted, false);
+    if (programState().quitFlag && !isAccepted)
         return;
     logger().debug(4, "Native event tracer callback: Processing...");
     logger().debug(5, "  Type=%s  InstanceId=%i  ParentInstanceId=%i  MofLength=%i  ProcessId=%i", typeName(event.type),
                    event.instanceId, event.parentInstanceId, event.payload.size(), event.processId);
-    if (event.type != startEvent && event.type != endEvent)
+    if (event.type != TraceEventType::start && event.type != TraceEventType::end)
         return;
     try {
         takeNews(event);

@@ -2,6 +2,7 @@
 
 #include "platform/KernelTrace.h"
 #include "process/KernelTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/LossReport.h"
 #include "shared/library/common/Monopoly.h"
 
 #include <atomic>
@@ -16,6 +17,9 @@ struct TracerState {
     std::unique_ptr<KernelTracer> tracer;   // by the tracer's thread while it runs, by the main thread afterwards
     std::atomic<bool> running{false};       // it reads events
     std::atomic<bool> tableReported{false}; // the poller's first full round is over
+    LossReport losses;                      // this and the next two by the tracer's thread
+    bool isAccepted = false;                // the session may hand the next event over, quitting or not
+    uint32_t restBegin = 0;                 // ticks, when it was told to stop
     std::set<uint32_t> ignoredStarts;       // ids of processes that run and are of no interest; under endedMapMonopoly
 };
 
