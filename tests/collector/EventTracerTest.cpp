@@ -204,14 +204,18 @@ TEST_F(EventTracerTest, AtTheEndOfTheProgramNothingIsTakenAnyMore) {
 }
 
 TEST_F(EventTracerTest, CompletingRoundsNameWhatTheEventsCouldNot) {
-    ScriptedProcess& nameless = collector.os.processes.start(8, "");
-    nameless.modulesFail = 100;
-    take(start, 8, "<<unknown>>", now());
-    collector.poll(); // the full round
-    nameless.modulesFail = 0;
-    nameless.path = "c:\\apps\\cad.exe";
+    collector.os.processes.canEnumerate = false;
+    collector.poll();
+    collector.os.processes.canEnumerate = true;
+    collector.os.processes.start(40, "c:\\apps\\cad.exe");
+    collector.poll();
+    EXPECT_TRUE(collector.tracked().contains(40)) << "a first round that failed is made up for";
+    Runtally::addProcess(ProcessPointer(new Process(41, now(), Process::Mode::ended, true)));
+    collector.os.processes.start(41, "c:\\apps\\late.exe");
     collector.os.processes.start(50, "c:\\apps\\new.exe");
     collector.poll();
+    EXPECT_EQ(collector.tracked().at(41)->getExecutable(), "c:\\apps\\late.exe");
+    EXPECT_EQ(collector.tracked().at(41)->getApplication(), "late");
     EXPECT_FALSE(collector.tracked().contains(50)) << "starts come from the events alone";
 }
 

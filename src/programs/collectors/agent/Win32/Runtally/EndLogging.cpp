@@ -4,6 +4,7 @@
 #include "programs/collectors/agent/Win32/Runtally/ModulePoller.h"
 #include "programs/collectors/agent/Win32/Runtally/PerformanceRecord.h"
 #include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
+#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 
@@ -11,7 +12,6 @@ namespace Velmor {
 
 namespace {
 constexpr int32_t discrepancyAllowance = 10; // seconds of inverted times that are dropped quietly after a record
-constexpr int32_t noAccessWarning = 23;
 constexpr int32_t futureEndWarning = 27;
 constexpr int32_t invertedTimesError = 28;
 
@@ -42,8 +42,8 @@ bool clampFutureEnd(Process& report, const Process& entry, DateTime& now) {
     return true;
 }
 
-/// Gives a process up whose slice would end before it starts; true if it did, and the process is checked in then.
-bool discardInverted(std::string_view who, ProcessPointer& entry, const DateTime& end) {
+/// Gives a process up whose slice would end before it starts; true if it did.
+bool discardInverted(std::string_view who, const ProcessPointer& entry, const DateTime& end) {
     const uint32_t pid = entry->pid();
     if (entry->getStart() <= end)
         return false;
@@ -55,7 +55,6 @@ bool discardInverted(std::string_view who, ProcessPointer& entry, const DateTime
     else
         logger().error(invertedTimesError, entry->getApplication(), pid, startText, endText);
     Runtally::removeProcess(pid);
-    Runtally::checkIn(entry);
     return true;
 }
 
@@ -80,12 +79,6 @@ void logSideRecords(const ProcessPointer& entry) {
     }
 }
 
-ProcessPointer findStopEvent(uint32_t pid) {
-    const MonopolyHold hold(registry().endedMapMonopoly);
-    const auto found = registry().endedProcessMap.find(pid);
-    return found == registry().endedProcessMap.end() ? ProcessPointer() : found->second;
-}
-
 void dropStopEvent(uint32_t pid) {
     const MonopolyHold hold(registry().endedMapMonopoly);
     Runtally::removeProcessFromEndedProcessMap(pid);
@@ -98,7 +91,7 @@ bool isOwnStopEvent(const Process& stopEvent, Process& entry) {
 }
 
 /// Writes the slice of an entry for whose id an end is waiting.
-void logSliceWithStopEvent(ProcessPointer& entry, const ProcessPointer& stopEvent) {
+void logSliceWithStopEvent(const ProcessPointer& entry, const ProcessPointer& stopEvent) {
     const uint32_t pid = entry->pid();
     if (isOwnStopEvent(*stopEvent, *entry)) {
         logger().debug(1, "logProcessUsage: Pending stop-event found for %i, (%s)", pid, entry->getExecutable());
@@ -106,25 +99,36 @@ void logSliceWithStopEvent(ProcessPointer& entry, const ProcessPointer& stopEven
         entry->setState(ProcessState::ended);
         Runtally::logProcessData(entry);
         Runtally::removeProcess(pid);
-        Runtally::checkIn(entry);
         dropStopEvent(pid);
         return;
     }
     logger().debug(1, "logProcessUsage: Invalid pending stop-event removed for %i", pid);
     dropStopEvent(pid);
     Runtally::logProcessData(entry);
-    Runtally::checkIn(entry);
+}
+
+void sliceAll(const DateTime& now) {
+    ProcessMap& map = registry().processMap;
+    for (auto place = map.begin(); place != map.end();) {
+        const ProcessPointer entry = place->second;
+        ++place; // a slice may take the entry at hand out of the map
+        entry->setEnd(now);
+        entry->setState(ProcessState::inUse);
+        Runtally::logProcessUsage(entry);
+        entry->setStart(now);
+    }
 }
 } // namespace
 
 void Runtally::logEndProcess(const ProcessPointer& report) {
     const uint32_t pid = report->pid();
     logger().debug(5, "Logging end of process %i", pid);
-    ProcessPointer entry;
-    if (!checkOut(pid, entry)) {
+    const CheckedOut found(pid);
+    if (!found.isAccessible()) {
         reportNoAccess("logEndProcess", pid);
         return;
     }
+    const ProcessPointer& entry = found.process();
     if (entry.isNull()) {
         reportNotFound("logEndProcess", *report);
         if (takeIgnoredStart(pid))
@@ -150,17 +154,17 @@ void Runtally::logEndProcess(const ProcessPointer& report) {
     logProcessData(entry);
     removeProcess(pid);
     logProcessEvent(false, entry);
-    checkIn(entry);
 }
 
 void Runtally::logProcessUsage(const ProcessPointer& report) {
     const uint32_t pid = report->pid();
     logger().debug(5, "Logging usage of process %i", pid);
-    ProcessPointer entry;
-    if (!checkOut(pid, entry)) {
+    const CheckedOut found(pid);
+    if (!found.isAccessible()) {
         reportNoAccess("logProcessUsage", pid);
         return;
     }
+    const ProcessPointer& entry = found.process();
     if (entry.isNull()) {
         reportNotFound("logProcessUsage", *report);
         return;
@@ -181,27 +185,21 @@ void Runtally::logProcessUsage(const ProcessPointer& report) {
         return;
     }
     logProcessData(entry);
-    checkIn(entry);
 }
 
 void Runtally::dumpAll() {
     logger().debug(1, "Dumping processes...");
-    if (!checkOutAll()) {
-        logger().warning(noAccessWarning, "dumpAll");
-        return;
+    TimeSpan taken;
+    {
+        const AllCheckedOut hold;
+        if (!hold) {
+            logger().warning(noAccessWarning, "dumpAll");
+            return;
+        }
+        const DateTime now;
+        sliceAll(now);
+        taken = DateTime() - now;
     }
-    const DateTime now;
-    ProcessMap& map = registry().processMap;
-    for (auto place = map.begin(); place != map.end();) {
-        const ProcessPointer entry = place->second;
-        ++place; // a slice may take the entry at hand out of the map
-        entry->setEnd(now);
-        entry->setState(ProcessState::inUse);
-        logProcessUsage(entry);
-        entry->setStart(now);
-    }
-    const TimeSpan taken = DateTime() - now;
-    checkInAll();
     logger().debug(1, "All processes has now been dumped. It took %s time.", taken.toString());
 }
 

@@ -3,6 +3,7 @@
 #include "programs/collectors/agent/Win32/Runtally/ModulePoller.h"
 
 #include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/UsageRecord.h"
@@ -16,7 +17,6 @@ namespace {
 constexpr int32_t moduleRecord = 53;
 constexpr int32_t statusInterval = 30; // seconds
 constexpr uint32_t roundPause = 250;   // milliseconds
-constexpr int32_t noAccessWarning = 23;
 constexpr const char* moduleDataType = "module";
 
 const Logger& logger() {
@@ -93,13 +93,15 @@ void logModule(const ProcessPointer& process, const ModuleRecord& module) {
 
 void modPoll(const std::atomic<int32_t>& report) {
     logger().debug(5, "Polling modules...");
-    if (!Runtally::checkOutAll()) {
-        logger().warning(noAccessWarning, "modPoll");
-        return;
+    {
+        const AllCheckedOut hold;
+        if (!hold) {
+            logger().warning(noAccessWarning, "modPoll");
+            return;
+        }
+        for (const auto& [pid, process] : runtallyState().registry.processMap)
+            logUnloaded(process, report);
     }
-    for (const auto& [pid, process] : runtallyState().registry.processMap)
-        logUnloaded(process, report);
-    Runtally::checkInAll();
     logger().debug(5, "   Done polling modules.");
 }
 

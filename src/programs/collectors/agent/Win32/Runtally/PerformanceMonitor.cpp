@@ -5,6 +5,7 @@
 #include "platform/Errors.h"
 #include "process/OscQuery.h"
 #include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "shared/library/common/FilePlain.h"
@@ -98,23 +99,6 @@ bool findCounters() {
     return true;
 }
 
-/// Gives the registry back, whatever ends the round.
-class RoundHold {
-public:
-    explicit RoundHold(std::string_view name) : name_(name), held_(Runtally::enforceMonopoly(name, 0)) {}
-    RoundHold(const RoundHold&) = delete;
-    RoundHold& operator=(const RoundHold&) = delete;
-    ~RoundHold() {
-        if (held_)
-            Runtally::relaxMonopoly(name_);
-    }
-    explicit operator bool() const { return held_; }
-
-private:
-    std::string_view name_;
-    bool held_;
-};
-
 void updateCounters(OscQuery* query, Process& process) {
     for (ProcessCounter& counter : process.counters()) {
         if (OscUpdateCounter(query, counter) != 0) {
@@ -134,7 +118,7 @@ bool sampleRound(OscQuery* query, const std::string& name) {
     if (runtallyState().registry.monitoredCount <= 0)
         return true;
     {
-        const RoundHold hold(name);
+        const RegistryHold hold(name);
         if (!hold)
             return true;
         if (OscCollectQueryData(query) == 0) {

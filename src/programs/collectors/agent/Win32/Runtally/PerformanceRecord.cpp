@@ -7,6 +7,7 @@
 #include "platform/Platform.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/PerformanceMonitor.h"
+#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/UsageRecord.h"
@@ -18,7 +19,6 @@ namespace Velmor {
 
 namespace {
 constexpr int32_t performanceRecord = 87;
-constexpr int32_t noAccessWarning = 23;
 constexpr int32_t memoryInterval = 3600; // seconds between two looks at the machine's memory
 constexpr uint32_t bytesOfMb = 1048576;
 constexpr uint32_t bitsOfMb = 20;
@@ -218,16 +218,20 @@ void logPerfMonData(const ProcessPointer& process, int32_t dumpTime) {
 
 void dumpPerfMon() {
     logger().debug(1, "Dumping performance data...");
-    if (!Runtally::checkOutAll()) {
-        logger().warning(noAccessWarning, "dumpPerfMon");
-        return;
+    TimeSpan taken;
+    {
+        const AllCheckedOut hold;
+        if (!hold) {
+            logger().warning(noAccessWarning, "dumpPerfMon");
+            return;
+        }
+        const DateTime now;
+        for (const auto& [pid, process] : runtallyState().registry.processMap)
+            if (process->isMonitored())
+                logPerfMonData(process, now.getSeconds());
+        taken = DateTime() - now;
     }
-    const DateTime now;
-    for (const auto& [pid, process] : runtallyState().registry.processMap)
-        if (process->isMonitored())
-            logPerfMonData(process, now.getSeconds());
-    Runtally::checkInAll();
-    logger().debug(1, "All performance data has now been dumped. It took %s time.", (DateTime() - now).toString());
+    logger().debug(1, "All performance data has now been dumped. It took %s time.", taken.toString());
 }
 
 } // namespace Velmor

@@ -50,12 +50,10 @@ DateTime dayBefore(const DateTime& reference) {
     return DateTime(seconds - seconds % secondsOfDay - secondsOfDay);
 }
 
-int32_t lastChangeOf(const std::string& directory) {
-    std::string path = directory;
-    FileUtils::stripSeparators(path);
-    FileInfo info;
-    FileOps::getInfo(path, info);
-    return info.exists ? DateTime(info.modified).getSeconds() : 0;
+int64_t lastChangeOf(const std::string& directory) {
+    int64_t seconds = 0;
+    FileOps::lastChange(directory, seconds);
+    return seconds;
 }
 
 std::string lineOf(const DateTime& when, std::string_view event, const Process& process) {
@@ -103,7 +101,7 @@ bool ProcessEventLog::openFile(const DateTime& now) {
 void ProcessEventLog::closeAndClean(const DateTime& now) {
     if (file_.isOpen())
         file_.close();
-    const int32_t changed = lastChangeOf(programState().tempDirectory);
+    const int64_t changed = lastChangeOf(programState().tempDirectory);
     if (!isCleaningDue(now, changed))
         return;
     directoryChanged_ = changed;
@@ -115,7 +113,7 @@ void ProcessEventLog::closeAndClean(const DateTime& now) {
 
 /// A file's age is counted in whole days from a UTC midnight, so it changes with the UTC day; and what lies in the
 /// directory doesn't change before its own time does. A change in the second of the last cleaning may have come later.
-bool ProcessEventLog::isCleaningDue(const DateTime& now, int32_t directoryChanged) const {
+bool ProcessEventLog::isCleaningDue(const DateTime& now, int64_t directoryChanged) const {
     const bool sameDay = cleanedAt_ >= 0 && cleanedAt_ / secondsOfDay == now.getSeconds() / secondsOfDay;
     const bool sameFiles =
         directoryChanged == directoryChanged_ && (directoryChanged < cleanedAt_ || now.getSeconds() == cleanedAt_);

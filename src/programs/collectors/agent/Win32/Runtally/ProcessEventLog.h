@@ -23,7 +23,7 @@ public:
 
 private:
     void closeAndClean(const DateTime& now);
-    bool isCleaningDue(const DateTime& now, int32_t directoryChanged) const;
+    bool isCleaningDue(const DateTime& now, int64_t directoryChanged) const;
     static void clean(const DateTime& now);
     bool openFile(const DateTime& now);
 
@@ -33,7 +33,7 @@ private:
 
     // The last cleaning, and what it hung on: another one finds nothing before one of these changes.
     int32_t cleanedAt_ = -1;       // seconds; -1 before the first
-    int32_t directoryChanged_ = 0; // seconds
+    int64_t directoryChanged_ = 0; // seconds
     int32_t cleanedDays_ = 0;      // as configured
     std::string cleanedDirectory_;
 

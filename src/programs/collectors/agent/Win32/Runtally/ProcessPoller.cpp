@@ -2,6 +2,7 @@
 
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "shared/library/common/Timer.h"
@@ -12,7 +13,6 @@ namespace {
 const TimeSpan statusInterval(10);
 constexpr uint32_t roundPause = 10; // milliseconds
 constexpr uint32_t quitPause = 25;  // milliseconds
-constexpr int32_t noAccessWarning = 23;
 
 const Logger& logger() {
     return runtallyState().logger;
@@ -20,25 +20,23 @@ const Logger& logger() {
 
 /// Gives a tracked process without a name what a fresh look has found. False if the round is over.
 bool completeEntry(const ProcessPointer& fresh) {
-    if (!Runtally::checkOutAll())
+    const AllCheckedOut hold;
+    if (!hold)
         return false;
     ProcessMap& map = runtallyState().registry.processMap;
     const auto entry = map.find(fresh->pid());
-    bool goesOn = true;
-    if (entry != map.end() && entry->second->isExecutableUnknown()) {
-        logger().debug(2, "procPoll: Completing process %u...", fresh->pid());
-        const std::string name = runtallyState().exeFinder->find(fresh->getExecutable());
-        goesOn = name != ExeFinder::ignored && !Process::isUnknownName(name);
-        if (goesOn) {
-            fresh->setApplication(name);
-            logger().debug(2, "procPoll: Application \"%s\" (pid=%i) has been completed.", name, fresh->pid());
-            entry->second->copyIdentity(*fresh);
-        } else {
-            logger().debug(5, "procPoll: Ignoring this process.");
-        }
+    if (entry == map.end() || !entry->second->isExecutableUnknown())
+        return true;
+    logger().debug(2, "procPoll: Completing process %u...", fresh->pid());
+    const std::string name = runtallyState().exeFinder->find(fresh->getExecutable());
+    if (name == ExeFinder::ignored || Process::isUnknownName(name)) {
+        logger().debug(5, "procPoll: Ignoring this process.");
+        return false;
     }
-    Runtally::checkInAll();
-    return goesOn;
+    fresh->setApplication(name);
+    logger().debug(2, "procPoll: Application \"%s\" (pid=%i) has been completed.", name, fresh->pid());
+    entry->second->copyIdentity(*fresh);
+    return true;
 }
 
 void completingRound() {
@@ -54,11 +52,13 @@ void completingRound() {
 
 void reportEnd(const ProcessPointer& change) {
     logger().debug(5, "      Process ended.");
-    ProcessPointer entry;
-    if (!Runtally::checkOut(change->pid(), entry)) {
+    Runtally::admitPending(change->pid());
+    const CheckedOut found(change->pid());
+    if (!found.isAccessible()) {
         logger().warning(noAccessWarning, "procPoll");
         return;
     }
+    const ProcessPointer& entry = found.process();
     if (entry.isNull()) {
         logger().debug(5, "      Unable to locate process in process map.");
         return;
@@ -67,7 +67,6 @@ void reportEnd(const ProcessPointer& change) {
     entry->setState(ProcessState::ended);
     entry->setEnd(change->getEnd());
     Runtally::logProcess(entry);
-    Runtally::checkIn(entry);
 }
 
 void reportChange(const ProcessPointer& change) {
@@ -79,15 +78,25 @@ void reportChange(const ProcessPointer& change) {
     Runtally::logProcess(change);
 }
 
+/// The poll's objects are the registry's as well by now, and this dates them.
+std::vector<ProcessPointer> takeChanges() {
+    RuntallyState& state = runtallyState();
+    std::vector<ProcessPointer> changes;
+    if (const RegistryHold hold("procPoll"); hold)
+        state.procPoll.getPollData(changes, TimeSpan(state.settings.pollInterval.getSeconds() / 2));
+    else
+        logger().warning(noAccessWarning, "procPoll"); // the next round finds them
+    return changes;
+}
+
 void fullRound() {
     RuntallyState& state = runtallyState();
-    state.polledOnce = true;
     if (!state.procPoll.poll(0)) {
         logger().debug(1, "Failed to poll process table.");
         return;
     }
-    std::vector<ProcessPointer> changes;
-    state.procPoll.getPollData(changes, TimeSpan(state.settings.pollInterval.getSeconds() / 2));
+    state.polledOnce = true; // not before: with events this is the round that enters what runs
+    const std::vector<ProcessPointer> changes = takeChanges();
     if (changes.empty())
         return;
     logger().debug(5, "Polling process table. Got %i changes since last time.", changes.size());
@@ -127,7 +136,7 @@ void Runtally::procPoll() {
         completingRound();
     else
         fullRound();
-    tracerState().tableReported = true;
+    tracerState().tableReported = runtallyState().polledOnce.load();
 }
 
 uint32_t processPoller(void* argument) {

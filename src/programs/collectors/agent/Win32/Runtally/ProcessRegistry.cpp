@@ -7,6 +7,7 @@
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/PerformanceMonitor.h"
+#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "shared/library/common/StructuredException.h"
@@ -93,12 +94,6 @@ void selectForMonitoring(const ProcessPointer& process, bool isTracked) {
                           state.processRules.isMonitored(Process::getLocalComputerName(), process->getExecutable()));
     if (process->isMonitored() && isTracked)
         addCounters(process);
-}
-
-ProcessPointer findStopEvent(uint32_t pid) {
-    const MonopolyHold hold(registry().endedMapMonopoly);
-    const auto found = registry().endedProcessMap.find(pid);
-    return found == registry().endedProcessMap.end() ? ProcessPointer() : found->second;
 }
 } // namespace
 
@@ -192,34 +187,44 @@ bool Runtally::addProcess(const ProcessPointer& process) {
         const MonopolyHold hold(registry().endedMapMonopoly);
         return removeProcessFromEndedProcessMap(pid);
     }
-    if (!enforceMonopoly("addProcess", 0))
-        return false;
-    if (const ProcessPointer predecessor = findPredecessor(process))
-        endPredecessor(predecessor, process);
-    const bool isNew = registry().processMap.try_emplace(pid, process).second;
-    selectForMonitoring(process, isNew);
-    relaxMonopoly("addProcess");
+    {
+        const RegistryHold hold("addProcess");
+        if (!hold)
+            return false;
+        if (const ProcessPointer predecessor = findPredecessor(process))
+            endPredecessor(predecessor, process);
+        const bool isNew = registry().processMap.try_emplace(pid, process).second;
+        selectForMonitoring(process, isNew);
+    }
     logger().debug(5, "Added process %i", pid);
     return true;
 }
 
 bool Runtally::removeProcess(uint32_t pid) {
     logger().debug(5, "Removing ended process %i from internal structure", pid);
-    if (!enforceMonopoly("removeProcess", 0)) {
-        logger().debug(5, "removeProcess: Could not enforce monopoly.");
-        return false;
+    {
+        const RegistryHold hold("removeProcess");
+        if (!hold) {
+            logger().debug(5, "removeProcess: Could not enforce monopoly.");
+            return false;
+        }
+        ProcessRegistry& maps = registry();
+        if (const auto found = maps.processMap.find(pid); found != maps.processMap.end()) {
+            if (found->second->isMonitored())
+                --maps.monitoredCount;
+            maps.processMap.erase(found);
+        } else {
+            logger().debug(5, "removeProcess: Process %i not found, already removed?", pid);
+        }
     }
-    ProcessRegistry& maps = registry();
-    if (const auto found = maps.processMap.find(pid); found != maps.processMap.end()) {
-        if (found->second->isMonitored())
-            --maps.monitoredCount;
-        maps.processMap.erase(found);
-    } else {
-        logger().debug(5, "removeProcess: Process %i not found, already removed?", pid);
-    }
-    relaxMonopoly("removeProcess");
     logger().debug(5, "Removed process %i", pid);
     return true;
+}
+
+ProcessPointer Runtally::findStopEvent(uint32_t pid) {
+    const MonopolyHold hold(registry().endedMapMonopoly);
+    const auto found = registry().endedProcessMap.find(pid);
+    return found == registry().endedProcessMap.end() ? ProcessPointer() : found->second;
 }
 
 bool Runtally::addProcessToEndedProcessMap(const ProcessPointer& process) {

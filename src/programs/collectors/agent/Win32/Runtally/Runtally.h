@@ -25,7 +25,8 @@ public:
     // The registry.
 
     /// Takes the registry's lock within about five seconds; a lock that nobody owns and that can't be entered is reset.
-    /// `name` says who asks. On true the caller holds it once more than before.
+    /// `name` says who asks, `retriedBy` is the thread that tries again after such a reset, else 0. On true the caller
+    /// holds it once more than before.
     static bool enforceMonopoly(std::string_view name, uint32_t retriedBy);
     static void relaxMonopoly(std::string_view name);
 
@@ -40,7 +41,10 @@ public:
     /// Tracks a process. One whose end has been reported already gets its record at once, and isn't tracked. False if
     /// the lock could not be had.
     static bool addProcess(const ProcessPointer& process);
+    /// False if the lock could not be had; true also if there was none of that id.
     static bool removeProcess(uint32_t pid);
+    /// The end that waits for its start, or null.
+    static ProcessPointer findStopEvent(uint32_t pid);
     /// The caller holds the lock of the map.
     static bool addProcessToEndedProcessMap(const ProcessPointer& process);
     static bool removeProcessFromEndedProcessMap(uint32_t pid);
@@ -57,6 +61,9 @@ public:
     static void logStartProcess(const ProcessPointer& process);
     /// Tries again to name the processes that had no name yet.
     static void retryPendingInfo();
+    /// Has a process that waits for its name, and that has ended, tracked under what can be said of it, so that its end
+    /// finds it. Nothing happens if none of that id waits.
+    static void admitPending(uint32_t pid);
     /// Writes the last records of a process and gives it up. An end without a start waits for it.
     static void logEndProcess(const ProcessPointer& report);
     /// Writes a slice of a process that runs on.

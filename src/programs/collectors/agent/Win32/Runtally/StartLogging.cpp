@@ -2,6 +2,7 @@
 
 #include "process/IdValues.h"
 #include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 
@@ -9,7 +10,6 @@ namespace Velmor {
 
 namespace {
 constexpr uint32_t lastSystemPid = 9; // ids up to here are the system's own and may have no executable
-constexpr int32_t noAccessWarning = 23;
 constexpr int32_t futureStartWarning = 26;
 
 const Logger& logger() {
@@ -21,6 +21,18 @@ void park(const ProcessPointer& process) {
     ProcessRegistry& maps = runtallyState().registry;
     const MonopolyHold hold(maps.pendingInfoMonopoly);
     maps.pendingInfoMap[process->pid()] = process;
+}
+
+/// Takes a process that waits on as the start that it is, though a poll may have marked its end by now.
+void admit(const ProcessPointer& process) {
+    runtallyState().registry.pendingInfoMap.erase(process->pid());
+    process->setState(ProcessState::started);
+    Runtally::logProcess(process);
+}
+
+bool isNonePending() {
+    const MonopolyHold hold(runtallyState().registry.pendingInfoMonopoly);
+    return runtallyState().registry.pendingInfoMap.empty();
 }
 
 /// Whether the process has no name yet although it should, after another look at it.
@@ -79,18 +91,35 @@ void Runtally::logStartProcess(const ProcessPointer& process) {
 
 void Runtally::retryPendingInfo() {
     ProcessRegistry& maps = runtallyState().registry;
-    const MonopolyHold hold(maps.pendingInfoMonopoly);
-    std::vector<uint32_t> named;
+    if (isNonePending())
+        return;
+    const RegistryHold hold("retryPendingInfo"); // first, as everywhere: a slice waits for the other with this one held
+    if (!hold)
+        return; // they wait on
+    const MonopolyHold pendingHold(maps.pendingInfoMonopoly);
+    std::vector<ProcessPointer> named;
     for (const auto& [pid, process] : maps.pendingInfoMap) {
         process->refreshInfo();
         if (!process->isExecutableUnknown())
-            named.push_back(pid);
+            named.push_back(process);
     }
-    for (const uint32_t pid : named) {
-        const ProcessPointer process = maps.pendingInfoMap[pid];
-        maps.pendingInfoMap.erase(pid);
-        logProcess(process);
-    }
+    for (const ProcessPointer& process : named)
+        admit(process);
+}
+
+void Runtally::admitPending(uint32_t pid) {
+    ProcessRegistry& maps = runtallyState().registry;
+    if (isNonePending())
+        return;
+    const RegistryHold hold("admitPending");
+    if (!hold)
+        return;
+    const MonopolyHold pendingHold(maps.pendingInfoMonopoly);
+    const auto found = maps.pendingInfoMap.find(pid);
+    if (found == maps.pendingInfoMap.end())
+        return;
+    admit(ProcessPointer(found->second));
+    maps.pendingInfoMap.erase(pid); // no further look will find what has ended
 }
 
 } // namespace Velmor
