@@ -21,9 +21,16 @@ bool IncludeExclude::isIncluded(const RuleFacts& facts) {
     return rule->status == RuleStatus::include;
 }
 
+void IncludeExclude::take(IncludeExclude& other) {
+    rules_ = std::move(other.rules_);
+    references_ = std::move(other.references_);
+    matchedLine_ = -1;
+}
+
 void IncludeExclude::clear() {
     rules_.clear();
     references_.clear();
+    matchedLine_ = -1;
 }
 
 } // namespace Velmor

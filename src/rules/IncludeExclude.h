@@ -38,7 +38,10 @@ public:
     /// The line of the rule that decided last, whichever thread asked; -1 until one has.
     int32_t getMatchedLine() const { return matchedLine_.load(std::memory_order_relaxed); }
 
-    /// Drops all rules, as a reconfiguration needs it.
+    /// Takes the rules of another over in place of its own. While nobody asks.
+    void take(IncludeExclude& other);
+
+    /// Drops all rules.
     void clear();
 
 private:

@@ -103,8 +103,10 @@ TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMend
     ASSERT_TRUE(agent.configure());
     ASSERT_TRUE(agent.startThreads());
     directory.write("primetime", "*:*:*:*:*\n");
+    registerLogFile(directory / "Kept", "kept", TimeSpan(3600), false, nullptr);
     agent.succeeds = false;
     EXPECT_FALSE(agent.reconfigure());
+    EXPECT_TRUE(logFileRegistry().contains("kept")) << "for the last slices of what runs";
     EXPECT_EQ(getClassText(DateTime()), "prime");
     EXPECT_TRUE(agent.checkThreads()) << "there is none that could have died";
     EXPECT_TRUE(agent.checkThreads());
@@ -112,7 +114,21 @@ TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMend
     std::filesystem::remove(directory / "primetime");
     EXPECT_TRUE(agent.reconfigure());
     EXPECT_EQ(getClassText(DateTime()), "undef") << "the file has gone";
+    EXPECT_FALSE(logFileRegistry().contains("kept"));
     EXPECT_TRUE(agent.stopAndVerify());
+}
+
+TEST_F(AgentTest, AReconfigurationWithAMistakeChangesNothingAndNamesTheLine) {
+    PlainAgent agent("dummy");
+    ASSERT_TRUE(agent.configure());
+    write("runtally () = \"\" {\n    interval (TimeSpan) = P1H\n}\n");
+    EXPECT_FALSE(agent.reconfigure());
+    EXPECT_EQ(agent.configurations, 1);
+    EXPECT_EQ(agent.conf().getLastError(), "");
+    const std::string log = readFile(directory / "RuntallyDebug.log");
+    EXPECT_NE(log.find("(2.21.16)"), std::string::npos) << log;
+    EXPECT_NE(log.find("runtally.conf"), std::string::npos) << log;
+    EXPECT_NE(log.find("line 4"), std::string::npos) << log;
 }
 
 } // namespace Velmor

@@ -33,10 +33,10 @@ bool isDue(const std::string& key, LogFileEntry& entry, const DateTime& now) {
         entry.lastDelivered = alignedNow(entry.interval);
         return false;
     }
-    const DateTime due = entry.lastDelivered + entry.interval;
-    if (due > now)
+    const int64_t passed = int64_t{now.getSeconds()} - entry.lastDelivered.getSeconds();
+    if (passed < entry.interval.getSeconds())
         return false;
-    const bool missedPeriod = due + entry.interval <= now;
+    const bool missedPeriod = passed >= 2 * int64_t{entry.interval.getSeconds()};
     entry.lastDelivered = alignedNow(entry.interval);
     if (missedPeriod)
         agentLogger().debug(5, "Adjusted LastDelivered time of %s after resuming.", key);

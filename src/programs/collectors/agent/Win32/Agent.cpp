@@ -19,7 +19,8 @@ namespace Velmor {
 
 namespace {
 constexpr size_t catalogueGenerations = 2;
-}
+constexpr int32_t notTakenOver = 16;
+} // namespace
 
 Agent::Agent(std::string_view commandLine) : arguments_(parseCommandLine(commandLine)) {
     if (!arguments_.empty())
@@ -58,8 +59,9 @@ bool Agent::configure() {
         loggerContext_.conf = SmartPointer<ConfReader>(new ConfReader(loggerContext_.centre));
     if (!agentLogger().isSet())
         agentLogger().set(SmartPointer<LoggerUnit>(new LoggerUnit(loggerContext_.centre, LogModule::agent)));
-    if (!readConfigurationDirectory(directory) || !loadConfiguration(directory))
+    if (!readConfigurationDirectory(directory))
         return false;
+    loadConfiguration(directory);
     loadLogMessages();
     configureLogging(loggerContext_);
     int32_t level = 0;
@@ -125,21 +127,21 @@ bool Agent::readConfigurationDirectory(std::string& directory) {
     return true;
 }
 
-bool Agent::loadConfiguration(const std::string& directory) {
-    std::string file = directory + lowerName() + ".conf";
+std::string Agent::configurationFile(const std::string& directory) const {
+    return configurationFile_.empty() ? directory + lowerName() + ".conf" : configurationFile_;
+}
+
+void Agent::loadConfiguration(const std::string& directory) {
     if (!arguments_.empty() && arguments_.front().first == "c") {
-        file = arguments_.front().second;
+        configurationFile_ = arguments_.front().second;
         arguments_.erase(arguments_.begin());
     }
-    if (configurationFile_.empty())
-        configurationFile_ = file;
-    loggerContext_.conf->buildDOMTree(configurationFile_);
-    const std::string problem = loggerContext_.conf->getLastError();
-    if (problem.empty())
-        return true;
+    loggerContext_.conf->buildDOMTree(configurationFile(directory));
     // What was read before the mistake is in force; without the keys that must be there the start-up fails by them.
+    const std::string problem = loggerContext_.conf->getLastError();
+    if (!problem.empty())
+        agentLogger().debug(0, problem);
     programState().startupFailure = problem;
-    return true;
 }
 
 void Agent::loadLogMessages() {
@@ -198,15 +200,44 @@ bool Agent::reconfigure() {
     return runs;
 }
 
+/// A mistake is told while all goes on as before.
+bool Agent::isConfigurationUsable() {
+    std::string directory;
+    if (!readConfigurationDirectory(directory))
+        return false;
+    ConfReader fresh(loggerContext_.centre);
+    fresh.buildDOMTree(configurationFile(directory));
+    std::string problem = fresh.getLastError();
+    if (problem.empty() && acceptsConfiguration(fresh, problem))
+        return true;
+    agentLogger().error(notTakenOver, problem);
+    agentLogger().debug(0, problem);
+    return false;
+}
+
 bool Agent::restartWorkers() {
     const MonopolyHold hold(programState().deliveryMonopoly);
-    if (!stopAndVerify() || programState().quitFlag)
+    if (!isConfigurationUsable() || !stopAndVerify() || programState().quitFlag)
         return false;
     threads_.clear();
-    logFileRegistry().clear();
-    if (configure())
+    if (configureAgain())
         return startThreads();
     threads_.clear(); // what was prepared before the failure must not be taken for a worker that died
+    agentLogger().error(notTakenOver, programState().startupFailure);
+    agentLogger().debug(0, programState().startupFailure);
+    return false;
+}
+
+/// The data files are ended where they stand. If the new configuration fails they are entered again, for what runs has
+/// seconds to be written at the end of the program.
+bool Agent::configureAgain() {
+    for (const auto& [key, entry] : logFileRegistry())
+        releaseLogFile(key);
+    LogFileRegistry former;
+    former.swap(logFileRegistry());
+    if (configure())
+        return true;
+    former.swap(logFileRegistry());
     return false;
 }
 

@@ -31,8 +31,13 @@ public:
     /// Runs until the program is to end.
     virtual void run() = 0;
 
-    /// Stops the workers, configures anew and starts them again. False if one of these failed: the workers stay down.
+    /// Stops the workers, configures anew and starts them again. False, and nothing changes, if the configuration has a
+    /// mistake; a message says which. False also if a step failed on the way: the workers stay down then, and the last
+    /// slices go to the former data files.
     virtual bool reconfigure();
+
+    /// Looks at files that a new configuration names, before it is taken over. False with what is wrong in `problem`.
+    virtual bool acceptsConfiguration(const ConfReader& /*fresh*/, std::string& /*problem*/) const { return true; }
 
     /// The collector's own part of the configuration. False if it can't go on.
     virtual bool configureCollector() = 0;
@@ -53,8 +58,9 @@ public:
     void stopThreads();
     /// Ends by force what still runs. False if something does so all the same.
     bool verifyStoppedThreads();
-    /// Waits a little longer for workers that were told to end and are in the middle of something.
-    void awaitBusyThreads();
+    /// Waits two seconds at most for the workers that take part in the report protocol, or with 0 for the others, to
+    /// end by themselves: they may be in the middle of something.
+    void awaitThreads(uint16_t reporting);
     /// `stopThreads`, a pause, `verifyStoppedThreads`.
     bool stopAndVerify();
     /// One pass of supervision: looks at all workers, and mends what isn't well. False if the program must end.
@@ -92,11 +98,14 @@ protected:
     static bool fail(const std::string& causeAndRemedy);
 
 private:
+    bool isConfigurationUsable();
     bool restartWorkers();
+    bool configureAgain();
     bool startOwnLogging();
     bool takeInstanceGuard();
     bool readConfigurationDirectory(std::string& directory);
-    bool loadConfiguration(const std::string& directory);
+    void loadConfiguration(const std::string& directory);
+    std::string configurationFile(const std::string& directory) const;
     void loadLogMessages();
     bool loadPrimeTime(const std::string& directory);
     void readStaticInfo();
@@ -113,7 +122,7 @@ private:
     Monopoly instanceGuard_; // keeps a second copy of the collector from starting
     LoggerContext loggerContext_;
     std::vector<Argument> arguments_;
-    std::string configurationFile_;     // found at the first configuration, read again at each later one
+    std::string configurationFile_;     // as the command line names it; empty: the usual one
     std::list<LogCommons> logMessages_; // the message catalogue; behind the former one, which may still be looked at
     SmartPointer<IPCServer> ipcServer_;
     bool initiating_ = true; // the next look at the threads asks

@@ -94,6 +94,7 @@ void Agent::stopThreads() {
             record.report = Report::stop;
             ++signalled;
         } else if (stopThread(record)) {
+            threadLost(record);
             record.state = ThreadState::down;
             ++killed;
         }
@@ -111,7 +112,8 @@ bool Agent::verifyStoppedThreads() {
             continue;
         }
         threadLost(record);
-        stopThread(record);
+        if (stopThread(record))
+            threadLost(record); // what it has taken since
         if (record.thread->getStatus() != JobStatus::running)
             ++killed;
     }
@@ -123,9 +125,10 @@ bool Agent::verifyStoppedThreads() {
     return false;
 }
 
-void Agent::awaitBusyThreads() {
-    const auto isBusy = [](const ThreadRecord& record) {
-        return (record.reporting & ThreadRecord::takesPart) && record.thread->getStatus() == JobStatus::running;
+void Agent::awaitThreads(uint16_t reporting) {
+    const auto isBusy = [reporting](const ThreadRecord& record) {
+        return (record.reporting & ThreadRecord::takesPart) == reporting &&
+               record.thread->getStatus() == JobStatus::running;
     };
     for (uint32_t waited = 0; waited < busyLimit && std::any_of(threads_.begin(), threads_.end(), isBusy);
          waited += busyStep)
@@ -135,7 +138,7 @@ void Agent::awaitBusyThreads() {
 bool Agent::stopAndVerify() {
     stopThreads();
     Timer::sleep(verifyPause);
-    awaitBusyThreads();
+    awaitThreads(ThreadRecord::takesPart);
     return verifyStoppedThreads();
 }
 
@@ -235,6 +238,7 @@ bool Agent::killSilent(ThreadRecord& record) {
     threadLost(record);
     if (!succeeds([&] { record.thread->stop(); }, fatalReport(stopFailed, record)))
         return false;
+    threadLost(record); // what it has taken since
     record.state = ThreadState::down;
     agentLogger().debug(5, "   Check: \"%s\" has been killed.", record.name);
     return true;

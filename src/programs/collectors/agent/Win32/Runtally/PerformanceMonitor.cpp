@@ -14,6 +14,7 @@
 #include "shared/library/common/TextUtils.h"
 #include "shared/library/common/Timer.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <limits>
@@ -24,6 +25,7 @@ namespace Velmor {
 namespace {
 const TimeSpan statusInterval(10);
 constexpr uint32_t pausesOfRound = 10;
+constexpr uint32_t longestPause = 500; // milliseconds
 constexpr uint32_t millisecondsOfSecond = 1000;
 constexpr uint32_t failedThread = std::numeric_limits<uint32_t>::max();
 constexpr int32_t notDone = 21;
@@ -133,9 +135,15 @@ bool sampleRound(OscQuery* query, const std::string& name) {
     return false;
 }
 
-void pauseRound(const ThreadRecord& record, uint32_t step) {
+/// Answers the supervisor meanwhile: an interval may be longer than its patience.
+void pauseRound(ThreadRecord& record, uint32_t step) {
     for (uint32_t i = 0; i < pausesOfRound && record.report != Report::stop; ++i)
-        Timer::sleep(step);
+        for (uint32_t left = step; left > 0 && record.report != Report::stop && programState().quitFlag == 0;) {
+            const uint32_t piece = std::min(left, longestPause);
+            Timer::sleep(piece);
+            left -= piece;
+            reportStatus(record.report, false);
+        }
 }
 
 void runRounds(ThreadRecord& record, OscQuery* query) {

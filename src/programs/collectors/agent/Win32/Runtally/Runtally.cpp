@@ -78,11 +78,12 @@ void Runtally::run() {
     logger().debug(1, "Runtally main loop has exited.");
     platform().serviceManager->stopping();
     awaitStatusMonitor(); // it may be changing the list of the workers
+    awaitThreads(0);      // the tracer takes what has happened until now
     stopThreads();
     const uint32_t begin = platform().clock->ticks();
     while (platform().clock->ticks() - begin < stopTime)
         Timer::sleep(stopStep);
-    awaitBusyThreads();
+    awaitThreads(ThreadRecord::takesPart);
     verifyStoppedThreads();
     deliverAll(true);
     logger().debug(1, "Runtally main control has ended.");

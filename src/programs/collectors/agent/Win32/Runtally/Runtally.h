@@ -19,6 +19,7 @@ public:
 
     void run() override;
     bool configureCollector() override;
+    bool acceptsConfiguration(const ConfReader& fresh, std::string& problem) const override;
     void awaitWorkers() override;
     void supervisionRound() override { retryPendingInfo(); }
 
@@ -87,10 +88,12 @@ public:
 private:
     bool prepareDirectories();
     void readIntervals();
+    bool isOn(std::string_view key) const;
     void readPolling();
     void readEventLog();
     void readModules();
     void readEvents();
+    void chooseEvents();
     void readPerformance();
     void readInterval(std::string_view key, TimeSpan& span, const TimeSpan& otherwise) const;
     bool prepareExeFinder();

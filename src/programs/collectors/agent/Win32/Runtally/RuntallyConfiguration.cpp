@@ -14,6 +14,8 @@
 #include "shared/library/common/FileUtils.h"
 #include "shared/library/common/SystemInfo.h"
 
+#include <limits>
+
 namespace Velmor {
 
 namespace {
@@ -45,6 +47,10 @@ std::string installDirectory() {
     FileUtils::normalisePath(directory);
     FileUtils::addSeparator(directory);
     return directory;
+}
+
+std::string ruleProblem(const std::string& file, const std::string& error) {
+    return "The rule file \"" + file + "\" can't be loaded (" + error + "); correct it.";
 }
 } // namespace
 
@@ -90,8 +96,10 @@ bool Runtally::getConfInterval(std::string_view key, TimeSpan& span) const {
     TimeSpanParts parts;
     if (conf().getTimeSpan(key, parts) != ConfReader::FOUND)
         return false;
+    constexpr int64_t longest = std::numeric_limits<int32_t>::max();
+    const int64_t seconds = ((int64_t{parts.days} * 24 + parts.hours) * 60 + parts.minutes) * 60 + parts.seconds;
     span = TimeSpan(parts);
-    return span.getSeconds() > 0;
+    return seconds <= longest && span.getSeconds() > 0;
 }
 
 /// Reads an interval, and says which one is in force.
@@ -105,17 +113,24 @@ void Runtally::readInterval(std::string_view key, TimeSpan& span, const TimeSpan
 }
 
 void Runtally::readIntervals() {
-    TimeSpanParts parts;
-    const bool found = conf().getTimeSpan("runtally.interval", parts) == ConfReader::FOUND;
-    programState().defaultInterval = found ? TimeSpan(parts) : TimeSpan(defaultDelivery);
-    logger().debug(4, "Data delivery at interval: %s.", programState().defaultInterval.toString());
-    settings().performanceDeliveryInterval = TimeSpan(defaultPerformanceDelivery);
-    if (conf().getTimeSpan("runtally.interval.performance-monitor", parts) == ConfReader::FOUND)
-        settings().performanceDeliveryInterval = TimeSpan(parts);
+    TimeSpan& delivery = programState().defaultInterval;
+    if (!getConfInterval("runtally.interval", delivery))
+        delivery = TimeSpan(defaultDelivery);
+    logger().debug(4, "Data delivery at interval: %s.", delivery.toString());
+    TimeSpan& performance = settings().performanceDeliveryInterval;
+    if (!getConfInterval("runtally.interval.performance-monitor", performance))
+        performance = TimeSpan(defaultPerformanceDelivery);
+}
+
+/// A key that is absent turns off what an earlier configuration turned on.
+bool Runtally::isOn(std::string_view key) const {
+    bool on = false;
+    conf().getBool(key, on);
+    return on;
 }
 
 void Runtally::readPolling() {
-    conf().getBool("runtally.logging.process-data.polling", settings().pollingOn);
+    settings().pollingOn = isOn("runtally.logging.process-data.polling");
     if (!settings().pollingOn)
         return;
     logger().debug(1, "Will be polling process table...");
@@ -123,7 +138,7 @@ void Runtally::readPolling() {
 }
 
 void Runtally::readEventLog() {
-    conf().getBool("runtally.logging.process-data.log-to-file", settings().eventLogOn);
+    settings().eventLogOn = isOn("runtally.logging.process-data.log-to-file");
     if (!settings().eventLogOn)
         return;
     settings().eventLogStem = "procevents";
@@ -133,20 +148,27 @@ void Runtally::readEventLog() {
 }
 
 void Runtally::readModules() {
-    conf().getBool("runtally.logging.module-data", settings().moduleLogging);
+    settings().moduleLogging = isOn("runtally.logging.module-data");
     if (!settings().moduleLogging)
         return;
     logger().debug(1, "Will be polling process modules...");
     readInterval("runtally.logging.module-data.interval", settings().modulePollInterval, TimeSpan());
     std::string& file = settings().moduleFilterFile;
+    file.clear();
     conf().getFileName("runtally.logging.module-data.interval.filter", file);
     if (file.empty())
         file = configurationDirectory() + "/runtally_modpoller.conf";
 }
 
 void Runtally::readEvents() {
-    bool events = false;
-    if (conf().getBool("runtally.logging.process-data.events", events) != ConfReader::FOUND || !events)
+    settings().eventsActive = 0;
+    chooseEvents();
+    if (settings().eventsActive != 1)
+        tracerState().tracer.reset(); // of an earlier configuration; no thread reads it now
+}
+
+void Runtally::chooseEvents() {
+    if (!isOn("runtally.logging.process-data.events"))
         return;
     logger().debug(1, "Will be using process events...");
     if (programState().staticInfo.osName.find("NT") != std::string::npos) {
@@ -156,15 +178,14 @@ void Runtally::readEvents() {
             settings().pollInterval = TimeSpan(forcedPoll);
         return;
     }
-    bool native = false;
-    if (conf().getBool("runtally.logging.process-data.events.native", native) != ConfReader::FOUND || !native)
+    if (!isOn("runtally.logging.process-data.events.native"))
         return;
     logger().debug(1, "   Will be using native W2K/XP event logger.");
     settings().eventsActive = 1;
 }
 
 void Runtally::readPerformance() {
-    conf().getBool("runtally.logging.performance-monitor", settings().performanceMonitoring);
+    settings().performanceMonitoring = isOn("runtally.logging.performance-monitor");
     if (!settings().performanceMonitoring)
         return;
     const std::string directory = configurationDirectory();
@@ -172,6 +193,7 @@ void Runtally::readPerformance() {
     readInterval("runtally.logging.performance-monitor.interval", settings().performancePollInterval,
                  TimeSpan(defaultPerformancePoll));
     const auto readFile = [&](std::string_view key, std::string& file, const char* otherwise) {
+        file.clear();
         conf().getFileName(key, file);
         if (file.empty())
             file = directory + otherwise;
@@ -235,16 +257,29 @@ void Runtally::loadApplicationMappings() {
     }
 }
 
-bool Runtally::loadRules() {
+bool Runtally::acceptsConfiguration(const ConfReader& fresh, std::string& problem) const {
     std::string file;
-    conf().getFileName("runtally.include-exclude", file);
-    IncludeExclude& rules = runtallyState().includeExclude;
-    rules.clear();
+    fresh.getFileName("runtally.include-exclude", file);
+    IncludeExclude rules;
     std::string error;
     if (file.empty() || rules.load(file, error))
         return true;
+    problem = ruleProblem(file, error);
+    return false;
+}
+
+/// Rules that can't be loaded leave the former ones.
+bool Runtally::loadRules() {
+    std::string file;
+    conf().getFileName("runtally.include-exclude", file);
+    IncludeExclude rules;
+    std::string error;
+    if (file.empty() || rules.load(file, error)) {
+        runtallyState().includeExclude.take(rules);
+        return true;
+    }
     logger().fatal(34, file, error);
-    return fail("The rule file \"" + file + "\" can't be loaded (" + error + "); correct it.");
+    return fail(ruleProblem(file, error));
 }
 
 bool Runtally::prepareThreads() {
