@@ -1,12 +1,11 @@
 #include "process/ApplicationMappings.h"
 
-#include "shared/library/common/StringSearcher.h"
 #include "shared/library/common/TextUtils.h"
 
 namespace Velmor {
 
 bool ApplicationMappingsReader::addLine(std::string line) {
-    StringSearcher::trim(line);
+    trimBlanks(line);
     if (line.empty() || line.front() == '#')
         return true;
     if (!inBlock_ && line == "{") {
@@ -43,8 +42,8 @@ void ApplicationMappingsReader::addEntry(const std::string& line) {
     if (kind_ != MappingKind::ignore && equals != std::string::npos) {
         name = line.substr(0, equals);
         value = line.substr(equals + 1);
-        StringSearcher::trim(name);
-        StringSearcher::trim(value);
+        trimBlanks(name);
+        trimBlanks(value);
     }
     toLower(name);
     mappings_.try_emplace(std::move(name), Mapping{std::move(value), kind_});

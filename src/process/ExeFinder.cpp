@@ -121,12 +121,10 @@ bool ExeFinder::nameByMapping(ExeInfo& info) const {
     case MappingKind::mapAlways:
         info.applicationName = mapping->second.value;
         return true;
-    case MappingKind::mapMedium: {
-        std::string description = info.fileDescription;
-        clean(description);
-        info.applicationName = description.empty() ? mapping->second.value : description;
-        return !description.empty();
-    }
+    case MappingKind::mapMedium:
+        clean(info.fileDescription); // what has no letter is no description, and the value stands in its place
+        info.applicationName = info.fileDescription.empty() ? mapping->second.value : info.fileDescription;
+        return !info.fileDescription.empty();
     default:
         info.applicationName = mapping->second.value;
         return false;

@@ -51,10 +51,12 @@ bool isCleaningDue() {
 }
 
 /// Whether there are no files at all, going by the time of the directory's last change: it spares four looks at each
-/// start of a process.
+/// start of a process. Without a directory of their own they may lie anywhere.
 bool hasNoFiles() {
     constexpr int32_t settlingTime = 2; // seconds; a change within the clock's grain of the one that was seen hides
     const std::string directory = findDirectory();
+    if (directory.empty())
+        return false;
     int64_t changed = 0;
     if (!FileOps::lastChange(directory, changed))
         return true;

@@ -3,7 +3,7 @@
 #include "platform/Platform.h"
 #include "platform/VersionResources.h"
 #include "shared/library/common/FileOps.h"
-#include "shared/library/common/StringSearcher.h"
+#include "shared/library/common/TextUtils.h"
 #include "shared/library/logger/Logger.h"
 
 #include <optional>
@@ -58,15 +58,10 @@ bool readTextsInSomeLanguage(VersionResource& resource, Translation translation,
     return false;
 }
 
-/// The text without leading blanks, and without the zero byte that its length counts.
+/// The text without blanks at its ends, and without the zero byte that its length counts.
 std::string tidy(const std::string& raw) {
-    size_t begin = 0;
-    while (begin < raw.size() && static_cast<unsigned char>(raw[begin]) <= ' ')
-        ++begin;
-    if (begin == raw.size())
-        return {};
-    std::string text = raw.substr(begin, raw.size() - begin - 1);
-    StringSearcher::trim(text);
+    std::string text = raw.substr(0, raw.empty() ? 0 : raw.size() - 1);
+    trimBlanks(text);
     return text;
 }
 } // namespace

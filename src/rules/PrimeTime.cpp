@@ -51,7 +51,7 @@ bool PrimeTime::readFile(const std::string& fileName) {
     while (!file.eof(BasicFile::LAST_USED)) {
         std::string line = file.readLine();
         if (file.getError() != BasicFile::ERROR_NONE)
-            break;
+            return false;
         StringSearcher::trim(line);
         if (!line.empty() && line.front() != '#')
             periods_.push_back(readPeriod(std::move(line)));

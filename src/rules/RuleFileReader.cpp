@@ -95,7 +95,7 @@ bool RuleFileReader::nextLine() {
         if (unreadable_)
             break;
         ++lineNumber_;
-        StringSearcher::trim(line_);
+        trimBlanks(line_);
         if (!line_.empty() && line_.front() != '#')
             return true;
     }
@@ -124,8 +124,6 @@ bool RuleFileReader::readPairs(std::string_view pairs, Rule& rule) {
             return true; // a key without a value at the line's end is dropped
         const std::string_view key = pairs.substr(0, equals);
         pairs.remove_prefix(equals + 1);
-        if (!ruleKeyFromWord(key))
-            return fail("Invalid key \"", key);
         if (!addCondition(rule, key, takeValue(pairs)))
             return false;
     }
@@ -166,9 +164,9 @@ bool RuleFileReader::readBlock(Rule& rule) {
 bool RuleFileReader::readBlockCondition(Rule& rule) {
     const size_t equals = line_.find('=');
     std::string key = line_.substr(0, equals);
-    StringSearcher::trimRight(key);
+    trimBlanks(key);
     std::string value = equals == std::string::npos ? std::string() : line_.substr(equals + 1);
-    StringSearcher::trimLeft(value);
+    trimBlanks(value);
     StringSearcher::unquote(value);
     return addCondition(rule, key, value);
 }

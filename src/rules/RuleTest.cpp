@@ -29,14 +29,10 @@ bool RuleTest::evaluate(const Rule& rule, bool all, int depth) {
         bool holds = isBetween(condition.key, RuleKey::host, RuleKey::arch) && matchesLocalFact(condition);
         if (!holds && condition.key == RuleKey::ref) {
             const auto block = references_.find(condition.text);
-            if (block == references_.end())
-                return false;
-            holds = referenceHolds(block->second, depth);
+            holds = block != references_.end() && referenceHolds(block->second, depth);
         } else if (!holds) {
             const RuleCondition* fact = facts_.find(condition.key);
-            if (!fact)
-                return false;
-            holds = matchesFact(condition, *fact);
+            holds = fact && matchesFact(condition, *fact);
         }
         if (holds != all)
             return holds;

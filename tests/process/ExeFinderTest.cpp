@@ -79,7 +79,7 @@ TEST_F(ExeFinderTest, MappingsStandAsStronglyAsTheirKind) {
              Case{"v/cad", "Big CAD = 2"},
              Case{"x/bare.exe", ""},
              Case{"x/mid", "Middle"},
-             Case{"p/mid", "mid"}, // the description has no letter, and it stands before the product
+             Case{"p/mid", "Product"}, // a description without a letter is none
              Case{"v/end", "Description"},
          })
         EXPECT_EQ(finder.find(directory / path), application) << path;

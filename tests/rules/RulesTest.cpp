@@ -71,7 +71,7 @@ TEST_F(RulesTest, ABlockOfReferencesHoldsIfOneOfItsConditionsDoes) {
     };
     for (const auto& [text, included] : {
              Case{"REF:office\n{\nhost=pc*\nhost=lab*\n}\ninclude ref=office user=bob", true},
-             Case{"ref:office\n{\nhost=lab*\nhost=pc*\n}\ninclude ref=office", false}, // no such fact ends the block
+             Case{"ref:office\n{\nhost=lab*\nhost=pc*\n}\ninclude ref=office", true}, // one of them is enough
              Case{"ref:a\n{\nref=b\n}\nref:b\n{\nuser=bob\n}\ninclude ref=a", true},
              Case{"ref:a\n{\nref=b\n}\nref:b\n{\nref=a\n}\ninclude ref=a\ninclude user=bob", true},
              Case{"ref:a\n{\nref=a\nuser=bob\n}\ninclude ref=a", true},                    // cut off, and then bob

@@ -19,6 +19,12 @@ std::string toLowerCopy(std::string_view text) {
     return lowered;
 }
 
+void trimBlanks(std::string& text) {
+    const auto isBlank = [](unsigned char c) { return c <= ' '; };
+    text.erase(std::find_if_not(text.rbegin(), text.rend(), isBlank).base(), text.end());
+    text.erase(text.begin(), std::find_if_not(text.begin(), text.end(), isBlank));
+}
+
 std::string printable(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');

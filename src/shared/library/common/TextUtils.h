@@ -13,6 +13,9 @@ void toLower(std::string& text);
 /// A lowered copy.
 std::string toLowerCopy(std::string_view text);
 
+/// Removes blanks and control bytes at both ends; letters beyond ASCII stay.
+void trimBlanks(std::string& text);
+
 /// A foreign text as it may be shown: with "?" for control bytes, which would steer a terminal or forge lines of a log.
 std::string printable(std::string text);
 
