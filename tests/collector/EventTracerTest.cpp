@@ -125,6 +125,16 @@ TEST_F(EventTracerTest, TheThreadEntersWhatRunsAndReadsUntilTheSessionEnds) {
     EXPECT_FALSE(tracerState().tracer);
 }
 
+TEST_F(EventTracerTest, WhatWasGoneWhenItWasToBeEnteredIsEndedAndFreesItsId) {
+    collector.os.processes.start(40, "c:\\apps\\gone.exe").openError = NativeError::invalidParameter;
+    collector.os.kernelTrace.events = {event(start, 40, "c:\\apps\\cad.exe", now()), event(end, 40, "", now())};
+    runThread();
+    EXPECT_TRUE(collector.tracked().empty());
+    ASSERT_EQ(collector.records().size(), 2U);
+    EXPECT_EQ(collector.records()[0].executable, Process::lostText);
+    EXPECT_EQ(collector.records()[1].executable, "cad.exe");
+}
+
 TEST_F(EventTracerTest, ASessionThatCannotBeStartedEndsTheProgram) {
     struct Case {
         uint32_t result;

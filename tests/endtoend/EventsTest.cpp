@@ -420,6 +420,7 @@ TEST_F(Events, UnderLoadWhatHasHappenedBeforeTheEndIsWritten) {
     const std::string text = log();
     EXPECT_NE(text.find("END THREAD EventTracer"), std::string::npos);
     EXPECT_NE(text.find("Runtally ended."), std::string::npos);
+    EXPECT_EQ(reportedLoss(text), 0U);
     EXPECT_EQ(text.find("CRITICAL"), std::string::npos);
     EXPECT_EQ(text.find("FAILED"), std::string::npos);
 }

@@ -207,7 +207,7 @@ ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
         // The kernel forgets the link when the main thread has ended; then what was read before still holds.
         if (readExecutable(pid, process->executable)) {
             process->record->noteExecutable(process->executable);
-        } else if (errno == EACCES || errno == EPERM) {
+        } else if ((errno == EACCES || errno == EPERM) && process->record->isAlive()) {
             error = NativeError::accessDenied;
             return nullptr;
         } else {

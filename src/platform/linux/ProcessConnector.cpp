@@ -144,9 +144,9 @@ void ProcessConnector::countGap(uint32_t processor, uint32_t number) {
 void ProcessConnector::take(const char* message, size_t size, std::vector<ProcessNotice>& notices) {
     cn_msg head{};
     proc_event event{};
-    if (!readEvent(message, size, head, event) || static_cast<uint32_t>(event.what) == noEvent)
+    if (!readEvent(message, size, head, event))
         return;
-    countGap(event.cpu, head.seq);
+    countGap(event.cpu, head.seq); // the answers to whoever asks to listen are numbered as well
     using Kind = ProcessNotice::Kind;
     ProcessNotice notice;
     notice.time = event.timestamp_ns;

@@ -38,8 +38,11 @@ int64_t wallTimeOf(uint64_t ticks) {
 bool readConstants(ProcessRecord& record, std::string& executable) {
     const bool hasExecutable = readExecutable(record.pid, executable);
     const int linkError = errno;
-    if (!hasExecutable && linkError != ENOENT)
+    if (!hasExecutable && linkError != ENOENT) {
+        if (!record.isAlive()) // the kernel refuses the link of what has just gone as well
+            return fail(ESRCH);
         return fail(linkError == EPERM ? EACCES : linkError);
+    }
     ProcStat line;
     if (!readLeaderStat(record.pid, line))
         return fail(isShortage(errno) ? errno : ESRCH);

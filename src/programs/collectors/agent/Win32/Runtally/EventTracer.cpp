@@ -5,6 +5,7 @@
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 #include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "shared/library/common/StructuredException.h"
@@ -96,6 +97,20 @@ void awaitTable() {
     }
 }
 
+/// Ends what was gone when it was to be entered: no event will tell of it.
+void endWhatWasGone() {
+    std::vector<uint32_t> gone;
+    if (const AllCheckedOut hold; hold)
+        for (const auto& [pid, process] : runtallyState().registry.processMap)
+            if (process->getExecutable() == Process::lostText)
+                gone.push_back(pid);
+    for (const uint32_t pid : gone) {
+        const ProcessPointer report(new Process(pid, 0, Process::Mode::ended, false));
+        report->setEnd(DateTime());
+        Runtally::logProcess(report);
+    }
+}
+
 /// Makes the tracer if there is none. False if the thread has to end, with `result`.
 bool prepareTracer(uint32_t& result) {
     if (tracerState().tracer)
@@ -118,14 +133,16 @@ bool prepareTracer(uint32_t& result) {
 /// False if the thread has to end without its end line.
 bool trace(uint32_t& result) {
     // What a session that is still there has noted needs no look at the table, which would date it too early.
-    if (!runtallyState().settings.pollingOn && !tracerState().tracer &&
-        !addRunningProcesses(runtallyState().programStart)) {
+    const bool isToEnter = !runtallyState().settings.pollingOn && !tracerState().tracer;
+    if (isToEnter && !addRunningProcesses(runtallyState().programStart)) {
         logger().debug(1, "eventTracer: addProcess failed.");
         logger().error(tracerError);
     }
     logger().debug(1, "Trying to start Native event tracer...");
     if (!prepareTracer(result))
         return false;
+    if (isToEnter)
+        endWhatWasGone();
     awaitTable();
     logger().debug(1, "Native event tracer is now running.");
     tracerState().running = true;
