@@ -132,6 +132,42 @@ TEST_F(ProcessBookTest, ItEndsWithItsLastThread) {
                       "-30 /bin/true 4 at 205; ");
 }
 
+TEST_F(ProcessBookTest, WhatThreadsTellLateEndsNothing) {
+    fork(100, 20);
+    execute(101, 20, "/bin/srv");
+    book.threadStarted(102 * millisecond, 20);
+    execute(103, 20, "/bin/tool");
+    exitThread(104, 20, 21, 0); // of the program before, told of behind the execution
+    EXPECT_EQ(news(), "+20 /bin/srv 1000 at 101; -20 /bin/srv 0 at 103; +20 /bin/tool 1000 at 103; ");
+    book.threadStarted(105 * millisecond, 20);
+    exit(106, 20, 3);
+    exitThread(107, 20, 22, 0); // it ended before, when the main thread had waited for it
+    EXPECT_EQ(news(), "-20 /bin/tool 3 at 107; ");
+    // Where notices have been lost, the count proves nothing.
+    fork(200, 30);
+    execute(201, 30, "/bin/srv");
+    book.doubtCounts();
+    exitThread(202, 30, 31, 0);
+    EXPECT_EQ(news(), "+30 /bin/srv 1000 at 201; ");
+    facts.ended.insert(30);
+    exit(203, 30, 4);
+    EXPECT_EQ(news(), "-30 /bin/srv 4 at 203; ");
+}
+
+TEST_F(ProcessBookTest, WhatStartedBeforeTheMachineSleptMayLieBeforeTheClocksZero) {
+    TableEntry old;
+    old.pid = 40;
+    old.executable = "/bin/old";
+    old.startTime = 0 - 5000 * millisecond;
+    enter(old);
+    book.compare({}, 300 * millisecond);
+    EXPECT_NE(news().find("-40 /bin/old -2 at 300; "), std::string::npos);
+    enter(old);
+    facts.ended.insert(40);
+    exit(400, 40, 1);
+    EXPECT_EQ(news(), "-40 /bin/old 1 at 400; ");
+}
+
 TEST_F(ProcessBookTest, OfAnOlderProcessTheThreadsAreCheckedBeforeItEnds) {
     TableEntry server;
     server.pid = 40;

@@ -88,7 +88,8 @@ uint32_t LinuxKernelTrace::process(const TraceHandle& trace, EventCallback onEve
     std::vector<uint8_t> payload;
     while (onBuffer()) {
         checkpoint();
-        if (!takeNext(session, payload, onEvent) && !session.await(waitStep) && session.hasEnded())
+        const bool hasEnded = session.hasEnded(); // asked first: its last events may come in between
+        if (!takeNext(session, payload, onEvent) && !session.await(waitStep) && hasEnded)
             return NativeError::success;
     }
     return NativeError::cancelled;

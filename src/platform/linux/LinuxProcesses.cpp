@@ -245,6 +245,12 @@ bool LinuxProcesses::exitCode(const ProcessHandle& process, uint32_t& code, uint
     if (const TracedPointer& traced = opened(process).traced)
         return tracedExitCode(*traced, code, error);
     const ProcessRecord& record = *opened(process).record;
+    // A program that was replaced by another in the same process has ended, though the process lives.
+    if (const TracedPointer note = traced_.find(record.pid);
+        note && note->startTicks == record.startTime && note->state >= 0) {
+        code = static_cast<uint32_t>(note->state);
+        return true;
+    }
     if (record.isAlive()) {
         code = stillActive;
         return true;

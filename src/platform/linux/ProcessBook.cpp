@@ -8,6 +8,11 @@ namespace {
 constexpr uint64_t leaderlessInterval = 200'000'000; // nanoseconds between two looks at processes without main thread
 constexpr uint64_t nanosecondsOfTick = 10'000'000;
 
+/// The events' clock stands still while the machine sleeps, so what started before may lie before its zero.
+bool isBefore(uint64_t a, uint64_t b) {
+    return static_cast<int64_t>(a - b) < 0;
+}
+
 std::string_view nameOf(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
 }
@@ -25,7 +30,7 @@ void ProcessBook::enter(const TableEntry& known, const TracedPointer& note, bool
     entry.parentPid = known.parentPid;
     entry.owner = known.owner;
     entry.threads = known.threads;
-    entry.isExact = known.threads == 1;
+    entry.isExact = false; // a thread that ended during that look may be told of once more
     entry.isOfKernel = known.isKernelThread;
     entry.since = known.startTime;
     entry.knownAt = known.knownAt;
@@ -91,7 +96,9 @@ void ProcessBook::executed(uint64_t time, uint32_t pid, const std::string& path)
             found->second.parentPid = known.parentPid;
             found->second.owner = known.owner;
             found->second.startTicks = known.startTicks;
+            found->second.threads = known.threads;
         }
+        found->second.isExact = false;
     }
     Entry& entry = found->second;
     if (time < entry.knownAt)
@@ -103,9 +110,9 @@ void ProcessBook::executed(uint64_t time, uint32_t pid, const std::string& path)
     entry.announced.reset();
     entry.isOfKernel = false;
     entry.hasExecuted = true;
-    entry.threads = 1;
-    entry.isExact = true;
-    entry.isLeaderless = false;
+    entry.isLeaderless =
+        false; // the other threads have ended, but that may be told of only later: they count until then
+    entry.lastCode = unknownCode;
     entry.since = time;
     entry.executable = path;
     entry.lacksName = path.empty() && !facts_.executable(pid, entry.executable);
@@ -120,23 +127,34 @@ void ProcessBook::ownerChanged(uint64_t time, uint32_t pid, uid_t owner) {
         entry->owner = owner;
 }
 
-void ProcessBook::exited(uint64_t time, uint32_t pid, uint32_t thread, int64_t code) {
+bool ProcessBook::exited(uint64_t time, uint32_t pid, uint32_t thread, int64_t code) {
     const auto found = entries_.find(pid);
-    if (found == entries_.end() || time < found->second.knownAt)
-        return;
+    if (found == entries_.end())
+        return true;
+    if (time < found->second.knownAt)
+        return false;
     Entry& entry = found->second;
     if (entry.threads > 0)
         --entry.threads;
-    entry.lastCode = code;
+    if (code != 0 || entry.lastCode == unknownCode) // a thread that has ended before may be told of last, with 0
+        entry.lastCode = code;
     entry.lastExit = time;
     const bool isMain = thread == pid;
     const bool mayBeLast = entry.threads == 0 || (isMain && !entry.isExact);
     if (mayBeLast && (entry.isExact || facts_.hasEnded(pid))) {
-        end(found, time, code);
-    } else if (isMain || mayBeLast) {
+        end(found, time, entry.lastCode);
+        return true;
+    }
+    if (isMain || mayBeLast) {
         entry.isLeaderless = true;
         leaderless_.push_back(pid);
     }
+    return false;
+}
+
+void ProcessBook::doubtCounts() {
+    for (auto& [pid, entry] : entries_)
+        entry.isExact = false;
 }
 
 void ProcessBook::end(Entries::iterator place, uint64_t time, int64_t code) {
@@ -150,7 +168,7 @@ void ProcessBook::end(Entries::iterator place, uint64_t time, int64_t code) {
         fillFromEpitaph(pid, entry, code);
     if (!entry.announced)
         announce(pid, entry);
-    finish(entry.announced, std::max(time, entry.since), code);
+    finish(entry.announced, isBefore(time, entry.since) ? entry.since : time, code);
     entries_.erase(place);
 }
 
@@ -217,7 +235,7 @@ void ProcessBook::compare(const std::vector<TableEntry>& table, uint64_t readAt)
                                                       ticks <= found->second->startTicks + tickTolerance));
         if (isSame)
             mend(current->first, current->second, *found->second, readAt);
-        else if (current->second.since < readAt && current->second.knownAt < readAt)
+        else if (isBefore(current->second.since, readAt) && current->second.knownAt < readAt)
             end(current, readAt, unknownCode);
     }
     for (const TableEntry& known : table)
@@ -234,7 +252,7 @@ void ProcessBook::mend(uint32_t pid, Entry& entry, const TableEntry& known, uint
     entry.isExact = false; // events since that look have been counted before it
     // Two views of one file may differ in the directories in front of it.
     const bool hasExecuted = !known.executable.empty() && nameOf(known.executable) != nameOf(entry.executable);
-    if (hasExecuted && !known.isKernelThread && entry.since < readAt)
+    if (hasExecuted && !known.isKernelThread && isBefore(entry.since, readAt))
         executed(readAt, pid, known.executable);
 }
 

@@ -44,7 +44,7 @@ struct BookEvent {
 };
 
 /// Turns what the kernel tells of forks, executions and exits into starts and ends of applications:
-/// - A process that executes a program starts at that moment. One that has executed none for 50 ms, or ends or forks
+/// - A process that executes a program starts at that moment. One that has executed none for 50 ms, or ends
 ///   without, is a start as well, dated at its fork: it runs its parent's program.
 /// - A process that has started and executes another program ends, and starts anew at the same moment.
 /// - A process ends with its last thread.
@@ -66,8 +66,15 @@ public:
     /// `path` is empty if nobody told it.
     void executed(uint64_t time, uint32_t pid, const std::string& path);
     void ownerChanged(uint64_t time, uint32_t pid, uid_t owner);
-    /// A thread of a process has ended; `code` is the process's exit code if it was the last.
-    void exited(uint64_t time, uint32_t pid, uint32_t thread, int64_t code);
+    /// A thread of a process has ended; `code` is the process's exit code if it was the last. True if none of that id
+    /// runs any more.
+    bool exited(uint64_t time, uint32_t pid, uint32_t thread, int64_t code);
+
+    /// Notices have been lost: from here on the last thread's end is looked for instead of counted.
+    void doubtCounts();
+
+    /// How far the clock of the process table is ahead of the events' clock; it grows while the machine sleeps.
+    void setBootOffset(uint64_t nanoseconds) { bootOffset_ = nanoseconds; }
 
     /// Announces what has waited long enough.
     void tick(uint64_t now);

@@ -17,7 +17,7 @@ namespace Velmor {
 
 namespace {
 constexpr size_t filesOfProcess = 3;
-constexpr size_t textRoom = 4096; // a page: more the kernel gives at no read
+constexpr size_t textRoom = 4096; // enough but for the status of a user in hundreds of groups
 constexpr uint64_t nanosecondsOfSecond = 1000000000;
 constexpr uint64_t bytesOfKib = 1024;
 constexpr uint32_t kernelThreadFlag = 0x00200000; // PF_KTHREAD
@@ -252,11 +252,15 @@ void ProcessFigureReader::takeInputOutput(const Files& files, ProcessFigures& fi
 }
 
 bool ProcessFigureReader::readText(const FileDescriptor& file) {
-    text_.resize(textRoom);
     ssize_t size = -1;
-    do
-        size = pread(file.get(), text_.data(), text_.size(), 0);
-    while (size < 0 && errno == EINTR);
+    for (size_t room = textRoom; size < 0 || static_cast<size_t>(size) == text_.size(); room *= 2) {
+        text_.resize(room);
+        do
+            size = pread(file.get(), text_.data(), text_.size(), 0);
+        while (size < 0 && errno == EINTR);
+        if (size < 0)
+            break;
+    }
     text_.resize(static_cast<size_t>(std::max<ssize_t>(size, 0)));
     return size > 0;
 }

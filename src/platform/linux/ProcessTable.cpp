@@ -34,6 +34,15 @@ int64_t wallTimeOf(uint64_t ticks) {
     return now.tv_sec - up.tv_sec + static_cast<int64_t>(ticks) / sysconf(_SC_CLK_TCK);
 }
 
+/// How long the machine has slept since its start.
+int64_t secondsSlept() {
+    timespec up{};
+    timespec awake{};
+    clock_gettime(CLOCK_BOOTTIME, &up);
+    clock_gettime(CLOCK_MONOTONIC, &awake);
+    return up.tv_sec - awake.tv_sec;
+}
+
 /// Reads start time and owner. False with errno for what is no process that runs.
 bool readConstants(ProcessRecord& record, std::string& executable) {
     const bool hasExecutable = readExecutable(record.pid, executable);
@@ -87,7 +96,8 @@ void ProcessRecord::noteExecutable(const std::string& path) {
 
 void ProcessRecord::noteExit(const ExitRecord& exit) {
     const int64_t later = exit.startTime - wallTimeOf(startTime);
-    if (later >= -clockTolerance && (later <= clockTolerance || exit.isLastOfMany))
+    // The record counts its time on a clock that stands still while the machine sleeps.
+    if (later >= -clockTolerance && (later <= clockTolerance + secondsSlept() || exit.isLastOfMany))
         exitStatus_.store(exit.waitStatus);
 }
 

@@ -121,24 +121,36 @@ bool TraceSession::openSources(std::string& shortcomings) {
     return connector_ || rings_;
 }
 
-std::vector<TableEntry> TraceSession::readTable() {
-    std::vector<TableEntry> table;
-    DIR* entries = opendir("/proc");
-    while (const dirent* entry = entries ? readdir(entries) : nullptr) {
+/// False if the system has no room for the look: what is left out would count as ended.
+bool TraceSession::readTable(std::vector<TableEntry>& table) {
+    struct Closer {
+        void operator()(DIR* open) const { closedir(open); }
+    };
+    const std::unique_ptr<DIR, Closer> entries(opendir("/proc"));
+    if (!entries)
+        return false;
+    while (const dirent* entry = readdir(entries.get())) {
         const auto pid = static_cast<uint32_t>(std::strtoul(static_cast<const char*>(entry->d_name), nullptr, 10));
         TableEntry known;
-        if (pid != 0 && describe(pid, known))
+        if (pid == 0)
+            continue;
+        errno = 0;
+        if (describe(pid, known))
             table.push_back(std::move(known));
+        else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM)
+            return false;
     }
-    if (entries)
-        closedir(entries);
-    return table;
+    return true;
 }
 
 /// Notes what runs already. Whoever asks for a session has entered what ran before; what has started since this program
 /// did, and isn't held by anybody, may have escaped that, and is announced.
 void TraceSession::enterTable() {
-    const std::vector<TableEntry> table = readTable();
+    std::vector<TableEntry> table;
+    if (!readTable(table)) {
+        compareDue_ = monotonicTime() + comparePause;
+        return;
+    }
     TableEntry self;
     describe(static_cast<uint32_t>(getpid()), self);
     endMissing(table);
@@ -227,7 +239,8 @@ bool TraceSession::describe(uint32_t pid, TableEntry& entry) {
 
 bool TraceSession::hasEnded(uint32_t pid) {
     ProcStat line;
-    return !readLeaderStat(pid, line) || line.hasEnded();
+    errno = 0;
+    return readLeaderStat(pid, line) ? line.hasEnded() : errno == ENOENT || errno == ESRCH;
 }
 
 bool TraceSession::epitaph(uint32_t pid, std::string& executable, uid_t& owner, uint32_t& exitCode) {
@@ -296,9 +309,9 @@ void TraceSession::round(bool isLast) {
     publish();
 }
 
-/// The connector keeps the books if it is there: what only the rings lose costs names at the most.
+/// What the rings lose beside the connector costs names at the most, and is told as well.
 uint64_t TraceSession::lossesOfSources() const {
-    return connector_ ? connector_->lost() : rings_->lost();
+    return (connector_ ? connector_->lost() : 0) + (rings_ ? rings_->lost() : 0);
 }
 
 /// A gap that shows only while the books are being mended has them mended once more: it may be a new one.
@@ -313,18 +326,26 @@ void TraceSession::noteLosses() {
 void TraceSession::mend(uint64_t now) {
     compareDue_ = 0;
     speakOnEachProcessor();
-    const std::vector<TableEntry> table = readTable();
+    std::vector<TableEntry> table;
+    const bool isWhole = readTable(table);
     fetch();
-    book_->compare(table, now);
+    if (isWhole)
+        book_->compare(table, now);
+    else
+        compareDue_ = now + comparePause;
     lost_ = lossesOfSources();
 }
 
 /// The connector first: what a process executes stands in its ring before the connector tells of it.
 void TraceSession::fetch() {
     const uint64_t until = monotonicTime();
+    book_->setBootOffset(bootOffset());
     notices_.clear();
+    const uint64_t overruns = connector_ ? connector_->overruns() : 0;
     if (connector_)
         connector_->fetch(notices_, noticesAtOnce);
+    if (connector_ && connector_->overruns() != overruns)
+        book_->doubtCounts();
     if (rings_)
         rings_->fetch();
     if (!connector_)
@@ -347,6 +368,8 @@ void TraceSession::apply(const ProcessNotice& notice) {
         book_->threadStarted(notice.time, notice.pid);
         break;
     case ProcessNotice::Kind::executed:
+        if (!connector_)
+            checkOwner(notice);
         book_->executed(notice.time, notice.pid,
                         rings_ ? rings_->takeExecuted(notice.pid, notice.time) : std::string());
         break;
@@ -354,12 +377,21 @@ void TraceSession::apply(const ProcessNotice& notice) {
         book_->ownerChanged(notice.time, notice.pid, notice.other);
         break;
     case ProcessNotice::Kind::exited:
-        book_->exited(notice.time, notice.pid, notice.other,
-                      connector_ ? int64_t{exitCodeOf(notice.status)} : ProcessBook::unknownCode);
-        if (rings_)
+        if (book_->exited(notice.time, notice.pid, notice.other,
+                          connector_ ? int64_t{exitCodeOf(notice.status)} : ProcessBook::unknownCode) &&
+            rings_)
             rings_->takeExecuted(notice.pid, notice.time); // nobody will ask for it any more
         break;
     }
+}
+
+/// The rings don't tell of a change of the owner.
+void TraceSession::checkOwner(const ProcessNotice& executed) {
+    struct stat directory {};
+    if (stat(procPath(executed.pid, "").c_str(), &directory) == 0)
+        book_->ownerChanged(executed.time, executed.pid, directory.st_uid);
+    else if (const auto found = epitaphs_.find(executed.pid); found != epitaphs_.end())
+        book_->ownerChanged(executed.time, executed.pid, found->second.owner);
 }
 
 void TraceSession::publish() {

@@ -55,7 +55,8 @@ private:
     bool openSources(std::string& shortcomings);
     void enterTable();
     void endMissing(const std::vector<TableEntry>& table);
-    std::vector<TableEntry> readTable();
+    bool readTable(std::vector<TableEntry>& table);
+    void checkOwner(const ProcessNotice& executed);
     void run();
     bool pauseUntil(int milliseconds, bool forNews);
     void round(bool isLast);
