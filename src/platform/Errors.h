@@ -15,6 +15,7 @@ constexpr uint32_t accessDenied = 5;
 constexpr uint32_t invalidHandle = 6;
 constexpr uint32_t notEnoughMemory = 8;
 constexpr uint32_t writeProtect = 19;
+constexpr uint32_t writeFault = 29; // what was written before didn't reach the disk, and can't any more
 constexpr uint32_t generalFailure = 31;
 constexpr uint32_t sharingViolation = 32;
 constexpr uint32_t badLength = 24;

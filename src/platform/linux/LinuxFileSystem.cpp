@@ -194,8 +194,10 @@ bool moveReplacing(const std::string& from, const std::string& to, uint32_t& err
         const auto file = openNative(from, O_RDONLY);
         if (!file)
             return answer(false, error);
-        if (!file->sync(error))
+        if (!file->sync(error)) {
+            error = NativeError::writeFault; // the kernel tells it once; a further attempt would seem to succeed
             return false;
+        }
     }
     if (systemCalls().rename(from.c_str(), to.c_str()) != 0) {
         if (errno != EXDEV)

@@ -27,7 +27,7 @@ constexpr mode_t socketMode = 0666; // any user's program may write
 constexpr size_t longestMessage = 256 * 1024;
 constexpr size_t mostWaiting = 64 * 1024 * 1024; // bytes; a writer that floods is held up from here on
 constexpr int bufferSize = 4 * 1024 * 1024;
-constexpr timeval writeLimit{5, 0}; // for a reader that stands still
+constexpr timeval writeLimit{0, 500000}; // for a reader that stands still; whoever writes may hold others up
 
 std::string slotDirectory() {
     return runtimeDirectory() + "/mailslot";

@@ -1,5 +1,6 @@
 #include "shared/library/common/FileBase.h"
 
+#include "platform/Errors.h"
 #include "shared/library/common/FileException.h"
 #include "shared/library/common/FileOps.h"
 #include "shared/library/common/FileUtils.h"
@@ -78,7 +79,12 @@ void FileBase::becomeClosed() {
     position_ = 0;
 }
 
-void FileBase::finishSafeWrite(const std::string& description) {
+/// What the disk has not taken stays under its temporary name.
+void FileBase::finishSafeWrite(bool isComplete, const std::string& description) {
+    if (!isComplete) {
+        safeWrite_ = false;
+        throw FileException(FL_CANNOT_CLOSE, name_, __FILE__, __LINE__);
+    }
     if (!safeWrite_)
         return;
     safeWrite_ = false;
@@ -88,7 +94,7 @@ void FileBase::finishSafeWrite(const std::string& description) {
         FileUtils::remove(name_, true); // the empty file by which the lock held the name
         return;
     }
-    for (int i = 0; i < renameAttempts; ++i) {
+    for (int i = 0; i < renameAttempts && FileOps::getLastError() != NativeError::writeFault; ++i) {
         if (moveTemporary(name_))
             return;
         DateTime::wait(renameWait);

@@ -88,8 +88,9 @@ protected:
     void becomeClosed();
     /// Deletes the real file if it was the lock that had brought it into being.
     void removeOwnFile();
-    /// Moves the ".tmp" file onto the real name. Throws FL_RENAME with `description`; the data stay in the ".tmp" file.
-    void finishSafeWrite(const std::string& description);
+    /// Moves the ".tmp" file onto the real name. Throws FL_RENAME with `description`, or FL_CANNOT_CLOSE if closing
+    /// told that something written was lost; the data stay in the ".tmp" file.
+    void finishSafeWrite(bool isComplete, const std::string& description);
     bool moveTemporary(const std::string& to) const;
     /// Deletes the ".tmp" file.
     void dropSafeWrite();

@@ -95,10 +95,9 @@ void FileGZ::copyOldContent(const std::string& original, const std::string& name
         handle_ = nullptr;
         closed_ = true;
         FileOps::move(original, nameToOpen, true);
-        const bool wasSafe = safeWrite_;
         cleanUp();
         becomeClosed();
-        throw FileException(FL_CANNOT_OPEN, wasSafe ? temporaryName() : nameToOpen, __FILE__, __LINE__);
+        throw FileException(FL_CANNOT_OPEN, nameToOpen, __FILE__, __LINE__);
     }
     if (FileUtils::remove(original, true))
         return;
@@ -118,11 +117,7 @@ void FileGZ::close() {
     const bool complete = closeStream();
     releaseLock();
     becomeClosed();
-    if (!complete) {
-        safeWrite_ = false; // what went out stays under its ".tmp" name
-        throw FileException(FL_CANNOT_CLOSE, name_, __FILE__, __LINE__);
-    }
-    finishSafeWrite("Failed to update the file: " + name_);
+    finishSafeWrite(complete, "Failed to update the file: " + name_);
 }
 
 void FileGZ::abort() {

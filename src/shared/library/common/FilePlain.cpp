@@ -84,10 +84,10 @@ void FilePlain::open(uint16_t access) {
 void FilePlain::close() {
     if (!isOpen())
         return;
-    file_.close();
+    const bool isComplete = file_.close();
     releaseLock();
     becomeClosed();
-    finishSafeWrite("Failed to update the file \"" + name_ + "\"");
+    finishSafeWrite(isComplete, "Failed to update the file \"" + name_ + "\"");
 }
 
 void FilePlain::abort() {

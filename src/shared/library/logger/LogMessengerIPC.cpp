@@ -4,12 +4,16 @@
 #include "platform/Platform.h"
 #include "shared/library/common/IPCClient.h"
 #include "shared/library/common/IPCException.h"
+#include "shared/library/common/Timer.h"
 #include "shared/library/logger/LogCommons.h"
 
 namespace Velmor {
 
 namespace {
-constexpr uint32_t longSend = 1000;     // milliseconds after which a core service counts as standing still
+constexpr uint32_t longSend = 300; // milliseconds after which a core service counts as standing still
+constexpr int turnAttempts = 30;
+constexpr uint32_t turnPause = 10;      // milliseconds
+constexpr uint32_t lostHolder = 20000;  // milliseconds after which a thread that sends must have been ended by force
 constexpr uint32_t heldUpPause = 60000; // milliseconds in which such a one gets no message
 } // namespace
 
@@ -23,8 +27,30 @@ bool LogMessengerIPC::post(const std::string& text) {
     return forward(text) && written;
 }
 
+/// Takes `sending_`. Whoever posts may hold what others wait for, so it waits for moments only: a message that doesn't
+/// get its turn stays in the file alone.
+bool LogMessengerIPC::takeTurn() {
+    bool busy = false;
+    for (int i = 0; i < turnAttempts; ++i) {
+        if (sending_.tryEnforce(busy)) {
+            holder_ = 0;
+            return true;
+        }
+        Timer::sleep(turnPause);
+    }
+    const uint32_t now = platform().clock->ticks();
+    if (holder_.exchange(sending_.getOwner()) != sending_.getOwner())
+        holderSince_ = now;
+    else if (now - holderSince_ >= lostHolder)
+        sending_.reset();
+    return false;
+}
+
 bool LogMessengerIPC::forward(const std::string& text) {
-    const TimedMonopolyHold hold(sending_);
+    if (!takeTurn())
+        return false;
+    const MonopolyHold hold(sending_);
+    sending_.relax(); // the turn's own
     const uint32_t begin = platform().clock->ticks();
     if (isHeldUp_ && begin - heldUpSince_ < heldUpPause)
         return false;
