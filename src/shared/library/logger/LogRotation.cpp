@@ -87,7 +87,7 @@ void LoggerAgentFile::workOutNextRotation() {
 }
 
 void LoggerAgentFile::checkRotation() {
-    if (!file_->isOpen())
+    if (!file_->isOpen() || getScheme() == 0)
         return;
     Monopoly lock(lockName_);
     bool held = false;
@@ -111,8 +111,6 @@ void LoggerAgentFile::checkRotation() {
 
 bool LoggerAgentFile::isRotationDue(std::string& note) {
     const uint32_t scheme = getScheme();
-    if (scheme == 0)
-        return false;
     const DateTime now;
     const uint64_t size = file_->size() >> megabyteShift;
     const float limit = static_cast<float>(logFileSettings().sizeLimit.load()) * sizeFactor_;

@@ -1,5 +1,6 @@
 #include "shared/library/logger/LoggerAgentFile.h"
 
+#include "platform/Clock.h"
 #include "platform/Errors.h"
 #include "platform/Platform.h"
 #include "platform/Threads.h"
@@ -12,6 +13,7 @@
 #include "shared/library/logger/LogFileSettings.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Velmor {
 
@@ -19,6 +21,7 @@ namespace {
 constexpr std::string_view lineEnd = "\r\n";
 constexpr int writeAttempts = 40;
 constexpr uint32_t writeAttemptPause = 50; // milliseconds
+constexpr uint32_t lookInterval = 1000;    // milliseconds
 constexpr uint32_t rotationPause = 100;    // milliseconds between looks at another thread's rotation
 constexpr int rotationWaits = 50;
 constexpr uint16_t openFlags = FileBase::ACCESS_WRITE | FileBase::ACCESS_CREATE | FileBase::ACCESS_APPEND |
@@ -80,9 +83,21 @@ bool LoggerAgentFile::writeEntry(std::string_view text, bool internal) {
     adoptSettings();
     if (rotationState_ == Rotation::idle)
         checkRotation();
+    if (!internal && file_->isOpen() && isTakenAway())
+        file_->close();
     if (!file_->isOpen())
         openFile();
     return append(text);
+}
+
+/// Whether somebody has moved or deleted the file, by its size under its name. Looks once a second at most.
+bool LoggerAgentFile::isTakenAway() {
+    const uint32_t now = platform().clock->ticks();
+    if (now - lastLook_ < lookInterval)
+        return false;
+    lastLook_ = now;
+    const uint64_t before = std::exchange(sizeSeen_, file_->exists() ? FileUtils::getFileSize(file_->getName()) : 0);
+    return sizeSeen_ < before || !file_->exists();
 }
 
 /// Takes changed settings over; the moment of the next rotation hangs on them.
@@ -110,6 +125,7 @@ void LoggerAgentFile::openFile() {
         }
     }
     file_->open(openFlags);
+    sizeSeen_ = 0;
     if (rotationState_ == Rotation::idle)
         write(std::string(lineEnd) + "Opened log file \"" + file_->getBaseName() +
               "\". Time: " + DateTime().toString(false, false) + std::string(lineEnd));
@@ -127,7 +143,9 @@ bool LoggerAgentFile::append(std::string_view text) {
     Monopoly lock(lockName_);
     const bool ownsLock = rotationState_ == Rotation::idle; // a rotation's own notes run under its lock
     for (int i = 0; ownsLock && !lock.enforce(); ++i) {
-        if (i == writeAttempts - 1 || lock.getLastError() != NativeError::alreadyExists)
+        if (lock.getLastError() != NativeError::alreadyExists)
+            break; // no lock is to be had, as without a free descriptor; a line is one call, and stays whole
+        if (i == writeAttempts - 1)
             return false;
         Timer::sleep(writeAttemptPause);
     }

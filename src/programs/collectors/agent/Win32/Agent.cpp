@@ -1,5 +1,6 @@
 #include "programs/collectors/agent/Win32/Agent.h"
 
+#include "platform/Errors.h"
 #include "platform/Platform.h"
 #include "platform/Registry.h"
 #include "platform/ServiceManager.h"
@@ -110,6 +111,9 @@ bool Agent::takeInstanceGuard() {
     instanceGuard_.setName(name_);
     if (instanceGuard_.enforce())
         return true;
+    if (const uint32_t error = instanceGuard_.getLastError(); error != NativeError::alreadyExists)
+        return fail("The lock that keeps a second " + name_ + " out can't be taken (" + errorName(error) +
+                    "); make the runtime directory, by default /run/velmor, writable, or set VELMOR_RUNTIME_DIR.");
     Logger logger;
     logger.set(loggerContext_.logger);
     logger.fatal(14, name_);

@@ -27,7 +27,7 @@ public:
     uint32_t getThreadId() const { return threadId_; }
 
 private:
-    /// True if the thread ends by itself within the time limit.
+    /// Waits until the thread has ended by itself, up to the time limit.
     void waitForEnd();
 
     int32_t status_ = JobStatus::absent;
