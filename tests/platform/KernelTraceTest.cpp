@@ -13,10 +13,12 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <mutex>
 #include <set>
-#include <sys/wait.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
@@ -30,7 +32,9 @@ struct Seen {
     std::mutex mutex;
     std::string prefix; // of the executables that count, or of their file names
     LinuxProcesses* processes = nullptr;
-    bool mayBeGone = false; // of an end that no start was told of nothing more is known
+    const ProcessHandle* held = nullptr; // asked for codes in place of one that is opened at the event
+    uint32_t pid = 0;                    // counts, whatever it runs
+    bool mayBeGone = false;              // of an end that no start was told of nothing more is known
     int starts = 0;
     int ends = 0;
     int lostNames = 0;
@@ -50,7 +54,7 @@ void onEvent(const TraceEvent& event) {
         ++seen->lostNames;
         return;
     }
-    if (name.substr(name.rfind('/') + 1).find(seen->prefix) != 0)
+    if (pid != seen->pid && name.substr(name.rfind('/') + 1).find(seen->prefix) != 0)
         return;
     uint32_t error = 0;
     const ProcessHandle handle = seen->processes->open(pid, error);
@@ -68,7 +72,8 @@ void onEvent(const TraceEvent& event) {
     }
     ++seen->ends;
     uint32_t code = 0;
-    seen->codes.insert(handle && seen->processes->exitCode(handle, code, error) ? int64_t{code} : -1);
+    const ProcessHandle& asked = seen->held ? *seen->held : handle;
+    seen->codes.insert(asked && seen->processes->exitCode(asked, code, error) ? int64_t{code} : -1);
 }
 
 class KernelTraceTest : public testing::Test {
@@ -86,6 +91,14 @@ protected:
 
     /// Runs the program some times under a session with these sources; false if there is none.
     bool watch(LinuxKernelTrace& trace, int count) {
+        return watch(trace, [&] {
+            for (int i = 0; i < count; ++i)
+                Child({program}).reap();
+            awaitEnds(count);
+        });
+    }
+
+    bool watch(LinuxKernelTrace& trace, const std::function<void()>& happens) {
         record.starts = record.ends = record.lostNames = 0;
         record.names.clear();
         record.codes.clear();
@@ -94,15 +107,17 @@ protected:
         uint32_t error = 0;
         TraceHandle handle = trace.open(sessionName, error);
         std::thread reader([&] { trace.process(handle, onEvent, [] { return goesOn.load(); }); });
-        for (int i = 0; i < count; ++i)
-            Child({program}).reap();
+        happens();
+        EXPECT_EQ(trace.stop(sessionName), NativeError::success);
+        reader.join();
+        return true;
+    }
+
+    void awaitEnds(int count) {
         eventually([&] {
             const std::lock_guard lock(record.mutex);
             return record.ends + record.lostNames / 2 >= count;
         });
-        EXPECT_EQ(trace.stop(sessionName), NativeError::success);
-        reader.join();
-        return true;
     }
 
     LinuxProcesses processes;
@@ -177,6 +192,66 @@ TEST_F(KernelTraceTest, WhatEndedBeforeTheSessionCouldSeeItIsReported) {
     LinuxKernelTrace trace(processes);
     ASSERT_TRUE(watch(trace, 1));
     EXPECT_GE(record.ends, 1);
+}
+
+TEST_F(KernelTraceTest, AHeldProcessThatExecutesAnotherProgramHasEndedWithCode0) {
+    const std::string shell = program + "sh";
+    std::filesystem::copy_file("/bin/sh", shell);
+    Child child({shell, "-c", "read x; exec sleep 100"});
+    uint32_t error = 0;
+    const ProcessHandle held = processes.open(child.pid(), error);
+    ASSERT_TRUE(held);
+    record.held = &held;
+    LinuxKernelTrace trace(processes);
+    ASSERT_TRUE(watch(trace, [&] {
+        child.closeInput();
+        awaitEnds(1);
+    }));
+    EXPECT_EQ(record.codes, std::set<int64_t>{0});
+}
+
+TEST_F(KernelTraceTest, WithoutDescriptorsNoProcessEndsThatLives) {
+    sigset_t order;
+    sigemptyset(&order);
+    sigaddset(&order, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &order, nullptr);
+    const auto body = [&](bool isMain) {
+        int received = 0;
+        sigwait(&order, &received);
+        syscall(isMain ? SYS_exit : SYS_exit_group, 5);
+        return 0;
+    };
+    Child child([&] {
+        std::thread([&] { body(false); }).detach();
+        return body(true);
+    });
+    record.pid = child.pid();
+    const int state = open(("/proc/" + std::to_string(child.pid()) + "/stat").c_str(), O_RDONLY | O_CLOEXEC);
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{3, before.rlim_max};
+    LinuxKernelTrace trace(processes);
+    ASSERT_TRUE(watch(trace, [&] {
+        setrlimit(RLIMIT_NOFILE, &none);
+        syscall(SYS_tgkill, child.pid(), child.pid(), SIGTERM);
+        EXPECT_TRUE(eventually([&] {
+            std::string line(100, ' ');
+            return pread(state, line.data(), line.size(), 0) > 0 && line.find(") Z") != std::string::npos;
+        }));
+        Child([&] { // comes later
+            setrlimit(RLIMIT_NOFILE, &before);
+            return execl(program.c_str(), program.c_str(), nullptr);
+        })
+            .reap();
+        awaitEnds(1);
+        EXPECT_EQ(record.codes, std::set<int64_t>{1}) << "the other thread runs";
+        setrlimit(RLIMIT_NOFILE, &before);
+        child.signal(SIGTERM);
+        awaitEnds(2);
+    }));
+    EXPECT_EQ(record.codes, (std::set<int64_t>{1, 5}));
+    close(state);
+    pthread_sigmask(SIG_UNBLOCK, &order, nullptr);
 }
 
 } // namespace Velmor

@@ -8,7 +8,7 @@
 namespace Velmor {
 
 namespace {
-constexpr uint64_t millisecond = 1'000'000;
+constexpr int64_t millisecond = 1'000'000;
 
 struct PaperFacts : ProcessFacts {
     bool executable(uint32_t pid, std::string& path) override {
@@ -23,7 +23,10 @@ struct PaperFacts : ProcessFacts {
             entry = found->second;
         return found != table.end();
     }
-    bool hasEnded(uint32_t pid) override { return ended.contains(pid); }
+    bool hasEnded(uint32_t pid, uint64_t) override {
+        ++looks;
+        return ended.contains(pid);
+    }
     bool epitaph(uint32_t pid, std::string& path, uid_t& owner, uint32_t& code) override {
         if (!epitaphs.contains(pid))
             return false;
@@ -37,6 +40,7 @@ struct PaperFacts : ProcessFacts {
     std::map<uint32_t, TableEntry> table;
     std::map<uint32_t, std::string> epitaphs;
     std::set<uint32_t> ended;
+    int looks = 0; // for an end
 };
 
 class ProcessBookTest : public ::testing::Test {
@@ -71,10 +75,10 @@ protected:
         return text;
     }
 
-    void fork(uint64_t at, uint32_t pid, uint32_t parent = 10) { book.forked(at * millisecond, parent, pid); }
-    void execute(uint64_t at, uint32_t pid, const char* path) { book.executed(at * millisecond, pid, path); }
-    void exit(uint64_t at, uint32_t pid, int64_t code = 0) { book.exited(at * millisecond, pid, pid, code); }
-    void exitThread(uint64_t at, uint32_t pid, uint32_t thread, int64_t code) {
+    void fork(int64_t at, uint32_t pid, uint32_t parent = 10) { book.forked(at * millisecond, parent, pid); }
+    void execute(int64_t at, uint32_t pid, const char* path) { book.executed(at * millisecond, pid, path); }
+    void exit(int64_t at, uint32_t pid, int64_t code = 0) { book.exited(at * millisecond, pid, pid, code); }
+    void exitThread(int64_t at, uint32_t pid, uint32_t thread, int64_t code) {
         book.exited(at * millisecond, pid, thread, code);
     }
 
@@ -132,40 +136,50 @@ TEST_F(ProcessBookTest, ItEndsWithItsLastThread) {
                       "-30 /bin/true 4 at 205; ");
 }
 
-TEST_F(ProcessBookTest, WhatThreadsTellLateEndsNothing) {
+TEST_F(ProcessBookTest, AnEndIsTakenOnTrustOnlyIfTheCountOfThreadsIsCertain) {
     fork(100, 20);
-    execute(101, 20, "/bin/srv");
-    book.threadStarted(102 * millisecond, 20);
-    execute(103, 20, "/bin/tool");
-    exitThread(104, 20, 21, 0); // of the program before, told of behind the execution
-    EXPECT_EQ(news(), "+20 /bin/srv 1000 at 101; -20 /bin/srv 0 at 103; +20 /bin/tool 1000 at 103; ");
-    book.threadStarted(105 * millisecond, 20);
-    exit(106, 20, 3);
-    exitThread(107, 20, 22, 0); // it ended before, when the main thread had waited for it
-    EXPECT_EQ(news(), "-20 /bin/tool 3 at 107; ");
-    // Where notices have been lost, the count proves nothing.
-    fork(200, 30);
-    execute(201, 30, "/bin/srv");
-    book.doubtCounts();
-    exitThread(202, 30, 31, 0);
-    EXPECT_EQ(news(), "+30 /bin/srv 1000 at 201; ");
-    facts.ended.insert(30);
-    exit(203, 30, 4);
-    EXPECT_EQ(news(), "-30 /bin/srv 4 at 203; ");
-}
-
-TEST_F(ProcessBookTest, WhatStartedBeforeTheMachineSleptMayLieBeforeTheClocksZero) {
-    TableEntry old;
+    execute(101, 20, "/bin/true");
+    exit(102, 20);
+    EXPECT_EQ(facts.looks, 0) << "the ordinary process costs no look";
+    fork(200, 30); // executes while a thread of its ends
+    book.threadStarted(201 * millisecond, 30);
+    execute(202, 30, "/bin/late");
+    TableEntry old; // a thread of it ended during the look
     old.pid = 40;
     old.executable = "/bin/old";
-    old.startTime = 0 - 5000 * millisecond;
     enter(old);
-    book.compare({}, 300 * millisecond);
-    EXPECT_NE(news().find("-40 /bin/old -2 at 300; "), std::string::npos);
-    enter(old);
-    facts.ended.insert(40);
-    exit(400, 40, 1);
-    EXPECT_EQ(news(), "-40 /bin/old 1 at 400; ");
+    fork(203, 50);
+    execute(204, 50, "/bin/before");
+    news();
+    exitThread(205, 30, 31, 0);
+    exitThread(205, 40, 41, 0);
+    book.doubt(true); // the starts of threads are lost
+    fork(206, 60);
+    execute(207, 60, "/bin/during");
+    book.doubt(false);
+    exitThread(208, 50, 51, 0);
+    exitThread(208, 60, 61, 0);
+    EXPECT_EQ(news(), "+60 /bin/during 1000 at 207; ");
+    for (const uint32_t pid : {30U, 40U, 50U, 60U}) {
+        facts.ended.insert(pid);
+        exit(220, pid, 4);
+    }
+    EXPECT_EQ(news(), "-30 /bin/late 4 at 220; -40 /bin/old 4 at 220; -50 /bin/before 4 at 220; "
+                      "-60 /bin/during 4 at 220; ");
+}
+
+TEST_F(ProcessBookTest, AThreadThatEndedBeforeWithoutACodeDoesNotHideTheOneOfTheProcess) {
+    fork(100, 20);
+    book.threadStarted(101 * millisecond, 20);
+    exit(105, 20, 3);
+    exitThread(106, 20, 21, 0);
+    EXPECT_EQ(news(), "+20 /bin/sh 1000 at 100; -20 /bin/sh 3 at 106; ");
+    fork(200, 30);
+    book.threadStarted(201 * millisecond, 30);
+    exitThread(202, 30, 31, 9);
+    execute(203, 30, "/bin/true"); // forgets it
+    exit(204, 30, 0);
+    EXPECT_EQ(news(), "+30 /bin/true 1000 at 203; -30 /bin/true 0 at 204; ");
 }
 
 TEST_F(ProcessBookTest, OfAnOlderProcessTheThreadsAreCheckedBeforeItEnds) {
@@ -182,6 +196,43 @@ TEST_F(ProcessBookTest, OfAnOlderProcessTheThreadsAreCheckedBeforeItEnds) {
     facts.ended.insert(40);
     book.tick(1000 * millisecond);
     EXPECT_EQ(news(), "-40 /bin/srv 6 at 102; ");
+    server.pid = 50;
+    server.isLeaderless = true; // and counted though it has ended
+    enter(server);
+    exitThread(1101, 50, 51, 7);
+    facts.ended.insert(50);
+    book.tick(2000 * millisecond);
+    EXPECT_EQ(news(), "-50 /bin/srv 7 at 1101; ");
+}
+
+TEST_F(ProcessBookTest, TheMachineMaySleep) {
+    constexpr int64_t slept = 3'600'000 * millisecond;
+    const auto tableEntry = [](uint32_t pid, uint64_t startTicks) {
+        TableEntry entry;
+        entry.pid = pid;
+        entry.startTicks = startTicks;
+        entry.startTime = static_cast<int64_t>(startTicks) * 10 * millisecond - slept;
+        entry.executable = "/bin/sh";
+        return entry;
+    };
+    const TableEntry shell = tableEntry(10, 1);
+    enter(tableEntry(11, 2)); // started before the sleep
+    enter(tableEntry(12, 2));
+    fork(100, 20);
+    book.followBootClock(slept);
+    fork(110, 21); // before or after
+    book.followBootClock(slept);
+    fork(120, 22);
+    book.tick(200 * millisecond);
+    news();
+    exit(210, 11, 4);
+    facts.ended.insert(11);
+    book.tick(1000 * millisecond);
+    EXPECT_EQ(news(), "-11 /bin/sh 4 at 210; ");
+    book.compare({shell, tableEntry(20, 10), tableEntry(21, 11), tableEntry(22, 360'012)}, 300 * millisecond);
+    EXPECT_EQ(news(), "-12 /bin/sh -2 at 300; ");
+    book.compare({shell, tableEntry(20, 10), tableEntry(21, 11), tableEntry(22, 360'400)}, 4100 * millisecond);
+    EXPECT_EQ(news(), "-22 /bin/sh -2 at 4100; +22 /bin/sh 0 at 4000; ") << "its id is in use again";
 }
 
 TEST_F(ProcessBookTest, OwnersAreInheritedAndChange) {
@@ -252,6 +303,7 @@ TEST_F(ProcessBookTest, AfterALossTheTableIsRight) {
     changed.pid = 25;
     changed.owner = 0;
     changed.executable = "/bin/changed";
+    changed.threads = 20;
     TableEntry missed = successor;
     missed.pid = 23;
     missed.executable = "/bin/missed";
@@ -266,6 +318,7 @@ TEST_F(ProcessBookTest, AfterALossTheTableIsRight) {
         EXPECT_NE(text.find(part), std::string::npos) << part << " in " << text;
     EXPECT_EQ(std::count(text.begin(), text.end(), ';'), 6) << text;
     book.compare({shell, successor, stays, changed, missed}, 9600 * millisecond);
+    exitThread(9600, 25, 26, 0);
     EXPECT_EQ(news(), "");
     fork(9700, 20);
     fork(9800, 20);

@@ -163,10 +163,8 @@ std::optional<bool> LinuxProcesses::isApplication(uint32_t pid, uint64_t inode) 
     if (readlink(procPath(pid, "exe").c_str(), &target, 1) >= 0)
         return true;
     ProcStat line;
-    if (!readLeaderStat(pid, line)) {
-        const bool isShortage = errno == EMFILE || errno == ENFILE || errno == ENOMEM;
-        return isShortage ? std::nullopt : std::optional(false);
-    }
+    if (!readLeaderStat(pid, line))
+        return isShortage(errno) ? std::nullopt : std::optional(false);
     if (!line.isKernelThread())
         return !line.hasEnded();
     const ServiceLock lock(mutex_);
@@ -247,7 +245,7 @@ bool LinuxProcesses::exitCode(const ProcessHandle& process, uint32_t& code, uint
     const ProcessRecord& record = *opened(process).record;
     // A program that was replaced by another in the same process has ended, though the process lives.
     if (const TracedPointer note = traced_.find(record.pid);
-        note && note->startTicks == record.startTime && note->state >= 0) {
+        note && isSameStart(note->startTicks, record.startTime) && note->state >= 0) {
         code = static_cast<uint32_t>(note->state);
         return true;
     }

@@ -5,13 +5,8 @@
 namespace Velmor {
 
 namespace {
-constexpr uint64_t leaderlessInterval = 200'000'000; // nanoseconds between two looks at processes without main thread
-constexpr uint64_t nanosecondsOfTick = 10'000'000;
-
-/// The events' clock stands still while the machine sleeps, so what started before may lie before its zero.
-bool isBefore(uint64_t a, uint64_t b) {
-    return static_cast<int64_t>(a - b) < 0;
-}
+constexpr int64_t leaderlessInterval = 200'000'000; // nanoseconds between two looks at processes without main thread
+constexpr int64_t nanosecondsOfTick = 10'000'000;
 
 std::string_view nameOf(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
@@ -19,7 +14,7 @@ std::string_view nameOf(std::string_view path) {
 } // namespace
 
 /// The entry of an id, unless it knows already what was true at that time.
-ProcessBook::Entry* ProcessBook::findSince(uint32_t pid, uint64_t time) {
+ProcessBook::Entry* ProcessBook::findSince(uint32_t pid, int64_t time) {
     const auto found = entries_.find(pid);
     return found == entries_.end() || time < found->second.knownAt ? nullptr : &found->second;
 }
@@ -29,13 +24,12 @@ void ProcessBook::enter(const TableEntry& known, const TracedPointer& note, bool
     entry = {};
     entry.parentPid = known.parentPid;
     entry.owner = known.owner;
-    entry.threads = known.threads;
-    entry.isExact = false; // a thread that ended during that look may be told of once more
     entry.isOfKernel = known.isKernelThread;
     entry.since = known.startTime;
     entry.knownAt = known.knownAt;
     entry.startTicks = known.startTicks;
     entry.executable = known.executable;
+    noteThreads(known.pid, entry, known);
     if (note)
         entry.announced = note;
     if (announced && !entry.isOfKernel)
@@ -54,7 +48,7 @@ void ProcessBook::announce(uint32_t pid, Entry& entry) {
     events_.push_back({true, entry.since, entry.announced});
 }
 
-void ProcessBook::forked(uint64_t time, uint32_t parentPid, uint32_t pid) {
+void ProcessBook::forked(int64_t time, uint32_t parentPid, uint32_t pid) {
     if (const auto found = entries_.find(pid); found != entries_.end()) {
         if (time < found->second.knownAt)
             return;
@@ -64,7 +58,9 @@ void ProcessBook::forked(uint64_t time, uint32_t parentPid, uint32_t pid) {
     entry.parentPid = parentPid;
     entry.since = time;
     entry.knownAt = time;
-    entry.startTicks = (time + bootOffset_) / nanosecondsOfTick;
+    entry.isExact = !isLossy_;
+    if (!hasSlept_) // else it may have been before or after
+        entry.startTicks = static_cast<uint64_t>((time + bootOffset_) / nanosecondsOfTick);
     if (const auto parent = entries_.find(parentPid); parent != entries_.end()) {
         entry.owner = parent->second.owner;
         entry.isOfKernel = parent->second.isOfKernel;
@@ -82,12 +78,12 @@ void ProcessBook::forked(uint64_t time, uint32_t parentPid, uint32_t pid) {
     forks_.push_back({pid, time});
 }
 
-void ProcessBook::threadStarted(uint64_t time, uint32_t pid) {
+void ProcessBook::threadStarted(int64_t time, uint32_t pid) {
     if (Entry* entry = findSince(pid, time))
         ++entry->threads;
 }
 
-void ProcessBook::executed(uint64_t time, uint32_t pid, const std::string& path) {
+void ProcessBook::executed(int64_t time, uint32_t pid, const std::string& path) {
     auto found = entries_.find(pid);
     if (found == entries_.end()) { // its fork was lost
         TableEntry known;
@@ -96,9 +92,7 @@ void ProcessBook::executed(uint64_t time, uint32_t pid, const std::string& path)
             found->second.parentPid = known.parentPid;
             found->second.owner = known.owner;
             found->second.startTicks = known.startTicks;
-            found->second.threads = known.threads;
         }
-        found->second.isExact = false;
     }
     Entry& entry = found->second;
     if (time < entry.knownAt)
@@ -110,8 +104,7 @@ void ProcessBook::executed(uint64_t time, uint32_t pid, const std::string& path)
     entry.announced.reset();
     entry.isOfKernel = false;
     entry.hasExecuted = true;
-    entry.isLeaderless =
-        false; // the other threads have ended, but that may be told of only later: they count until then
+    entry.isLeaderless = false; // the other threads have ended, but count until they are told to have
     entry.lastCode = unknownCode;
     entry.since = time;
     entry.executable = path;
@@ -122,42 +115,64 @@ void ProcessBook::executed(uint64_t time, uint32_t pid, const std::string& path)
         forks_.push_back({pid, time});
 }
 
-void ProcessBook::ownerChanged(uint64_t time, uint32_t pid, uid_t owner) {
+void ProcessBook::ownerChanged(int64_t time, uint32_t pid, uid_t owner) {
     if (Entry* entry = findSince(pid, time))
         entry->owner = owner;
 }
 
-bool ProcessBook::exited(uint64_t time, uint32_t pid, uint32_t thread, int64_t code) {
+bool ProcessBook::exited(int64_t time, uint32_t pid, uint32_t thread, int64_t code) {
     const auto found = entries_.find(pid);
     if (found == entries_.end())
         return true;
-    if (time < found->second.knownAt)
-        return false;
     Entry& entry = found->second;
-    if (entry.threads > 0)
-        --entry.threads;
-    if (code != 0 || entry.lastCode == unknownCode) // a thread that has ended before may be told of last, with 0
+    if (time < entry.knownAt)
+        return false;
+    --entry.threads;
+    // At the end of a process all its threads bear its code, but one that ended before, with 0, may be told of last.
+    if (code != 0 || entry.lastCode == unknownCode)
         entry.lastCode = code;
     entry.lastExit = time;
     const bool isMain = thread == pid;
     const bool mayBeLast = entry.threads == 0 || (isMain && !entry.isExact);
-    if (mayBeLast && (entry.isExact || facts_.hasEnded(pid))) {
+    if (mayBeLast && (entry.isExact || facts_.hasEnded(pid, entry.startTicks))) {
         end(found, time, entry.lastCode);
         return true;
     }
-    if (isMain || mayBeLast) {
-        entry.isLeaderless = true;
-        leaderless_.push_back(pid);
-    }
+    entry.threads = std::max(entry.threads, 1U); // one lives
+    if (isMain)
+        noteLeaderless(pid, entry);
     return false;
 }
 
-void ProcessBook::doubtCounts() {
-    for (auto& [pid, entry] : entries_)
-        entry.isExact = false;
+void ProcessBook::doubt(bool isLossy) {
+    isLossy_ = isLossy;
+    if (isLossy)
+        for (auto& [pid, entry] : entries_)
+            entry.isExact = false;
 }
 
-void ProcessBook::end(Entries::iterator place, uint64_t time, int64_t code) {
+void ProcessBook::followBootClock(int64_t offset) {
+    hasSlept_ = offset - bootOffset_ > nanosecondsOfTick;
+    bootOffset_ = offset;
+}
+
+void ProcessBook::noteLeaderless(uint32_t pid, Entry& entry) {
+    if (!entry.isLeaderless)
+        leaderless_.push_back(pid);
+    entry.isLeaderless = true;
+}
+
+/// The threads that a look found: some may have come or gone during it, which is told as well.
+void ProcessBook::noteThreads(uint32_t pid, Entry& entry, const TableEntry& known) {
+    entry.threads = std::max(known.threads, 1U);
+    entry.isExact = false;
+    if (!known.isLeaderless)
+        return;
+    noteLeaderless(pid, entry);
+    entry.lastExit = std::max(entry.lastExit, known.knownAt);
+}
+
+void ProcessBook::end(Entries::iterator place, int64_t time, int64_t code) {
     Entry& entry = place->second;
     const uint32_t pid = place->first;
     if (entry.isOfKernel) {
@@ -168,11 +183,11 @@ void ProcessBook::end(Entries::iterator place, uint64_t time, int64_t code) {
         fillFromEpitaph(pid, entry, code);
     if (!entry.announced)
         announce(pid, entry);
-    finish(entry.announced, isBefore(time, entry.since) ? entry.since : time, code);
+    finish(entry.announced, std::max(time, entry.since), code);
     entries_.erase(place);
 }
 
-void ProcessBook::finish(const TracedPointer& process, uint64_t time, int64_t code) {
+void ProcessBook::finish(const TracedPointer& process, int64_t time, int64_t code) {
     process->state.store(code);
     events_.push_back({false, time, process});
 }
@@ -191,13 +206,13 @@ void ProcessBook::fillFromEpitaph(uint32_t pid, Entry& entry, int64_t& code) {
         code = exitCode;
 }
 
-void ProcessBook::tick(uint64_t now) {
+void ProcessBook::tick(int64_t now) {
     announcePending(now);
     if (now - lastLeaderlessCheck_ >= leaderlessInterval)
         checkLeaderless(now);
 }
 
-void ProcessBook::announcePending(uint64_t now) {
+void ProcessBook::announcePending(int64_t now) {
     while (!forks_.empty() && forks_.front().since + forkPatience <= now) {
         const auto [pid, since] = forks_.front();
         forks_.pop_front();
@@ -209,20 +224,20 @@ void ProcessBook::announcePending(uint64_t now) {
 }
 
 /// Ends those whose last thread ended without being recognised as the last.
-void ProcessBook::checkLeaderless(uint64_t now) {
+void ProcessBook::checkLeaderless(int64_t now) {
     lastLeaderlessCheck_ = now;
     std::erase_if(leaderless_, [&](uint32_t pid) {
         const auto found = entries_.find(pid);
         if (found == entries_.end() || !found->second.isLeaderless)
             return true;
-        if (!facts_.hasEnded(pid))
+        if (!facts_.hasEnded(pid, found->second.startTicks))
             return false;
         end(found, found->second.lastExit, found->second.lastCode);
         return true;
     });
 }
 
-void ProcessBook::compare(const std::vector<TableEntry>& table, uint64_t readAt) {
+void ProcessBook::compare(const std::vector<TableEntry>& table, int64_t readAt) {
     std::unordered_map<uint32_t, const TableEntry*> present;
     for (const TableEntry& known : table)
         present[known.pid] = &known;
@@ -230,30 +245,27 @@ void ProcessBook::compare(const std::vector<TableEntry>& table, uint64_t readAt)
         const auto current = place++;
         const auto found = present.find(current->first);
         const uint64_t ticks = current->second.startTicks;
-        const bool isSame =
-            found != present.end() && (ticks == 0 || (found->second->startTicks <= ticks + tickTolerance &&
-                                                      ticks <= found->second->startTicks + tickTolerance));
+        const bool isSame = found != present.end() && (ticks == 0 || isSameStart(found->second->startTicks, ticks));
         if (isSame)
             mend(current->first, current->second, *found->second, readAt);
-        else if (isBefore(current->second.since, readAt) && current->second.knownAt < readAt)
+        else if (current->second.since < readAt && current->second.knownAt < readAt)
             end(current, readAt, unknownCode);
     }
     for (const TableEntry& known : table)
-        if (!entries_.contains(known.pid) && !facts_.hasEnded(known.pid))
+        if (!entries_.contains(known.pid) && !facts_.hasEnded(known.pid, known.startTicks))
             enter(known, nullptr, true);
 }
 
 /// What may have changed unseen of a process that has been there all the time.
-void ProcessBook::mend(uint32_t pid, Entry& entry, const TableEntry& known, uint64_t readAt) {
+void ProcessBook::mend(uint32_t pid, Entry& entry, const TableEntry& known, int64_t readAt) {
     if (known.knownAt < entry.knownAt)
         return;
     entry.owner = known.owner;
-    entry.threads = known.threads;
-    entry.isExact = false; // events since that look have been counted before it
     // Two views of one file may differ in the directories in front of it.
     const bool hasExecuted = !known.executable.empty() && nameOf(known.executable) != nameOf(entry.executable);
-    if (hasExecuted && !known.isKernelThread && isBefore(entry.since, readAt))
+    if (hasExecuted && !known.isKernelThread && entry.since < readAt)
         executed(readAt, pid, known.executable);
+    noteThreads(pid, entry, known);
 }
 
 void ProcessBook::takeEvents(std::vector<BookEvent>& events) {

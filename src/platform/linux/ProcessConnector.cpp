@@ -149,7 +149,7 @@ void ProcessConnector::take(const char* message, size_t size, std::vector<Proces
     countGap(event.cpu, head.seq); // the answers to whoever asks to listen are numbered as well
     using Kind = ProcessNotice::Kind;
     ProcessNotice notice;
-    notice.time = event.timestamp_ns;
+    notice.time = static_cast<int64_t>(event.timestamp_ns);
     const auto& data = event.event_data;
     switch (static_cast<uint32_t>(event.what)) {
     case forkEvent:

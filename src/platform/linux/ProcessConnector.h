@@ -16,7 +16,7 @@ struct ProcessNotice {
     uint32_t pid = 0;    // of the process
     uint32_t other = 0;  // forked: the parent; exited: the thread; ownerChanged: the effective user
     uint32_t status = 0; // exited: as a parent would get it
-    uint64_t time = 0;
+    int64_t time = 0;
 };
 
 /// The kernel's process connector. Its messages come in the order in which things happened to each process. Needs

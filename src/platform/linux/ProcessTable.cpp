@@ -18,11 +18,6 @@ bool fail(int error) {
     return false;
 }
 
-/// The system had no room for the look, which says nothing about the process.
-bool isShortage(int error) {
-    return error == EMFILE || error == ENFILE || error == ENOMEM;
-}
-
 constexpr int64_t clockTolerance = 2; // seconds; both sides are rounded
 
 /// Wall-clock seconds of a moment in clock ticks since the system's start.
@@ -68,6 +63,10 @@ bool readConstants(ProcessRecord& record, std::string& executable) {
     return record.isAlive() || fail(ESRCH);
 }
 } // namespace
+
+bool isShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
 
 ProcessRecord::~ProcessRecord() {
     if (const auto table = table_.lock())

@@ -17,6 +17,9 @@ namespace Velmor {
 
 class ProcessTable;
 
+/// Whether `error` of a failed look means that the system had no room for it, which says nothing about the process.
+bool isShortage(int error);
+
 /// What the handles of one process share. Nothing in it changes but the path, which a program's exec may.
 struct ProcessRecord {
     ProcessRecord(uint32_t processId, FileDescriptor pidfd, std::weak_ptr<ProcessTable> home)

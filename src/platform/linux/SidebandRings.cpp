@@ -153,7 +153,7 @@ void SidebandRings::take(const char* record, size_t size) {
     const auto head = numberAt<perf_event_header>(record, 0);
     if (size < headSize + 2 * sizeof(uint64_t))
         return;
-    const auto time = numberAt<uint64_t>(record, size - sizeof(uint64_t));
+    const auto time = numberAt<int64_t>(record, size - sizeof(int64_t));
     const auto pid = numberAt<uint32_t>(record, headSize);
     using Kind = ProcessNotice::Kind;
     switch (head.type) {
@@ -179,7 +179,7 @@ void SidebandRings::take(const char* record, size_t size) {
             return;
         const auto parent = numberAt<uint32_t>(record, headSize + 4);
         const auto thread = numberAt<uint32_t>(record, headSize + 8);
-        const auto at = numberAt<uint64_t>(record, headSize + 16);
+        const auto at = numberAt<int64_t>(record, headSize + 16);
         if (head.type == PERF_RECORD_EXIT)
             notices_.push_back({Kind::exited, pid, thread, 0, at});
         else
@@ -213,7 +213,7 @@ void SidebandRings::sortIn() {
     fresh_.clear();
 }
 
-std::string SidebandRings::takeExecuted(uint32_t pid, uint64_t time) {
+std::string SidebandRings::takeExecuted(uint32_t pid, int64_t time) {
     std::string path;
     const auto found = executions_.find(pid);
     if (found == executions_.end())
@@ -227,7 +227,7 @@ std::string SidebandRings::takeExecuted(uint32_t pid, uint64_t time) {
     return path;
 }
 
-void SidebandRings::takeNotices(uint64_t until, std::vector<ProcessNotice>& notices) {
+void SidebandRings::takeNotices(int64_t until, std::vector<ProcessNotice>& notices) {
     std::stable_sort(notices_.begin(), notices_.end(),
                      [](const ProcessNotice& a, const ProcessNotice& b) { return a.time < b.time; });
     const auto end = std::partition_point(notices_.begin(), notices_.end(),

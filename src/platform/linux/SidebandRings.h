@@ -30,21 +30,21 @@ public:
     void fetch();
 
     /// What a process executed last at that time, or an empty text. What is older is forgotten.
-    std::string takeExecuted(uint32_t pid, uint64_t time);
+    std::string takeExecuted(uint32_t pid, int64_t time);
 
     /// The notices of before `until`, in the order of their times; only with tasks.
-    void takeNotices(uint64_t until, std::vector<ProcessNotice>& notices);
+    void takeNotices(int64_t until, std::vector<ProcessNotice>& notices);
 
     uint64_t lost() const { return lost_; }
 
 private:
     struct Ring;
     struct Execution {
-        uint64_t time;
+        int64_t time;
         std::string path; // empty until it is mapped
     };
     struct Mapping {
-        uint64_t time;
+        int64_t time;
         uint32_t pid;
         std::string path; // empty for the beginning of an execution
     };

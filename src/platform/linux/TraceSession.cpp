@@ -29,26 +29,34 @@ constexpr int idlePause = 1000;     // milliseconds between two looks when nothi
 constexpr int waitingPause = 20;    // milliseconds, while a fork may become a start by waiting
 constexpr int readerPriority = -10; // before ordinary programs: what isn't fetched in time is lost
 constexpr size_t noticesAtOnce = 100000;
-constexpr size_t queueLimit = 1000000;         // events that wait; then the kernel's buffers may fill
-constexpr size_t filesLimit = 10000;           // executables that are kept for the exit records
-constexpr uint64_t comparePause = 100'000'000; // nanoseconds from a loss to the comparison that mends it
-constexpr size_t nameSize = 16;                // of a thread
-constexpr uint64_t second = 1'000'000'000;
-constexpr uint64_t nanosecondsOfUnit = 100;
-constexpr uint64_t unitsBefore1970 = 116444736000000000;
+constexpr size_t queueLimit = 1000000;        // events that wait; then the kernel's buffers may fill
+constexpr size_t filesLimit = 10000;          // executables that are kept for the exit records
+constexpr int64_t comparePause = 100'000'000; // nanoseconds from a loss to the comparison that mends it
+constexpr size_t nameSize = 16;               // of a thread
+constexpr int64_t longestReading = 1'000'000; // nanoseconds, of two clocks
+constexpr int64_t second = 1'000'000'000;
+constexpr int64_t nanosecondsOfUnit = 100;
+constexpr int64_t unitsBefore1970 = 116444736000000000;
 
-uint64_t timeOf(clockid_t clock) {
+int64_t timeOf(clockid_t clock) {
     timespec time{};
     clock_gettime(clock, &time);
-    return static_cast<uint64_t>(time.tv_sec) * second + static_cast<uint64_t>(time.tv_nsec);
+    return time.tv_sec * second + time.tv_nsec;
 }
 
-uint64_t monotonicTime() {
+int64_t monotonicTime() {
     return timeOf(CLOCK_MONOTONIC);
 }
 
-uint64_t bootOffset() {
-    return timeOf(CLOCK_BOOTTIME) - monotonicTime();
+/// How far a clock is ahead of the events' clock. Read anew if this thread was held up between the two.
+int64_t aheadOfEvents(clockid_t clock) {
+    while (true) {
+        const int64_t before = monotonicTime();
+        const int64_t there = timeOf(clock);
+        const int64_t after = monotonicTime();
+        if (after - before < longestReading)
+            return there - after;
+    }
 }
 
 /// The kernel numbers what it tells by processor, and a gap shows only when the next message comes from that one. So
@@ -79,7 +87,8 @@ void ring(const FileDescriptor& bell) {
 } // namespace
 
 TraceSession::TraceSession(LinuxProcesses& processes, LinuxKernelTrace::Sources sources)
-    : processes_(processes), sources_(sources), book_(std::make_unique<ProcessBook>(*this, bootOffset())),
+    : processes_(processes), sources_(sources),
+      book_(std::make_unique<ProcessBook>(*this, aheadOfEvents(CLOCK_BOOTTIME))),
       news_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 TraceSession::~TraceSession() {
@@ -121,7 +130,7 @@ bool TraceSession::openSources(std::string& shortcomings) {
     return connector_ || rings_;
 }
 
-/// False if the system has no room for the look: what is left out would count as ended.
+/// False if the system has no room for the look: a process that is left out would count as ended.
 bool TraceSession::readTable(std::vector<TableEntry>& table) {
     struct Closer {
         void operator()(DIR* open) const { closedir(open); }
@@ -134,27 +143,28 @@ bool TraceSession::readTable(std::vector<TableEntry>& table) {
         TableEntry known;
         if (pid == 0)
             continue;
-        errno = 0;
         if (describe(pid, known))
             table.push_back(std::move(known));
-        else if (errno == EMFILE || errno == ENFILE || errno == ENOMEM)
+        else if (isShortage(errno))
             return false;
     }
     return true;
 }
 
 /// Notes what runs already. Whoever asks for a session has entered what ran before; what has started since this program
-/// did, and isn't held by anybody, may have escaped that, and is announced.
+/// did, and isn't held by anybody, may have escaped that, and is announced. If the table can't be read now, later.
 void TraceSession::enterTable() {
     std::vector<TableEntry> table;
-    if (!readTable(table)) {
+    TableEntry self;
+    if (!readTable(table) || !describe(static_cast<uint32_t>(getpid()), self)) {
         compareDue_ = monotonicTime() + comparePause;
         return;
     }
-    TableEntry self;
-    describe(static_cast<uint32_t>(getpid()), self);
+    isTableEntered_ = true;
     endMissing(table);
     for (const TableEntry& known : table) {
+        if (book_->knows(known.pid)) // told of while the table couldn't be read
+            continue;
         TracedPointer note = known.isKernelThread ? nullptr : processes_.traced().find(known.pid);
         const bool isHeld = processes_.holds(known.pid);
         if (note)
@@ -181,11 +191,13 @@ void TraceSession::endMissing(const std::vector<TableEntry>& table) {
     std::unordered_map<uint32_t, uint64_t> present;
     for (const TableEntry& known : table)
         present[known.pid] = known.startTicks;
-    const uint64_t now = timeOf(CLOCK_REALTIME) / nanosecondsOfUnit + unitsBefore1970;
+    const auto now = static_cast<uint64_t>(timeOf(CLOCK_REALTIME) / nanosecondsOfUnit + unitsBefore1970);
     std::vector<TracedPointer> gone;
     processes_.traced().forEach([&](const TracedPointer& note) {
         const auto found = present.find(note->pid);
-        if (found == present.end() || found->second > note->startTicks + ProcessBook::tickTolerance)
+        const bool isOther =
+            found != present.end() && note->startTicks != 0 && found->second > note->startTicks + tickTolerance;
+        if (found == present.end() || isOther)
             gone.push_back(note);
     });
     for (const auto& [pid, path] : processes_.endedHeld())
@@ -223,24 +235,29 @@ bool TraceSession::describe(uint32_t pid, TableEntry& entry) {
     entry.knownAt = monotonicTime();
     ProcStat line;
     struct stat directory {};
+    errno = 0;
     if (!readLeaderStat(pid, line) || line.hasEnded() || stat(procPath(pid, "").c_str(), &directory) != 0)
         return false;
     entry.pid = pid;
     entry.parentPid = line.parentPid;
     entry.owner = directory.st_uid;
     entry.threads = line.threads;
+    entry.isLeaderless = line.state == 'Z' || line.state == 'X';
     entry.startTicks = line.startTime;
-    entry.startTime = line.startTime * (second / static_cast<uint64_t>(sysconf(_SC_CLK_TCK))) - bootOffset();
+    entry.startTime =
+        static_cast<int64_t>(line.startTime) * (second / sysconf(_SC_CLK_TCK)) - aheadOfEvents(CLOCK_BOOTTIME);
     entry.isKernelThread = line.isKernelThread();
     if (!entry.isKernelThread)
         readExecutable(pid, entry.executable);
     return true;
 }
 
-bool TraceSession::hasEnded(uint32_t pid) {
+bool TraceSession::hasEnded(uint32_t pid, uint64_t startTicks) {
     ProcStat line;
     errno = 0;
-    return readLeaderStat(pid, line) ? line.hasEnded() : errno == ENOENT || errno == ESRCH;
+    if (!readLeaderStat(pid, line))
+        return errno == ENOENT || errno == ESRCH;
+    return line.hasEnded() || (startTicks != 0 && !isSameStart(line.startTime, startTicks));
 }
 
 bool TraceSession::epitaph(uint32_t pid, std::string& executable, uid_t& owner, uint32_t& exitCode) {
@@ -302,7 +319,7 @@ void TraceSession::round(bool isLast) {
     }
     fetch();
     noteLosses();
-    const uint64_t now = monotonicTime();
+    const int64_t now = monotonicTime();
     if (compareDue_ != 0 && (now >= compareDue_ || isLast))
         mend(now);
     book_->tick(now);
@@ -314,38 +331,42 @@ uint64_t TraceSession::lossesOfSources() const {
     return (connector_ ? connector_->lost() : 0) + (rings_ ? rings_->lost() : 0);
 }
 
+/// A number that rises whenever a source tells of a loss.
+uint64_t TraceSession::signsOfLoss() const {
+    return lossesOfSources() + (connector_ ? connector_->overruns() : 0);
+}
+
 /// A gap that shows only while the books are being mended has them mended once more: it may be a new one.
 void TraceSession::noteLosses() {
-    const uint64_t seen = lossesOfSources() + (connector_ ? connector_->overruns() : 0);
+    const uint64_t seen = signsOfLoss();
     if (seen != lossesSeen_ && compareDue_ == 0)
         compareDue_ = monotonicTime() + comparePause;
     lossesSeen_ = seen;
 }
 
 /// Sets the books right by the process table, and counts what was lost.
-void TraceSession::mend(uint64_t now) {
+void TraceSession::mend(int64_t now) {
     compareDue_ = 0;
     speakOnEachProcessor();
     std::vector<TableEntry> table;
-    const bool isWhole = readTable(table);
+    const bool isComplete = isTableEntered_ && readTable(table);
     fetch();
-    if (isWhole)
+    lost_ = lossesOfSources();
+    if (!isTableEntered_)
+        enterTable();
+    else if (isComplete)
         book_->compare(table, now);
     else
         compareDue_ = now + comparePause;
-    lost_ = lossesOfSources();
 }
 
 /// The connector first: what a process executes stands in its ring before the connector tells of it.
 void TraceSession::fetch() {
-    const uint64_t until = monotonicTime();
-    book_->setBootOffset(bootOffset());
+    const int64_t until = monotonicTime();
+    const uint64_t signsBefore = signsOfLoss();
     notices_.clear();
-    const uint64_t overruns = connector_ ? connector_->overruns() : 0;
     if (connector_)
         connector_->fetch(notices_, noticesAtOnce);
-    if (connector_ && connector_->overruns() != overruns)
-        book_->doubtCounts();
     if (rings_)
         rings_->fetch();
     if (!connector_)
@@ -355,6 +376,8 @@ void TraceSession::fetch() {
         epitaphs_.clear();
         exitRecords_->fetch();
     }
+    book_->followBootClock(aheadOfEvents(CLOCK_BOOTTIME));
+    book_->doubt(signsOfLoss() != signsBefore);
     for (const ProcessNotice& notice : notices_)
         apply(notice);
 }
@@ -397,12 +420,13 @@ void TraceSession::checkOwner(const ProcessNotice& executed) {
 void TraceSession::publish() {
     bookEvents_.clear();
     book_->takeEvents(bookEvents_);
-    const uint64_t offset = timeOf(CLOCK_REALTIME) - monotonicTime();
+    const int64_t offset = aheadOfEvents(CLOCK_REALTIME);
     {
         const std::lock_guard lock(mutex_);
         for (BookEvent& event : bookEvents_)
-            queue_.push_back(
-                {event.isStart, (event.time + offset) / nanosecondsOfUnit + unitsBefore1970, std::move(event.process)});
+            queue_.push_back({event.isStart,
+                              static_cast<uint64_t>((event.time + offset) / nanosecondsOfUnit + unitsBefore1970),
+                              std::move(event.process)});
         if (queue_.empty())
             return;
     }

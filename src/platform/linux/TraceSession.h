@@ -49,7 +49,7 @@ private:
     // What the book asks.
     bool executable(uint32_t pid, std::string& path) override;
     bool describe(uint32_t pid, TableEntry& entry) override;
-    bool hasEnded(uint32_t pid) override;
+    bool hasEnded(uint32_t pid, uint64_t startTicks) override;
     bool epitaph(uint32_t pid, std::string& executable, uid_t& owner, uint32_t& exitCode) override;
 
     bool openSources(std::string& shortcomings);
@@ -63,8 +63,9 @@ private:
     void fetch();
     void apply(const ProcessNotice& notice);
     void noteLosses();
-    void mend(uint64_t now);
+    void mend(int64_t now);
     uint64_t lossesOfSources() const;
+    uint64_t signsOfLoss() const;
     void publish();
     void noteFile(uint32_t pid, const std::string& path);
 
@@ -87,7 +88,8 @@ private:
     std::unique_ptr<ProcessBook> book_;
     std::vector<ProcessNotice> notices_;
     std::vector<BookEvent> bookEvents_;
-    uint64_t compareDue_ = 0; // when the process table is to be looked at; 0: not at all
+    bool isTableEntered_ = false;
+    int64_t compareDue_ = 0; // when the process table is to be looked at; 0: not at all
     uint64_t lossesSeen_ = 0;
 
     std::mutex mutex_; // guards the next

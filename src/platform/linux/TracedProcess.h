@@ -14,6 +14,13 @@
 
 namespace Velmor {
 
+constexpr uint64_t tickTolerance = 3; // clock ticks between two readings of one start
+
+/// Whether two readings in clock ticks since the system's start may be of one start.
+constexpr bool isSameStart(uint64_t one, uint64_t other) {
+    return one <= other + tickTolerance && other <= one + tickTolerance;
+}
+
 /// What the reader of process events has noted of one program run by one process. It outlives the process for as long
 /// as somebody holds it.
 struct TracedProcess {
