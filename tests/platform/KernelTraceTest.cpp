@@ -4,6 +4,7 @@
 
 #include "platform/Errors.h"
 #include "platform/linux/LinuxProcesses.h"
+#include "platform/linux/TracePayload.h"
 #include "support/Child.h"
 #include "support/Eventually.h"
 #include "support/TempDirectory.h"
@@ -160,6 +161,12 @@ TEST_F(KernelTraceTest, EachSourceThatIsOffCostsWhatItTells) {
     LinuxKernelTrace none(processes, {false, false, true, true});
     EXPECT_EQ(none.start(sessionName, {}), NativeError::accessDenied);
     EXPECT_FALSE(none.shortcomings().empty());
+}
+
+TEST(TracePayloadTest, WithoutAKnownOwnerThereIsNoSid) {
+    std::vector<uint8_t> bytes;
+    TracePayload::write(bytes, 1, 2, TracedProcess::unknownOwner, "x");
+    EXPECT_EQ(bytes, (std::vector<uint8_t>{1, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 'x', 0}));
 }
 
 TEST_F(KernelTraceTest, OneSessionOfANameRunsAndEndsWhenItIsStopped) {

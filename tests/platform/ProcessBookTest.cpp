@@ -240,6 +240,11 @@ TEST_F(ProcessBookTest, OwnersAreInheritedAndChange) {
     book.ownerChanged(101 * millisecond, 20, 0);
     execute(102, 20, "/bin/sudo");
     EXPECT_EQ(news(), "+20 /bin/sudo 0 at 102; ");
+    fork(200, 30, 99); // of a parent that nobody knows, and gone
+    execute(201, 30, "/bin/orphan");
+    execute(300, 40, "/bin/foundling");
+    const std::string unknown = std::to_string(TracedProcess::unknownOwner);
+    EXPECT_EQ(news(), "+30 /bin/orphan " + unknown + " at 201; +40 /bin/foundling " + unknown + " at 300; ");
 }
 
 TEST_F(ProcessBookTest, ThreadsOfTheKernelAreNoNewsUntilTheyExecute) {

@@ -89,7 +89,7 @@ uint32_t LinuxKernelTrace::process(const TraceHandle& trace, EventCallback onEve
     while (onBuffer()) {
         checkpoint();
         const bool hasEnded = session.hasEnded(); // asked first: its last events may come in between
-        if (!takeNext(session, payload, onEvent) && !session.await(waitStep) && hasEnded)
+        if (!takeNext(session, payload, onEvent) && !session.await(hasEnded ? 0 : waitStep) && hasEnded)
             return NativeError::success;
     }
     return NativeError::cancelled;

@@ -314,6 +314,10 @@ TokenHandle LinuxProcesses::openToken(const ProcessHandle& process, uint32_t& er
     auto token = std::make_unique<LinuxToken>();
     const LinuxProcess& looked = opened(process);
     token->owner = looked.traced ? looked.traced->owner : looked.record->owner;
+    if (token->owner == TracedProcess::unknownOwner) {
+        error = NativeError::invalidParameter;
+        return nullptr;
+    }
     error = NativeError::success;
     return token;
 }

@@ -198,10 +198,10 @@ void ProcessBook::fillFromEpitaph(uint32_t pid, Entry& entry, int64_t& code) {
     uint32_t exitCode = 0;
     if (!facts_.epitaph(pid, executable, owner, exitCode))
         return;
-    if (entry.lacksName && !entry.announced) {
+    if (entry.lacksName && !entry.announced)
         entry.executable = executable;
+    if ((entry.lacksName || entry.owner == TracedProcess::unknownOwner) && !entry.announced)
         entry.owner = owner;
-    }
     if (code == unknownCode)
         code = exitCode;
 }

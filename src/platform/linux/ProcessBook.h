@@ -91,7 +91,7 @@ public:
 private:
     struct Entry {
         uint32_t parentPid = 0;
-        uid_t owner = 0;
+        uid_t owner = TracedProcess::unknownOwner;
         uint32_t threads = 1;
         bool isExact = false;           // `threads` is certain: an end needs no look
         bool isLeaderless = false;      // its main thread has ended, or it may have

@@ -83,6 +83,10 @@ std::unique_ptr<ProcessConnector> ProcessConnector::start() {
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
     address.nl_groups = CN_IDX_PROC;
+    // Some kernels take a full buffer for a listener that has gone, and tell nothing more, unless they are to fail
+    // then.
+    constexpr int yes = 1;
+    setsockopt(socket.get(), SOL_NETLINK, NETLINK_BROADCAST_ERROR, &yes, sizeof(yes));
     if (!socket || setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUFFORCE, &bufferSize, sizeof(bufferSize)) != 0 ||
         bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
         !ask(socket.get(), PROC_CN_MCAST_LISTEN))

@@ -22,6 +22,7 @@ constexpr size_t leastRing = 1024 * 1024;
 constexpr size_t smallRing = 512 * 1024; // what a user without further rights may lock for each processor
 constexpr std::string_view deletedMark = " (deleted)";
 constexpr uint32_t executable = 4; // PROT_EXEC
+constexpr uint32_t lossMark = 0;   // in place of a process: something was lost before
 
 /// Places in the records, behind their heads of eight bytes.
 constexpr size_t headSize = sizeof(perf_event_header);
@@ -159,6 +160,7 @@ void SidebandRings::take(const char* record, size_t size) {
     switch (head.type) {
     case PERF_RECORD_LOST:
         lost_ += numberAt<uint64_t>(record, headSize + sizeof(uint64_t));
+        fresh_.push_back({time, lossMark, {}});
         return;
     case PERF_RECORD_COMM:
         if (head.misc & PERF_RECORD_MISC_COMM_EXEC)
@@ -195,6 +197,10 @@ void SidebandRings::take(const char* record, size_t size) {
 void SidebandRings::sortIn() {
     std::stable_sort(fresh_.begin(), fresh_.end(), [](const Mapping& a, const Mapping& b) { return a.time < b.time; });
     for (Mapping& mapping : fresh_) {
+        if (mapping.pid == lossMark) {
+            forgetHalfTold();
+            continue;
+        }
         if (mapping.path.empty()) {
             executions_[mapping.pid].push_back({mapping.time, {}});
             continue;
@@ -211,6 +217,13 @@ void SidebandRings::sortIn() {
             notices_.push_back({ProcessNotice::Kind::executed, mapping.pid, 0, 0, mapping.time});
     }
     fresh_.clear();
+}
+
+/// The mapping that comes next needn't be the first: the dynamic linker's would become the name.
+void SidebandRings::forgetHalfTold() {
+    for (auto& [pid, executions] : executions_)
+        if (!executions.empty() && executions.back().path.empty())
+            executions.pop_back();
 }
 
 std::string SidebandRings::takeExecuted(uint32_t pid, int64_t time) {

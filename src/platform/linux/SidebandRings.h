@@ -54,6 +54,7 @@ private:
     void drain(Ring& ring);
     void take(const char* record, size_t size);
     void sortIn();
+    void forgetHalfTold();
 
     std::vector<std::unique_ptr<Ring>> rings_;
     Records records_ = Records::names;

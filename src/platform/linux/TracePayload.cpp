@@ -1,5 +1,8 @@
 #include "platform/linux/TracePayload.h"
 
+#include "platform/linux/TracedProcess.h"
+
+#include <cstddef>
 #include <cstring>
 
 namespace Velmor {
@@ -11,7 +14,7 @@ constexpr uint32_t userAuthority = 22; // "S-1-22-1-<uid>"
 struct Head {
     uint32_t pid;
     uint32_t parentPid;
-    uint32_t sidPointer; // not 0: a SID follows
+    uint32_t sidPointer; // not 0: a SID follows; else nothing of it
     uint32_t sidAttributes;
     uint8_t revision;
     uint8_t subAuthorities;
@@ -24,10 +27,12 @@ struct Head {
 
 void TracePayload::write(std::vector<uint8_t>& bytes, uint32_t pid, uint32_t parentPid, uid_t owner,
                          std::string_view executable) {
-    const Head head{pid, parentPid, 1, 0, 1, 2, {0, 0, 0, 0, 0, userAuthority}, 1, owner};
-    bytes.resize(sizeof(head) + executable.size() + 1);
-    std::memcpy(bytes.data(), &head, sizeof(head));
-    executable.copy(reinterpret_cast<char*>(bytes.data()) + sizeof(head), executable.size());
+    const bool isOwned = owner != TracedProcess::unknownOwner;
+    const Head head{pid, parentPid, isOwned ? 1U : 0U, 0, 1, 2, {0, 0, 0, 0, 0, userAuthority}, 1, owner};
+    const size_t headSize = isOwned ? sizeof(head) : offsetof(Head, sidAttributes);
+    bytes.resize(headSize + executable.size() + 1);
+    std::memcpy(bytes.data(), &head, headSize);
+    executable.copy(reinterpret_cast<char*>(bytes.data()) + headSize, executable.size());
     bytes.back() = 0;
 }
 

@@ -10,8 +10,9 @@
 
 namespace Velmor {
 
-/// The payload of a start or an end: process id, parent's id, the owner's SID behind its two words, and the path of the
-/// executable with a terminating zero. Numbers are little-endian, pointers four bytes wide.
+/// The payload of a start or an end: process id, parent's id, the owner's SID behind its two words, or one word of 0 if
+/// the owner isn't known, and the path of the executable with a terminating zero. Numbers are little-endian, pointers
+/// four bytes wide.
 namespace TracePayload {
 
 constexpr uint16_t version = 2;

@@ -27,11 +27,12 @@ struct TracedProcess {
     static constexpr int64_t runs = -1;
     static constexpr int64_t endedUnknown = -2; // it has ended, and nobody told its code
     static constexpr int64_t unwatched = -3;    // the events are not followed any more
+    static constexpr auto unknownOwner = static_cast<uid_t>(-1);
 
     uint32_t pid = 0;
     uint32_t parentPid = 0;
     std::string executable;           // empty if it was gone before it could be learnt
-    uid_t owner = 0;                  // effective
+    uid_t owner = unknownOwner;       // effective
     uint64_t startTicks = 0;          // of the process, clock ticks since the system's start; 0 unknown
     std::atomic<int64_t> state{runs}; // or the exit code
     FileDescriptor descriptor;        // of one that isn't watched any more
