@@ -2,6 +2,7 @@
 
 #include "collector/CollectorFixture.h"
 
+#include "platform/linux/FileDescriptor.h"
 #include "platform/linux/SystemCalls.h"
 #include "support/NoSync.h"
 
@@ -162,6 +163,28 @@ TEST_F(DeliveryTest, AnEndingThatWasCutShortIsMadeUpForWhereverItStood) {
         EXPECT_EQ(readFile(stem + ".data"), what) << "not written over by the next file";
         EXPECT_FALSE(std::filesystem::exists(stem + ".make")) << what;
     }
+}
+
+TEST_F(DeliveryTest, WhatTheDiskHasNotTakenIsWrittenAnewBeforeItIsHandedOver) {
+    ASSERT_TRUE(file().write("record"));
+    const std::string unfinished = file().getName() + ".tmp";
+    const SystemCalls saved = systemCalls();
+    systemCalls().fdatasync = [](int) {
+        errno = EIO;
+        return -1;
+    };
+    EXPECT_THROW(file().end(), FileException);
+    systemCalls() = saved;
+    EXPECT_EQ(delivered(), 0U);
+    const FileDescriptor doubtful(::open(unfinished.c_str(), O_RDONLY)); // keeps its inode from being used again
+    struct stat state {};
+    ASSERT_EQ(fstat(doubtful.get(), &state), 0);
+    file().end();
+    const std::string final = unfinished.substr(0, unfinished.find(".make")) + ".data";
+    EXPECT_EQ(readFile(final), "record");
+    struct stat handedOver {};
+    ASSERT_EQ(stat(final.c_str(), &handedOver), 0);
+    EXPECT_NE(handedOver.st_ino, state.st_ino) << "a second flush of the same file proves nothing";
 }
 
 TEST_F(DeliveryTest, PeriodsFollowTheLocalClock) {

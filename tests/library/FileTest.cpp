@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <fstream>
 
 namespace Velmor {
 
@@ -75,25 +76,36 @@ TEST_F(FileTest, BasicFileReadsLinesAndBlocks) {
 }
 
 TEST_F(FileTest, AFailedWriteLeavesNoHalfText) {
-    const std::string path = directory / "f";
-    BasicFile file;
-    ASSERT_TRUE(file.open(path, BasicFile::MODE_WRITE));
-    ASSERT_TRUE(file.write("whole\n"));
-    const SystemCalls saved = systemCalls();
-    static int calls;
-    calls = 0;
-    systemCalls().write = [](int descriptor, const void* data, size_t) -> ssize_t {
-        if (++calls == 1)
-            return ::write(descriptor, data, 3); // a short one, and then the disk is full
-        errno = ENOSPC;
-        return -1;
+    struct Case {
+        int32_t mode;
+        const char* others; // what another program appends in the meantime
+        const char* left;
     };
-    EXPECT_FALSE(file.write("torn record"));
-    EXPECT_EQ(file.getError(), BasicFile::ERROR_WRITE);
-    systemCalls() = saved;
-    EXPECT_EQ(readFile(path), "whole\n");
-    EXPECT_TRUE(file.write("next\n"));
-    EXPECT_EQ(readFile(path), "whole\nnext\n");
+    for (const auto& [mode, others, left] :
+         {Case{BasicFile::MODE_WRITE, "", "whole\n"}, Case{BasicFile::MODE_APPEND, "", "whole\n"},
+          Case{BasicFile::MODE_APPEND, "other\n", "whole\nother\ntor"}}) {
+        FileOps::deleteFile(directory / "f");
+        const std::string path = directory / "f";
+        BasicFile file;
+        ASSERT_TRUE(file.open(path, mode));
+        ASSERT_TRUE(file.write("whole\n"));
+        std::ofstream(path, std::ios::app) << others;
+        const SystemCalls saved = systemCalls();
+        static int calls;
+        calls = 0;
+        systemCalls().write = [](int descriptor, const void* data, size_t) -> ssize_t {
+            if (++calls == 1)
+                return ::write(descriptor, data, 3); // a short one, and then the disk is full
+            errno = ENOSPC;
+            return -1;
+        };
+        EXPECT_FALSE(file.write("torn record"));
+        EXPECT_EQ(file.getError(), BasicFile::ERROR_WRITE);
+        systemCalls() = saved;
+        EXPECT_EQ(readFile(path), left);
+        EXPECT_TRUE(file.write("next\n"));
+        EXPECT_EQ(readFile(path), left + std::string("next\n"));
+    }
 }
 
 TEST_F(FileTest, ASafeWriteShowsOnlyWhenItIsClosed) {
@@ -159,6 +171,46 @@ TEST_F(FileTest, ARenameThatFailsTenTimesKeepsTheData) {
     EXPECT_GE(os.clock.now() - before, 20);
     EXPECT_EQ(readFile(path + ".tmp"), "data");
     EXPECT_FALSE(file.isOpen());
+}
+
+TEST_F(FileTest, WhatTheDiskHasNotTakenIsToldAtOnceAndKeepsItsTemporaryName) {
+    static int calls;
+    const auto fail = [](int descriptor) {
+        ++calls;
+        ::close(descriptor);
+        errno = EIO;
+        return -1;
+    };
+    const auto failOnce = [](int) {
+        errno = EIO;
+        return ++calls == 1 ? -1 : 0; // the kernel tells it once
+    };
+    struct Case {
+        int (*SystemCalls::*call)(int);
+        int (*fake)(int);
+        const char* finalName;
+        int32_t code;
+    };
+    for (const auto& [call, fake, finalName, code] : {Case{&SystemCalls::fdatasync, failOnce, "", FL_RENAME},
+                                                      Case{&SystemCalls::fdatasync, failOnce, "final", FL_RENAME},
+                                                      Case{&SystemCalls::close, fail, "", FL_CANNOT_CLOSE}}) {
+        const TempDirectory place;
+        FilePlain file(place / "f");
+        file.open(safeWrite);
+        file.write("data", 4);
+        file.setFinalName(*finalName ? place / finalName : std::string());
+        const SystemCalls saved = systemCalls();
+        calls = 0;
+        systemCalls().*call = fake;
+        EXPECT_EQ(codeOf([&file = file] { file.close(); }), code);
+        systemCalls() = saved;
+        EXPECT_EQ(place.names(), "f f.tmp");
+        EXPECT_EQ(readFile(place / "f.tmp"), "data");
+        file.open(safeWrite);
+        file.write("next", 4);
+        EXPECT_EQ(codeOf([&file = file] { file.close(); }), FL_NONE) << "the failure is over";
+        EXPECT_EQ(readFile(place / "f"), "next");
+    }
 }
 
 TEST_F(GzipTest, OldContentComesThroughAnAppend) {

@@ -1,5 +1,7 @@
 #include "shared/library/logger/Logger.h"
+#include "platform/Mailslots.h"
 #include "shared/library/common/win32/MailSlot.h"
+#include "shared/library/common/win32/ThreadInstance.h"
 #include "shared/library/logger/LogCommons.h"
 #include "shared/library/logger/LogFileSettings.h"
 #include "shared/library/logger/LogMessengerIPC.h"
@@ -9,6 +11,7 @@
 #include "support/RuntimeFixture.h"
 #include "support/ScriptedPlatform.h"
 
+#include <atomic>
 #include <thread>
 
 namespace Velmor {
@@ -44,6 +47,28 @@ protected:
 };
 
 class LogFileOfManyTest : public RuntimeFixture {};
+
+/// A core service at which the first message stands still for good.
+class StandingCore : public Mailslots {
+public:
+    std::unique_ptr<MailslotReader> create(std::string_view, uint32_t&) override { return nullptr; }
+    std::unique_ptr<MailslotWriter> open(std::string_view, uint32_t&) override {
+        struct Way : MailslotWriter {
+            bool write(std::string_view, uint32_t&) override { return true; }
+        };
+        if (++messages == 1)
+            nativePlatform().clock->sleep(3600 * 1000);
+        return std::make_unique<Way>();
+    }
+    std::string errorText(uint32_t) override { return {}; }
+
+    std::atomic<int> messages{0};
+};
+
+struct Posting {
+    LogMessengerIPC messenger;
+    std::string text;
+};
 
 LogMessage numbered() {
     LogMessage message;
@@ -187,6 +212,39 @@ TEST_F(LogFileTest, NumberedMessagesAreForwardedAsTheyAreOrStayInTheLog) {
         return !received.empty();
     });
     EXPECT_EQ(received, std::vector<std::string>{"Velmor\x1bLOGMSG\x1b\x1b" + text + "\x1b"});
+    Monopoly turn("Velmor_MailSlot");
+    ASSERT_TRUE(turn.enforce());
+    const uint32_t begin = os.clock.ticks();
+    EXPECT_FALSE(messenger.post(text));
+    EXPECT_LT(os.clock.ticks() - begin, 1000U) << "whoever logs holds others up no longer";
+}
+
+TEST_F(LogFileTest, AMessageBehindOneThatStandsStillGivesUpSoonAndALostThreadGivesItsTurnBack) {
+    StandingCore core;
+    const Platform* before = &platform();
+    Platform ports = *before;
+    ports.mailslots = &core;
+    usePlatform(&ports);
+    Posting posting;
+    posting.messenger.setFile(path);
+    LogCommons::encodeMessage(numbered(), posting.text);
+    const auto post = [](void* argument) -> uint32_t {
+        auto& own = *static_cast<Posting*>(argument);
+        return own.messenger.post(own.text) ? 1 : 0;
+    };
+    ThreadInstance sender(post, &posting);
+    sender.execute();
+    ASSERT_TRUE(eventually([&] { return core.messages == 1; }));
+    const uint32_t begin = os.clock.ticks();
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(post(&posting), 0U);
+    EXPECT_LT(os.clock.ticks() - begin, 10000U);
+    EXPECT_EQ(core.messages, 1) << "the turn of a thread that lives is its own";
+    sender.stop();
+    os.clock.advance(30);
+    EXPECT_EQ(post(&posting), 0U);
+    EXPECT_EQ(post(&posting), 1U);
+    usePlatform(before);
 }
 
 } // namespace Velmor

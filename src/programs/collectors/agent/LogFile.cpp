@@ -29,6 +29,13 @@ std::string finalName(const std::string& workingName) {
     return FileUtils::getDirectory(workingName) + base;
 }
 
+/// Renames what an ending that failed has left. The system tells once that the disk has not taken what was written, and
+/// a second flush of the same file would seem to succeed; so the data are written and flushed anew.
+bool renameAnew(const std::string& from, const std::string& to) {
+    const std::string copy = from + ".copy"; // which the next start deletes
+    return FileOps::copy(from, copy, true) && FileOps::move(copy, from, true) && FileOps::move(from, to, true);
+}
+
 void reportFailure(int32_t message, const std::string& fileName, const FileException& failure) {
     agentLogger().error(message, fileName, failure.getCodeText());
     agentLogger().debug(1, "LogFile:" + failure.getFullDescription());
@@ -42,7 +49,8 @@ LogFile::~LogFile() {
         agentLogger().debug(1, "LogFile:" + failure.getFullDescription());
     }
     for (const Rename& r : failedRenames_) // the next start takes these for the leftovers of a crash
-        FileOps::move(r.from, r.from + ".tmp", true);
+        if (!r.from.ends_with(".tmp"))
+            FileOps::move(r.from, r.from + ".tmp", true);
 }
 
 void LogFile::setName(const std::string& stem) {
@@ -95,7 +103,7 @@ void LogFile::rescueUnfinished() {
             continue;
         if (file_->getName() == name)
             updateName();
-        rename(left, final);
+        noteRename(renameAnew(left, final), left, final);
         break;
     }
     if (file_->getName() != name && FileUtils::getFileSize(name) == 0)
@@ -153,7 +161,7 @@ void LogFile::end() {
     if (file_->tookFinalName())
         reportEnd(oldName, newName);
     else
-        rename(oldName, newName);
+        noteRename(FileOps::move(oldName, newName, true), oldName, newName);
     updateName();
     agentLogger().debug(4, "LogFile: Updated file name from \"%s\" to \"%s\".", FileUtils::getBaseName(newName),
                         FileUtils::getBaseName(file_->getName()));
@@ -165,8 +173,8 @@ void LogFile::reportEnd(const std::string& from, const std::string& to) {
     agentLogger().debug(2, "LogFile: Ended file \"" + from + "\".");
 }
 
-void LogFile::rename(const std::string& from, const std::string& to) {
-    if (FileOps::move(from, to, true)) {
+void LogFile::noteRename(bool succeeded, const std::string& from, const std::string& to) {
+    if (succeeded) {
         reportEnd(from, to);
         return;
     }
@@ -175,7 +183,7 @@ void LogFile::rename(const std::string& from, const std::string& to) {
 }
 
 void LogFile::retryRenames() {
-    std::erase_if(failedRenames_, [](const Rename& r) { return FileOps::move(r.from, r.to, true); });
+    std::erase_if(failedRenames_, [](const Rename& r) { return renameAnew(r.from, r.to); });
 }
 
 void LogFile::updateName() {

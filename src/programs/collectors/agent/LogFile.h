@@ -58,7 +58,7 @@ private:
     bool isOpen() const { return !file_.isNull() && file_->isOpen(); }
     void rescueUnfinished();
     static void reportEnd(const std::string& from, const std::string& to);
-    void rename(const std::string& from, const std::string& to);
+    void noteRename(bool succeeded, const std::string& from, const std::string& to);
     void retryRenames();
 
     SmartPointer<FileBase> file_;

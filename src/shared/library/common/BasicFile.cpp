@@ -173,7 +173,7 @@ bool BasicFile::write(std::string_view text) {
     uint32_t error = 0;
     if (!stream_->write(text, written, error)) {
         if (written > 0)
-            undoWrite(isAppending() ? 0 : position_);
+            undoWrite(written);
         return fail(ERROR_WRITE);
     }
     position_ = isAppending() ? size_ + written : position_ + written;
@@ -183,15 +183,17 @@ bool BasicFile::write(std::string_view text) {
     return true;
 }
 
-/// Takes the beginning of a text that didn't fit off the file again, so that only whole ones stand in it. Where others
-/// may append to the same file nothing can be taken back safely.
-void BasicFile::undoWrite(uint64_t length) {
+/// Takes the beginning of a text that didn't fit off the file again, so that only whole ones stand in it; but never
+/// what others have appended.
+void BasicFile::undoWrite(uint64_t written) {
     uint32_t error = 0;
-    if (!isAppending() && length >= size_)
+    uint64_t length = 0;
+    const bool isLast = isAppending() ? stream_->size(length, error) && length == size_ + written : position_ >= size_;
+    if (isLast)
         stream_->truncate(size_, error);
     streamPosition_ = std::numeric_limits<uint64_t>::max(); // unknown: the next operation seeks
     if (!isAppending())
-        bringStreamTo(length);
+        bringStreamTo(position_);
 }
 
 bool BasicFile::writeLine(std::string_view text) {

@@ -67,7 +67,8 @@ public:
     /// Reads up to `count` bytes, at most what the file still holds. False with an error; wanting nothing succeeds.
     bool read(std::string& text, int64_t count);
 
-    /// Writes all; on failure position and length are as before.
+    /// Writes all; on failure position and length are as before, but where others have appended to the same file since
+    /// it was opened or sought the beginning of the text may stay.
     bool write(std::string_view text);
     /// The text and a newline, in one call of the system.
     bool writeLine(std::string_view text);
@@ -92,7 +93,7 @@ private:
     bool fillBuffer();
     bool bringStreamTo(uint64_t position);
     void noteReadPosition();
-    void undoWrite(uint64_t length);
+    void undoWrite(uint64_t written);
 
     static constexpr size_t blockSize = 1024;
 

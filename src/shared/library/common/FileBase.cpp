@@ -81,21 +81,20 @@ void FileBase::becomeClosed() {
 
 /// What the disk has not taken stays under its temporary name.
 void FileBase::finishSafeWrite(bool isComplete, const std::string& description) {
-    if (!isComplete) {
-        safeWrite_ = false;
-        throw FileException(FL_CANNOT_CLOSE, name_, __FILE__, __LINE__);
-    }
-    if (!safeWrite_)
-        return;
-    safeWrite_ = false;
+    const bool isOwed = std::exchange(safeWrite_, false);
     const std::string finalName = std::exchange(finalName_, {});
-    tookFinalName_ = !finalName.empty() && moveTemporary(finalName);
+    tookFinalName_ = false;
+    if (!isComplete)
+        throw FileException(FL_CANNOT_CLOSE, name_, __FILE__, __LINE__);
+    if (!isOwed)
+        return;
+    tookFinalName_ = !finalName.empty() && moveTemporary(finalName, description);
     if (tookFinalName_) {
         FileUtils::remove(name_, true); // the empty file by which the lock held the name
         return;
     }
-    for (int i = 0; i < renameAttempts && FileOps::getLastError() != NativeError::writeFault; ++i) {
-        if (moveTemporary(name_))
+    for (int i = 0; i < renameAttempts; ++i) {
+        if (moveTemporary(name_, description))
             return;
         DateTime::wait(renameWait);
     }
@@ -103,8 +102,12 @@ void FileBase::finishSafeWrite(bool isComplete, const std::string& description) 
 }
 
 /// A move that fails may have done its work all the same, if only the flush behind it failed.
-bool FileBase::moveTemporary(const std::string& to) const {
-    return FileOps::move(temporaryName(), to, true) || (!FileOps::exists(temporaryName()) && FileOps::exists(to));
+bool FileBase::moveTemporary(const std::string& to, const std::string& description) const {
+    if (FileOps::move(temporaryName(), to, true) || (!FileOps::exists(temporaryName()) && FileOps::exists(to)))
+        return true;
+    if (FileOps::getLastError() == NativeError::writeFault) // told once only: a further attempt would seem to succeed
+        throw FileException(FL_RENAME, description, __FILE__, __LINE__);
+    return false;
 }
 
 void FileBase::dropSafeWrite() {

@@ -91,7 +91,7 @@ protected:
     /// Moves the ".tmp" file onto the real name. Throws FL_RENAME with `description`, or FL_CANNOT_CLOSE if closing
     /// told that something written was lost; the data stay in the ".tmp" file.
     void finishSafeWrite(bool isComplete, const std::string& description);
-    bool moveTemporary(const std::string& to) const;
+    bool moveTemporary(const std::string& to, const std::string& description) const;
     /// Deletes the ".tmp" file.
     void dropSafeWrite();
 

@@ -2,7 +2,6 @@
 
 #include "shared/library/common/IPCException.h"
 #include "shared/library/common/IPCMessage.h"
-#include "shared/library/common/win32/MailSlot.h"
 
 namespace Velmor {
 
@@ -15,7 +14,7 @@ bool IPCClient::send(std::string_view type, std::string_view reference, std::str
         line.append(replyTo).push_back(IPCMessage::separator);
     try {
         if (!channel_)
-            channel_ = std::make_unique<MailSlot>(MailSlotMode::sender, target_);
+            channel_ = std::make_unique<MailSlot>(MailSlotMode::sender, target_, turnLimit_);
         return channel_->send(line);
     } catch (IPCException& failure) {
         failure.addPosition(__FILE__, __LINE__);

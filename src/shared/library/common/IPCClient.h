@@ -1,6 +1,6 @@
 #pragma once
 
-#include "shared/library/common/IPC.h"
+#include "shared/library/common/win32/MailSlot.h"
 
 #include <memory>
 #include <string>
@@ -11,7 +11,9 @@ namespace Velmor {
 /// Sends messages of the family's format to one mailslot. One thread at a time uses an object.
 class IPCClient {
 public:
-    explicit IPCClient(std::string_view target) : target_(target) {}
+    /// `turnLimit`: milliseconds for which a message waits for its turn among all senders of the machine.
+    explicit IPCClient(std::string_view target, uint32_t turnLimit = MailSlot::patientTurn)
+        : target_(target), turnLimit_(turnLimit) {}
     IPCClient(const IPCClient&) = delete;
     IPCClient& operator=(const IPCClient&) = delete;
     virtual ~IPCClient() = default;
@@ -23,6 +25,7 @@ public:
 private:
     std::unique_ptr<IPC> channel_; // made at the first message
     std::string target_;
+    uint32_t turnLimit_;
 };
 
 } // namespace Velmor

@@ -10,8 +10,9 @@
 namespace Velmor {
 
 namespace {
-constexpr uint32_t longSend = 300; // milliseconds after which a core service counts as standing still
-constexpr int turnAttempts = 30;
+constexpr uint32_t longSend = 250;      // milliseconds after which a core service counts as standing still
+constexpr uint32_t turnLimit = 300;     // milliseconds for a turn among the programs of the machine
+constexpr int turnAttempts = 30;        // for one among the threads of this one
 constexpr uint32_t turnPause = 10;      // milliseconds
 constexpr uint32_t lostHolder = 20000;  // milliseconds after which a thread that sends must have been ended by force
 constexpr uint32_t heldUpPause = 60000; // milliseconds in which such a one gets no message
@@ -39,9 +40,10 @@ bool LogMessengerIPC::takeTurn() {
         Timer::sleep(turnPause);
     }
     const uint32_t now = platform().clock->ticks();
-    if (holder_.exchange(sending_.getOwner()) != sending_.getOwner())
+    const uint32_t owner = sending_.getOwner();
+    if (holder_.exchange(owner) != owner)
         holderSince_ = now;
-    else if (now - holderSince_ >= lostHolder)
+    else if (owner != 0 && now - holderSince_ >= lostHolder) // 0: it has just let go
         sending_.reset();
     return false;
 }
@@ -57,7 +59,7 @@ bool LogMessengerIPC::forward(const std::string& text) {
     isHeldUp_ = false;
     try {
         if (!client_)
-            client_ = std::make_unique<IPCClient>("Velmor_Core");
+            client_ = std::make_unique<IPCClient>("Velmor_Core", turnLimit);
         return client_->send("LOGMSG", "", text, "");
     } catch (IPCException& failure) {
         failure.addPosition(__FILE__, __LINE__);

@@ -25,12 +25,12 @@ private:
     bool forward(const std::string& text);
     bool takeTurn();
 
-    Monopoly sending_;                  // guards client_, which one thread at a time may use
-    std::unique_ptr<IPCClient> client_; // made at the first numbered message
-    bool isHeldUp_ = false;             // the core service stands still, and gets nothing for a while
-    uint32_t heldUpSince_ = 0;          // milliseconds of the clock's ticks
-    std::atomic<uint32_t> holder_{0};   // the thread that has kept others from sending, and since when
-    std::atomic<uint32_t> holderSince_{0};
+    Monopoly sending_;                     // guards client_, which one thread at a time may use
+    std::unique_ptr<IPCClient> client_;    // made at the first numbered message
+    bool isHeldUp_ = false;                // the core service stands still, and gets nothing for a while
+    uint32_t heldUpSince_ = 0;             // milliseconds of the clock's ticks
+    std::atomic<uint32_t> holder_{0};      // the thread that has kept others from sending, 0 for none
+    std::atomic<uint32_t> holderSince_{0}; // likewise ticks
 };
 
 } // namespace Velmor

@@ -12,9 +12,8 @@ namespace Velmor {
 namespace {
 constexpr std::string_view sourceName = "shared\\library\\common\\win32\\MailSlot";
 constexpr uint32_t noNetwork = 1231;
-constexpr int quickTurns = 1000;  // looks at the lock with no more than a yield between them
-constexpr int mostTurns = 6000;   // with the slow ones behind them about five seconds
-constexpr uint32_t slowPause = 1; // milliseconds
+constexpr uint32_t quickTurns = 1000; // looks at the lock with no more than a yield between them
+constexpr uint32_t slowPause = 1;     // milliseconds
 
 [[noreturn]] void fail(IPCCode code, std::string description, int32_t line) {
     throw IPCException(code, std::move(description), sourceName, line);
@@ -31,11 +30,11 @@ std::string systemText(uint32_t error) {
 /// Holds the turn to write from construction to destruction.
 class SendTurn {
 public:
-    explicit SendTurn(Monopoly& lock) : lock_(lock) {
+    SendTurn(Monopoly& lock, uint32_t limit) : lock_(lock) {
         // The holder is inside a single write, so a yielded processor is all the wait there should be. A lock that
         // stays out of reach is one that can't be had.
-        for (int i = 0; !lock_.enforce(); ++i) {
-            if (lock_.getLastError() != NativeError::alreadyExists || i >= mostTurns)
+        for (uint32_t i = 0; !lock_.enforce(); ++i) {
+            if (lock_.getLastError() != NativeError::alreadyExists || i >= quickTurns + limit / slowPause)
                 fail(IC_CANNOT_SEND, "Error " + std::to_string(lock_.getLastError()), __LINE__);
             Timer::sleep(i < quickTurns ? 0 : slowPause);
         }
@@ -49,7 +48,8 @@ private:
 };
 } // namespace
 
-MailSlot::MailSlot(MailSlotMode mode, std::string_view name) : IPC(mode), name_(name), sendLock_("Velmor_MailSlot") {
+MailSlot::MailSlot(MailSlotMode mode, std::string_view name, uint32_t turnLimit)
+    : IPC(mode), name_(name), turnLimit_(turnLimit), sendLock_("Velmor_MailSlot") {
     if (mode_ != MailSlotMode::receiver)
         return;
     uint32_t error = NativeError::success;
@@ -75,7 +75,7 @@ bool MailSlot::send(std::string_view text) {
     uint32_t error = NativeError::success;
     bool written = false;
     {
-        const SendTurn turn(sendLock_);
+        const SendTurn turn(sendLock_, turnLimit_);
         written = writer_->write(message, error);
     }
     if (written)

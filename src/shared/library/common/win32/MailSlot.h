@@ -4,6 +4,7 @@
 #include "shared/library/common/IPC.h"
 #include "shared/library/common/Monopoly.h"
 
+#include <cstdint>
 #include <memory>
 
 namespace Velmor {
@@ -13,8 +14,11 @@ namespace Velmor {
 /// time uses an object.
 class MailSlot : public IPC {
 public:
-    /// A receiver takes its name here; a sender opens it at its first `send`.
-    MailSlot(MailSlotMode mode, std::string_view name);
+    /// Milliseconds for which a sender waits for its turn, if nothing else is said.
+    static constexpr uint32_t patientTurn = 5000;
+
+    /// A receiver takes its name here; a sender opens it at its first `send`. `turnLimit` is in milliseconds.
+    MailSlot(MailSlotMode mode, std::string_view name, uint32_t turnLimit = patientTurn);
 
     bool send(std::string_view text) override;
     void receive(std::vector<std::string>& list) override;
@@ -25,6 +29,7 @@ private:
     std::unique_ptr<MailslotReader> reader_;
     std::unique_ptr<MailslotWriter> writer_; // null until the first send and after one that failed
     std::string name_;
+    uint32_t turnLimit_; // milliseconds
     Monopoly sendLock_;
 };
 
