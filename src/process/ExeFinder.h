@@ -24,8 +24,8 @@ public:
     ExeFinder& operator=(const ExeFinder&) = delete;
     virtual ~ExeFinder();
 
-    /// Puts other mappings in force. Of executables known already, those of which nothing but the name is known keep the
-    /// name that they have.
+    /// Puts other mappings in force. Of executables known already, those of which nothing but the name is known keep
+    /// the name that they have.
     void setMappings(const ApplicationMappings& mappings);
 
     /// The lock of the maps, for the repair after a lost thread.
