@@ -71,6 +71,9 @@ public:
     /// Cuts the file at `bytes`.
     virtual bool truncate(uint64_t bytes, uint32_t& error) = 0;
 
+    /// False once the path leads to another file, or to none: somebody has moved or deleted this one.
+    virtual bool isAt(std::string_view path) = 0;
+
     /// Closes; false if the system only now reports that earlier writes were lost.
     virtual bool close(uint32_t& error) = 0;
 };

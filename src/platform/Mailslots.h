@@ -27,7 +27,8 @@ public:
     virtual bool write(std::string_view message, uint32_t& error) = 0;
 };
 
-/// Named channels with many writers and one reader on the machine. Any user's process may write.
+/// Named channels with many writers and one reader on the machine. Any user's process may send a message; whether it
+/// may also take its turn among the family's programs is a matter of the lock that these use.
 class Mailslots {
 public:
     virtual ~Mailslots() = default;

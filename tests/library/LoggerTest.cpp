@@ -12,6 +12,8 @@
 #include "support/ScriptedPlatform.h"
 
 #include <atomic>
+#include <functional>
+#include <sys/resource.h>
 #include <thread>
 
 namespace Velmor {
@@ -140,6 +142,48 @@ TEST_F(LogFileTest, ALockThatIsNotHadCostsTheLine) {
     other.relax();
     EXPECT_TRUE(agent.write("kept"));
     EXPECT_EQ(readFile(path).find("lost"), std::string::npos);
+}
+
+TEST_F(LogFileTest, AFileThatSomebodyTookAwayIsBegunAnew) {
+    LoggerAgentFile agent;
+    agent.setFile(path);
+    agent.write("old");
+    const auto rename = [this] { std::filesystem::rename(path, path + ".1"); };
+    const std::function<void()> deeds[] = {rename, [this] { std::filesystem::remove(path); },
+                                           [&] { rename(), directory.write("log/x.log", "theirs\n"); }};
+    for (const auto& deed : deeds) {
+        deed();
+        os.clock.advance(1);
+        agent.write("new");
+        EXPECT_NE(readFile(path).find("new"), std::string::npos);
+        EXPECT_EQ(readFile(path).find("old"), std::string::npos);
+    }
+}
+
+TEST_F(LogFileTest, AShortageOfDescriptorsCostsNoLine) {
+    LoggerAgentFile agent;
+    agent.setFile(path);
+    agent.write("first");
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{3, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_TRUE(agent.write("second"));
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_NE(readFile(path).find("second"), std::string::npos);
+}
+
+TEST_F(LogFileTest, AnUnwritableFileIsToldOnceOnStandardError) {
+    const auto log = [this] {
+        SmartPointer<LogMessenger> messenger(new LogMessenger());
+        messenger->setFile(directory / "absent/x.log");
+        Logger logger;
+        logger.set(SmartPointer<LoggerUnit>(
+            new LoggerUnit(SmartPointer<LoggerCentre>(new LoggerCentre(2, messenger)), LogModule::runtally)));
+        logger.notice(8);
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(log(), testing::ExitedWithCode(0), "^The debug log can't be written \\(.*absent/x.log\\)[^\n]*\n$");
 }
 
 TEST_F(LogFileOfManyTest, WritersOnManyThreadsLoseNoLine) {

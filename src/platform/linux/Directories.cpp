@@ -10,7 +10,7 @@
 namespace Velmor {
 
 namespace {
-constexpr mode_t directoryMode = 0755; // programs of all users write to the mailslots
+constexpr mode_t directoryMode = 0755; // any user may reach the mailslots; the locks are their owner's alone
 
 std::string firstOf(std::initializer_list<const char*> variables, const char* otherwise) {
     for (const char* variable : variables) {

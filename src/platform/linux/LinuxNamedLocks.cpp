@@ -41,14 +41,20 @@ FileDescriptor openLockFile(const std::string& directory, const std::string& nam
     const auto open = [&](int flags) {
         return FileDescriptor(::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | flags, lockFileMode));
     };
-    FileDescriptor file = open(O_CREAT | O_EXCL);
-    if (!file && errno == ENOENT && makeDirectoryTree(directory))
-        file = open(O_CREAT | O_EXCL);
-    if (!file && errno == EEXIST)
-        return open(0);
-    if (file)
-        adoptOwnerOfDirectory(path);
-    return file;
+    while (true) {
+        FileDescriptor file = open(O_CREAT | O_EXCL);
+        if (!file && errno == ENOENT && makeDirectoryTree(directory))
+            file = open(O_CREAT | O_EXCL);
+        if (file) {
+            adoptOwnerOfDirectory(path);
+            return file;
+        }
+        if (errno != EEXIST)
+            return file;
+        file = open(0);
+        if (file || errno != ENOENT) // its holder has just taken it away: begin again
+            return file;
+    }
 }
 } // namespace
 

@@ -3,6 +3,7 @@
 #include "platform/Errors.h"
 #include "platform/linux/Checkpoint.h"
 #include "platform/linux/Errno.h"
+#include "platform/linux/NativePath.h"
 #include "platform/linux/SystemCalls.h"
 
 #include <cerrno>
@@ -62,6 +63,15 @@ bool LinuxOpenFile::size(uint64_t& bytes, uint32_t& error) {
 
 bool LinuxOpenFile::truncate(uint64_t bytes, uint32_t& error) {
     return answer(systemCalls().ftruncate(descriptor_, static_cast<off_t>(bytes)) == 0, error);
+}
+
+bool LinuxOpenFile::isAt(std::string_view path) {
+    struct stat own {};
+    struct stat there {};
+    checkpoint();
+    if (systemCalls().stat(toNativePath(path).c_str(), &there) != 0)
+        return errno != ENOENT && errno != ENOTDIR; // what can't be looked at isn't gone for that
+    return systemCalls().fstat(descriptor_, &own) != 0 || (own.st_ino == there.st_ino && own.st_dev == there.st_dev);
 }
 
 bool LinuxOpenFile::close(uint32_t& error) {

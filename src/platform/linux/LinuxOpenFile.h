@@ -17,6 +17,7 @@ public:
     bool seek(uint64_t offset, uint32_t& error) override;
     bool size(uint64_t& bytes, uint32_t& error) override;
     bool truncate(uint64_t bytes, uint32_t& error) override;
+    bool isAt(std::string_view path) override;
     bool close(uint32_t& error) override;
 
     /// Makes the data survive a power cut.

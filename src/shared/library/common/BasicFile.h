@@ -61,6 +61,8 @@ public:
     bool close();
 
     bool isOpen() const { return stream_ != nullptr; }
+    /// False once an open file has been moved or deleted by others.
+    bool isInPlace() { return !stream_ || stream_->isAt(name_); }
     int32_t getError() const { return error_; }
     int32_t getMode() const { return mode_; }
 

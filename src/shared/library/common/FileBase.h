@@ -58,6 +58,8 @@ public:
     const std::string& getName() const { return name_; }
     std::string getBaseName() const;
     bool exists() const;
+    /// False once an open file has been moved or deleted by others, where that can be told.
+    virtual bool isInPlace() { return true; }
     /// Of the file on the disk; 0 if it is absent.
     uint64_t size() const;
 

@@ -25,6 +25,7 @@ public:
     int64_t seek(int64_t offset, int32_t origin) override;
     int64_t tell() override;
     bool eof() override;
+    bool isInPlace() override { return file_.isInPlace(); }
 
 private:
     void testAccess(uint16_t access) const;

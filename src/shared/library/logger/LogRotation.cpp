@@ -1,5 +1,6 @@
 // The rotation of the debug log: when it is due, and how it is done.
 
+#include "platform/Errors.h"
 #include "shared/library/common/FileOps.h"
 #include "shared/library/common/FileUtils.h"
 #include "shared/library/common/Monopoly.h"
@@ -91,8 +92,11 @@ void LoggerAgentFile::checkRotation() {
         return;
     Monopoly lock(lockName_);
     bool held = false;
-    for (int i = 0; i < checkAttempts && !held; ++i)
+    for (int i = 0; i < checkAttempts && !held; ++i) {
         held = lock.enforce();
+        if (!held && lock.getLastError() != NativeError::alreadyExists)
+            break;
+    }
     if (!held)
         return;
     rotationState_ = Rotation::checking;

@@ -9,7 +9,7 @@ namespace Velmor {
 
 /// What a class or source file writes through. It passes messages on while a unit is set and alive, and is silent
 /// otherwise; parameters are put together only for a line that will be written. A debug file that can't be written
-/// costs the line and nothing more. Set before the threads start.
+/// costs the line and nothing more, which standard error tells once. Set before the threads start.
 class Logger {
 public:
     void set(const SmartPointer<LoggerUnit>& unit) {
@@ -71,7 +71,8 @@ private:
             return;
         try {
             std::forward<Call>(call)(*unit_);
-        } catch (const FileException&) { // NOLINT(bugprone-empty-catch): usage counts for more than its log
+        } catch (const FileException& failure) { // usage counts for more than its log
+            LoggerUnit::tellLost(failure);
         }
     }
 

@@ -13,7 +13,6 @@
 #include "shared/library/logger/LogFileSettings.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace Velmor {
 
@@ -84,20 +83,27 @@ bool LoggerAgentFile::writeEntry(std::string_view text, bool internal) {
     if (rotationState_ == Rotation::idle)
         checkRotation();
     if (!internal && file_->isOpen() && isTakenAway())
-        file_->close();
+        closeQuietly();
     if (!file_->isOpen())
         openFile();
     return append(text);
 }
 
-/// Whether somebody has moved or deleted the file, by its size under its name. Looks once a second at most.
+/// Whether somebody has moved or deleted the file. Looks once a second at most.
 bool LoggerAgentFile::isTakenAway() {
     const uint32_t now = platform().clock->ticks();
     if (now - lastLook_ < lookInterval)
         return false;
     lastLook_ = now;
-    const uint64_t before = std::exchange(sizeSeen_, file_->exists() ? FileUtils::getFileSize(file_->getName()) : 0);
-    return sizeSeen_ < before || !file_->exists();
+    return !file_->isInPlace();
+}
+
+/// What the system tells only now to be lost concerns lines that nobody can write again.
+void LoggerAgentFile::closeQuietly() {
+    try {
+        file_->close();
+    } catch (const FileException&) { // NOLINT(bugprone-empty-catch): the file is closed all the same
+    }
 }
 
 /// Takes changed settings over; the moment of the next rotation hangs on them.
@@ -125,7 +131,6 @@ void LoggerAgentFile::openFile() {
         }
     }
     file_->open(openFlags);
-    sizeSeen_ = 0;
     if (rotationState_ == Rotation::idle)
         write(std::string(lineEnd) + "Opened log file \"" + file_->getBaseName() +
               "\". Time: " + DateTime().toString(false, false) + std::string(lineEnd));
@@ -170,7 +175,7 @@ void LoggerAgentFile::closeWithReason(const std::string& reason) {
                    true);
     } catch (const FileException&) { // NOLINT(bugprone-empty-catch): a full disk must not keep the file open
     }
-    file_->close();
+    closeQuietly();
 }
 
 } // namespace Velmor

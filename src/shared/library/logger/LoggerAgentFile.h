@@ -48,8 +48,7 @@ public:
     bool setFile(const std::string& path);
 
     /// Appends a line; a file that was moved or deleted is begun anew within about a second. False if the lock wasn't
-    /// had within two seconds; throws `FileException` if the file can't be
-    /// opened or written.
+    /// had within two seconds; throws `FileException` if the file can't be opened or written.
     bool write(std::string_view text) override;
 
 private:
@@ -68,6 +67,7 @@ private:
     std::string rotatedName(const std::string& name) const;
     void closeWithReason(const std::string& reason);
     bool isTakenAway();
+    void closeQuietly();
 
     SmartPointer<FileBase> file_;
     std::string lockName_;   // the file's own name
@@ -75,8 +75,7 @@ private:
     DateTime nextRotation_;  // by time
     bool timeReady_ = false; // nextRotation_ has been worked out once
     std::atomic<Rotation> rotationState_{Rotation::idle};
-    uint32_t lastLook_ = 0;   // ticks, when the file was last looked at under its name
-    uint64_t sizeSeen_ = 0;   // then, or 0 since it was opened
+    uint32_t lastLook_ = 0;   // ticks, when the file was last looked for under its name
     float sizeFactor_ = 1.0F; // multiplies the size limit after rotations that failed
     int32_t periodBase_ = 0;  // seconds from which nextRotation_ is reckoned
     Monopoly access_;         // orders this object's threads; the named lock orders the programs

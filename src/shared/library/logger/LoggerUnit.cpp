@@ -4,6 +4,7 @@
 #include "shared/library/logger/LogCommons.h"
 
 #include <atomic>
+#include <iostream>
 
 namespace Velmor {
 
@@ -23,7 +24,8 @@ constexpr uint32_t levels = 6;
 LoggerUnit::LoggerUnit(const SmartPointer<LoggerCentre>& centre, int32_t module) : module_(module), centre_(centre) {
     try {
         debug(1, "LoggerUnit: Created logger for the %s module.", ParamStream() << LogCommons::moduleName(module));
-    } catch (const FileException&) { // NOLINT(bugprone-empty-catch): a unit serves also while its file can't be written
+    } catch (const FileException& failure) { // a unit serves also while its file can't be written
+        tellLost(failure);
     }
 }
 
@@ -88,6 +90,13 @@ bool LoggerUnit::critical(int32_t messageId, const ParamStream& parameters) {
 
 bool LoggerUnit::fatal(int32_t messageId, const ParamStream& parameters) {
     return log(Severity::fatal, messageId, parameters);
+}
+
+void LoggerUnit::tellLost(const FileException& failure) {
+    static std::atomic<bool> isTold{false};
+    if (!isTold.exchange(true))
+        std::cerr << "The debug log can't be written (" + failure.getDescription() +
+                         "), so its lines are lost; make its file and directory writable.\n";
 }
 
 void LoggerUnit::setDebugLevel(int32_t level) {

@@ -10,6 +10,8 @@
 
 namespace Velmor {
 
+class FileException;
+
 /// The handle of one module of the program on the logging system. A message that doesn't pass the level in force costs
 /// one comparison and answers true. Any thread may write.
 class LoggerUnit {
@@ -31,6 +33,9 @@ public:
     bool fatal(int32_t messageId, const ParamStream& parameters = {});
 
     /// The settings of the whole program. Levels outside 0 to 5 are ignored.
+    /// Tells the first line of the process that the debug file didn't take on standard error; the log can't.
+    static void tellLost(const FileException& failure);
+
     static void setDebugLevel(int32_t level);
     static int32_t getDebugLevel();
     static void setSeverityLevel(int32_t severity);

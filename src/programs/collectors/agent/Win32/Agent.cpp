@@ -1,6 +1,7 @@
 #include "programs/collectors/agent/Win32/Agent.h"
 
 #include "platform/Errors.h"
+#include "platform/Mailslots.h"
 #include "platform/Platform.h"
 #include "platform/Registry.h"
 #include "platform/ServiceManager.h"
@@ -95,14 +96,7 @@ bool Agent::startOwnLogging() {
     loggerContext_.moduleId = LogCommons::moduleFromName(name_);
     if (loggerContext_.moduleId == LogModule::unknown)
         return fail("\"" + name_ + "\" isn't a module of the family.");
-    try {
-        if (startLogging(loggerContext_))
-            return true;
-    } catch (const FileException& failure) {
-        return fail("The debug log can't be written (" + failure.getDescription() +
-                    "); make its directory writable, or set StartupLogDir to one that is.");
-    }
-    return fail("Logging can't be started.");
+    return startLogging(loggerContext_) || fail("Logging can't be started.");
 }
 
 bool Agent::takeInstanceGuard() {
@@ -112,7 +106,8 @@ bool Agent::takeInstanceGuard() {
     if (instanceGuard_.enforce())
         return true;
     if (const uint32_t error = instanceGuard_.getLastError(); error != NativeError::alreadyExists)
-        return fail("The lock that keeps a second " + name_ + " out can't be taken (" + errorName(error) +
+        return fail("The lock that keeps a second " + name_ + " out can't be taken (" +
+                    platform().mailslots->errorText(error) +
                     "); make the runtime directory, by default /run/velmor, writable, or set VELMOR_RUNTIME_DIR.");
     Logger logger;
     logger.set(loggerContext_.logger);
