@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <fstream>
+#include <utility>
 
 namespace Velmor {
 
@@ -174,34 +175,27 @@ TEST_F(FileTest, ARenameThatFailsTenTimesKeepsTheData) {
 }
 
 TEST_F(FileTest, WhatTheDiskHasNotTakenIsToldAtOnceAndKeepsItsTemporaryName) {
-    static int calls;
-    const auto fail = [](int descriptor) {
-        ++calls;
-        ::close(descriptor);
+    static bool failed;
+    const auto failOnce = [](int) { // as the kernel tells it
         errno = EIO;
-        return -1;
-    };
-    const auto failOnce = [](int) {
-        errno = EIO;
-        return ++calls == 1 ? -1 : 0; // the kernel tells it once
+        return std::exchange(failed, true) ? 0 : -1;
     };
     struct Case {
         int (*SystemCalls::*call)(int);
-        int (*fake)(int);
         const char* finalName;
         int32_t code;
     };
-    for (const auto& [call, fake, finalName, code] : {Case{&SystemCalls::fdatasync, failOnce, "", FL_RENAME},
-                                                      Case{&SystemCalls::fdatasync, failOnce, "final", FL_RENAME},
-                                                      Case{&SystemCalls::close, fail, "", FL_CANNOT_CLOSE}}) {
+    for (const auto& [call, finalName, code] :
+         {Case{&SystemCalls::fdatasync, "", FL_RENAME}, Case{&SystemCalls::fdatasync, "final", FL_RENAME},
+          Case{&SystemCalls::close, "", FL_CANNOT_CLOSE}}) {
         const TempDirectory place;
         FilePlain file(place / "f");
         file.open(safeWrite);
         file.write("data", 4);
         file.setFinalName(*finalName ? place / finalName : std::string());
         const SystemCalls saved = systemCalls();
-        calls = 0;
-        systemCalls().*call = fake;
+        failed = false;
+        systemCalls().*call = failOnce;
         EXPECT_EQ(codeOf([&file = file] { file.close(); }), code);
         systemCalls() = saved;
         EXPECT_EQ(place.names(), "f f.tmp");

@@ -67,11 +67,6 @@ public:
     std::atomic<int> messages{0};
 };
 
-struct Posting {
-    LogMessengerIPC messenger;
-    std::string text;
-};
-
 LogMessage numbered() {
     LogMessage message;
     message.isLog = true;
@@ -132,7 +127,7 @@ TEST_F(LogFileTest, RotationGoesByItsScheme) {
     }
 }
 
-TEST_F(LogFileTest, ALockThatIsNotHadCostsTheLine) {
+TEST_F(LogFileTest, ALockThatOthersHoldCostsTheLineButNotAShortageOfDescriptors) {
     LoggerAgentFile agent;
     agent.setFile(path);
     agent.write("first");
@@ -140,7 +135,13 @@ TEST_F(LogFileTest, ALockThatIsNotHadCostsTheLine) {
     ASSERT_TRUE(other.enforce());
     EXPECT_FALSE(agent.write("lost"));
     other.relax();
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{3, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
     EXPECT_TRUE(agent.write("kept"));
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_TRUE(readFile(path).ends_with("kept\r\n"));
     EXPECT_EQ(readFile(path).find("lost"), std::string::npos);
 }
 
@@ -158,19 +159,6 @@ TEST_F(LogFileTest, AFileThatSomebodyTookAwayIsBegunAnew) {
         EXPECT_NE(readFile(path).find("new"), std::string::npos);
         EXPECT_EQ(readFile(path).find("old"), std::string::npos);
     }
-}
-
-TEST_F(LogFileTest, AShortageOfDescriptorsCostsNoLine) {
-    LoggerAgentFile agent;
-    agent.setFile(path);
-    agent.write("first");
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none{3, limit.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &none);
-    EXPECT_TRUE(agent.write("second"));
-    setrlimit(RLIMIT_NOFILE, &limit);
-    EXPECT_NE(readFile(path).find("second"), std::string::npos);
 }
 
 TEST_F(LogFileTest, AnUnwritableFileIsToldOnceOnStandardError) {
@@ -269,25 +257,25 @@ TEST_F(LogFileTest, AMessageBehindOneThatStandsStillGivesUpSoonAndALostThreadGiv
     Platform ports = *before;
     ports.mailslots = &core;
     usePlatform(&ports);
-    Posting posting;
-    posting.messenger.setFile(path);
-    LogCommons::encodeMessage(numbered(), posting.text);
+    LogMessengerIPC messenger;
+    messenger.setFile(path);
     const auto post = [](void* argument) -> uint32_t {
-        auto& own = *static_cast<Posting*>(argument);
-        return own.messenger.post(own.text) ? 1 : 0;
+        std::string text;
+        LogCommons::encodeMessage(numbered(), text);
+        return static_cast<LogMessengerIPC*>(argument)->post(text) ? 1 : 0;
     };
-    ThreadInstance sender(post, &posting);
+    ThreadInstance sender(post, &messenger);
     sender.execute();
     ASSERT_TRUE(eventually([&] { return core.messages == 1; }));
     const uint32_t begin = os.clock.ticks();
     for (int i = 0; i < 10; ++i)
-        EXPECT_EQ(post(&posting), 0U);
+        EXPECT_EQ(post(&messenger), 0U);
     EXPECT_LT(os.clock.ticks() - begin, 10000U);
     EXPECT_EQ(core.messages, 1) << "the turn of a thread that lives is its own";
     sender.stop();
     os.clock.advance(30);
-    EXPECT_EQ(post(&posting), 0U);
-    EXPECT_EQ(post(&posting), 1U);
+    EXPECT_EQ(post(&messenger), 0U);
+    EXPECT_EQ(post(&messenger), 1U);
     usePlatform(before);
 }
 
