@@ -196,13 +196,13 @@ TEST_F(FileTest, WhatTheDiskHasNotTakenIsToldAtOnceAndKeepsItsTemporaryName) {
         const SystemCalls saved = systemCalls();
         failed = false;
         systemCalls().*call = failOnce;
-        EXPECT_EQ(codeOf([&file = file] { file.close(); }), code);
+        EXPECT_EQ(codeOf([&] { file.close(); }), code);
         systemCalls() = saved;
         EXPECT_EQ(place.names(), "f f.tmp");
         EXPECT_EQ(readFile(place / "f.tmp"), "data");
         file.open(safeWrite);
         file.write("next", 4);
-        EXPECT_EQ(codeOf([&file = file] { file.close(); }), FL_NONE) << "the failure is over";
+        EXPECT_EQ(codeOf([&] { file.close(); }), FL_NONE) << "the failure is over";
         EXPECT_EQ(readFile(place / "f"), "next");
     }
 }
