@@ -46,7 +46,10 @@ std::atomic<bool> goesOn{true};
 
 void onEvent(const TraceEvent& event) {
     const std::lock_guard lock(seen->mutex);
-    constexpr size_t namePlace = 32; // behind ids and SID
+    constexpr size_t sidPlace = 8; // behind the ids; 0 without one
+    uint32_t sid = 0;
+    std::memcpy(&sid, event.payload.data() + sidPlace, sizeof(sid));
+    const size_t namePlace = sid != 0 ? 32 : 12;
     std::string name(reinterpret_cast<const char*>(event.payload.data()) + namePlace);
     uint32_t pid = 0;
     std::memcpy(&pid, event.payload.data(), sizeof(pid));
