@@ -102,9 +102,9 @@ TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMend
     PlainAgent agent("dummy");
     agent.setThreadLostHook(Runtally::freeLocksOf); // the scripted clock leaves workers no time to end by themselves
     ASSERT_TRUE(agent.configure());
+    registerLogFile(directory / "Kept", "kept", TimeSpan(3600), false, nullptr);
     ASSERT_TRUE(agent.startThreads());
     directory.write("primetime", "*:*:*:*:*\n");
-    registerLogFile(directory / "Kept", "kept", TimeSpan(3600), false, nullptr);
     agent.succeeds = false;
     EXPECT_FALSE(agent.reconfigure());
     EXPECT_TRUE(logFileRegistry().contains("kept")) << "for the last slices of what runs";
