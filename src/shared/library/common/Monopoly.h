@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -66,6 +67,8 @@ private:
 class MonopolyHold {
 public:
     explicit MonopolyHold(Monopoly& monopoly) : monopoly_(monopoly) { monopoly_.enforce(); }
+    /// One that this thread holds already.
+    MonopolyHold(Monopoly& monopoly, std::adopt_lock_t) : monopoly_(monopoly) {}
     MonopolyHold(const MonopolyHold&) = delete;
     MonopolyHold& operator=(const MonopolyHold&) = delete;
     ~MonopolyHold() { monopoly_.relax(); }

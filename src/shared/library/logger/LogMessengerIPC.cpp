@@ -51,8 +51,7 @@ bool LogMessengerIPC::takeTurn() {
 bool LogMessengerIPC::forward(const std::string& text) {
     if (!takeTurn())
         return false;
-    const MonopolyHold hold(sending_);
-    sending_.relax(); // the turn's own
+    const MonopolyHold hold(sending_, std::adopt_lock);
     const uint32_t begin = platform().clock->ticks();
     if (isHeldUp_ && begin - heldUpSince_ < heldUpPause)
         return false;

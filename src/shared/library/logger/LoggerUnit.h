@@ -32,10 +32,10 @@ public:
     bool critical(int32_t messageId, const ParamStream& parameters);
     bool fatal(int32_t messageId, const ParamStream& parameters = {});
 
-    /// The settings of the whole program. Levels outside 0 to 5 are ignored.
     /// Tells the first line of the process that the debug file didn't take on standard error; the log can't.
     static void tellLost(const FileException& failure);
 
+    /// The settings of the whole program. Levels outside 0 to 5 are ignored.
     static void setDebugLevel(int32_t level);
     static int32_t getDebugLevel();
     static void setSeverityLevel(int32_t severity);

@@ -209,6 +209,11 @@ bool Agent::isConfigurationUsable() {
     std::string problem = fresh.getLastError();
     if (problem.empty() && acceptsConfiguration(fresh, problem))
         return true;
+    return refuse(problem);
+}
+
+/// Says why a new configuration isn't in force. Always false.
+bool Agent::refuse(const std::string& problem) {
     agentLogger().error(notTakenOver, problem);
     agentLogger().debug(0, problem);
     return false;
@@ -222,9 +227,7 @@ bool Agent::restartWorkers() {
     if (configureAgain())
         return startThreads();
     threads_.clear(); // what was prepared before the failure must not be taken for a worker that died
-    agentLogger().error(notTakenOver, programState().startupFailure);
-    agentLogger().debug(0, programState().startupFailure);
-    return false;
+    return refuse(programState().startupFailure);
 }
 
 /// The data files are ended where they stand. If the new configuration fails they are entered again, for what runs has

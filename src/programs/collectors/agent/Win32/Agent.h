@@ -101,6 +101,7 @@ private:
     bool isConfigurationUsable();
     bool restartWorkers();
     bool configureAgain();
+    static bool refuse(const std::string& problem);
     bool startOwnLogging();
     bool takeInstanceGuard();
     bool readConfigurationDirectory(std::string& directory);
@@ -115,6 +116,7 @@ private:
     bool checkThread(ThreadRecord& record);
     bool killSilent(ThreadRecord& record);
     bool restart(ThreadRecord& record);
+    bool endThread(ThreadRecord& record);
     bool stopThread(ThreadRecord& record);
     void threadLost(const ThreadRecord& record) const;
 

@@ -75,9 +75,17 @@ bool Agent::startThreads() {
     return false;
 }
 
-/// Ends the thread of a record. A failure is reported, and leaves the state at healthy for the next attempt.
+/// Ends the thread of a record, and frees what it held until then. A failure is reported.
+bool Agent::endThread(ThreadRecord& record) {
+    if (!succeeds([&] { record.thread->stop(); }, fatalReport(stopFailed, record)))
+        return false;
+    threadLost(record);
+    return true;
+}
+
+/// The same; a failure leaves the state at healthy for the next attempt.
 bool Agent::stopThread(ThreadRecord& record) {
-    if (succeeds([&] { record.thread->stop(); }, fatalReport(stopFailed, record)))
+    if (endThread(record))
         return true;
     record.state = ThreadState::healthy;
     return false;
@@ -94,7 +102,6 @@ void Agent::stopThreads() {
             record.report = Report::stop;
             ++signalled;
         } else if (stopThread(record)) {
-            threadLost(record);
             record.state = ThreadState::down;
             ++killed;
         }
@@ -112,8 +119,7 @@ bool Agent::verifyStoppedThreads() {
             continue;
         }
         threadLost(record);
-        if (stopThread(record))
-            threadLost(record); // what it has taken since
+        stopThread(record);
         if (record.thread->getStatus() != JobStatus::running)
             ++killed;
     }
@@ -236,9 +242,8 @@ bool Agent::checkThread(ThreadRecord& record) {
 bool Agent::killSilent(ThreadRecord& record) {
     agentLogger().debug(5, "   Check: \"%s\" is silent.", record.name);
     threadLost(record);
-    if (!succeeds([&] { record.thread->stop(); }, fatalReport(stopFailed, record)))
+    if (!endThread(record))
         return false;
-    threadLost(record); // what it has taken since
     record.state = ThreadState::down;
     agentLogger().debug(5, "   Check: \"%s\" has been killed.", record.name);
     return true;

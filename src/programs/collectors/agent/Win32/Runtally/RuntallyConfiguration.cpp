@@ -49,6 +49,12 @@ std::string installDirectory() {
     return directory;
 }
 
+/// The rules that a configuration names; none if it names no file. False with the file and what is wrong.
+bool readRules(const ConfReader& conf, IncludeExclude& rules, std::string& file, std::string& error) {
+    conf.getFileName("runtally.include-exclude", file);
+    return file.empty() || rules.load(file, error);
+}
+
 std::string ruleProblem(const std::string& file, const std::string& error) {
     return "The rule file \"" + file + "\" can't be loaded (" + error + "); correct it.";
 }
@@ -258,11 +264,10 @@ void Runtally::loadApplicationMappings() {
 }
 
 bool Runtally::acceptsConfiguration(const ConfReader& fresh, std::string& problem) const {
-    std::string file;
-    fresh.getFileName("runtally.include-exclude", file);
     IncludeExclude rules;
+    std::string file;
     std::string error;
-    if (file.empty() || rules.load(file, error))
+    if (readRules(fresh, rules, file, error))
         return true;
     problem = ruleProblem(file, error);
     return false;
@@ -270,11 +275,10 @@ bool Runtally::acceptsConfiguration(const ConfReader& fresh, std::string& proble
 
 /// Rules that can't be loaded leave the former ones.
 bool Runtally::loadRules() {
-    std::string file;
-    conf().getFileName("runtally.include-exclude", file);
     IncludeExclude rules;
+    std::string file;
     std::string error;
-    if (file.empty() || rules.load(file, error)) {
+    if (readRules(conf(), rules, file, error)) {
         runtallyState().includeExclude.take(rules);
         return true;
     }
