@@ -2,6 +2,7 @@
 
 #include "platform/Errors.h"
 #include "platform/linux/Checkpoint.h"
+#include "platform/linux/DirectoryReader.h"
 #include "platform/linux/Errno.h"
 #include "platform/linux/LinuxOpenFile.h"
 #include "platform/linux/NativePath.h"
@@ -12,7 +13,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <dirent.h>
 #include <filesystem>
 #include <fnmatch.h>
 
@@ -258,21 +258,18 @@ bool LinuxFileSystem::scan(std::string_view directory, std::string_view pattern,
     std::string native = directory.empty() ? "./" : toNativePath(directory);
     if (!native.ends_with('/'))
         native += '/';
-    struct Closer {
-        void operator()(DIR* open) const { closedir(open); }
-    };
-    const std::unique_ptr<DIR, Closer> entries(opendir(native.c_str()));
+    DirectoryReader entries(native);
     if (!entries)
         return answer(false, error);
     const std::string wanted = withoutSets(pattern);
-    while (const dirent* entry = readdir(entries.get())) {
-        const auto* name = static_cast<const char*>(entry->d_name);
+    const bool isRead = entries.forEach([&](const char* name, uint64_t /*inode*/) {
         struct stat state {};
         if (fnmatch(wanted.c_str(), name, FNM_NOESCAPE) == 0 &&
             systemCalls().stat((native + name).c_str(), &state) == 0)
             found.push_back(describe(name, state));
-    }
-    return answer(true, error);
+        return true;
+    });
+    return answer(isRead, error);
 }
 
 bool LinuxFileSystem::copy(std::string_view from, std::string_view to, bool overwrite, uint32_t& error) {

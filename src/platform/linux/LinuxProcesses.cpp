@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <dirent.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
@@ -128,27 +127,16 @@ bool LinuxProcesses::enumerate(std::vector<uint32_t>& ids) {
     checkpoint();
     ids.clear();
     const StopDeferral deferral;
-    struct Closer {
-        void operator()(DIR* open) const { closedir(open); }
-    };
-    const std::unique_ptr<DIR, Closer> entries(opendir("/proc"));
-    if (!entries)
-        return false;
-    while (const dirent* entry = readdir(entries.get())) {
-        const auto pid = static_cast<uint32_t>(std::strtoul(static_cast<const char*>(entry->d_name), nullptr, 10));
-        if (pid == 0)
-            continue;
-        if (table_->findAlive(pid)) {
+    DirectoryReader proc("/proc");
+    bool isComplete = true; // a process that is left out would count as ended
+    const bool isRead = forEachProcess(proc, [&](uint32_t pid, uint64_t inode) {
+        const auto application = table_->findAlive(pid) ? std::optional(true) : isApplication(pid, inode);
+        isComplete = application.has_value();
+        if (isComplete && *application)
             ids.push_back(pid);
-            continue;
-        }
-        const auto application = isApplication(pid, entry->d_ino);
-        if (!application)
-            return false; // a process that is left out would count as ended
-        if (*application)
-            ids.push_back(pid);
-    }
-    return true;
+        return isComplete;
+    });
+    return isRead && isComplete;
 }
 
 /// Whether an id that nobody holds is a process that runs, and no thread of the kernel's. None if the system had no

@@ -1,13 +1,12 @@
 #include "platform/linux/NativePath.h"
 
 #include "platform/linux/Checkpoint.h"
+#include "platform/linux/DirectoryReader.h"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <ctime>
-#include <dirent.h>
-#include <memory>
 #include <mutex>
 #include <sys/stat.h>
 #include <unordered_map>
@@ -54,24 +53,21 @@ private:
     }
 
     void read(const std::string& directory, const struct stat& state) {
-        struct Closer {
-            void operator()(DIR* open) const { closedir(open); }
-        };
-        const std::unique_ptr<DIR, Closer> entries(opendir(directory.c_str()));
+        DirectoryReader entries(directory);
         names_.clear();
-        while (const dirent* entry = entries ? readdir(entries.get()) : nullptr) {
-            const std::string name = static_cast<const char*>(entry->d_name);
+        const bool isRead = entries.forEach([this](const char* name, uint64_t /*inode*/) {
             const auto [place, isNew] = names_.try_emplace(lowered(name), name);
             if (!isNew)
                 place->second.clear(); // two that differ in case alone
-        }
+            return true;
+        });
         device_ = state.st_dev;
         inode_ = state.st_ino;
         changed_ = state.st_mtim;
         // A change within the clock's grain of the one that was seen would not show.
         timespec now{};
         clock_gettime(CLOCK_REALTIME, &now);
-        isSettled_ = entries && now.tv_sec - changed_.tv_sec >= settlingTime;
+        isSettled_ = isRead && now.tv_sec - changed_.tv_sec >= settlingTime;
     }
 
     static constexpr time_t settlingTime = 2; // seconds

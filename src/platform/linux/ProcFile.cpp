@@ -5,14 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
-#include <memory>
 #include <string_view>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
 namespace Velmor {
 
@@ -21,8 +19,23 @@ constexpr uint32_t kernelThreadFlag = 0x00200000; // PF_KTHREAD
 constexpr std::string_view deletedMark = " (deleted)";
 constexpr size_t startBlock = 4096;
 
-// Places of the fields behind the command name, counted from 0.
-enum class Field : size_t { state = 0, parent = 1, flags = 6, threads = 17, startTime = 19, waitStatus = 49 };
+// Places of the fields behind the command name, counted from the state.
+enum class Field : size_t {
+    parent = 1,
+    flags = 6,
+    userTime = 11,
+    privilegedTime = 12,
+    threads = 17,
+    startTime = 19,
+    virtualBytes = 20,
+    waitStatus = 49,
+    count = 50
+};
+using Fields = std::array<uint64_t, static_cast<size_t>(Field::count)>;
+
+uint64_t at(const Fields& fields, Field field) {
+    return fields.at(static_cast<size_t>(field));
+}
 
 bool sameFile(const std::string& path, const std::string& link) {
     struct stat byPath {};
@@ -42,26 +55,25 @@ bool readLink(const std::string& link, std::string& target) {
 
 } // namespace
 
+bool forEachProcess(DirectoryReader& proc, const std::function<bool(uint32_t pid, uint64_t inode)>& visit) {
+    return proc.forEach([&visit](const char* name, uint64_t inode) {
+        const auto pid = static_cast<uint32_t>(std::strtoul(name, nullptr, 10));
+        return pid == 0 || visit(pid, inode);
+    });
+}
+
 uint32_t otherThread(uint32_t pid) {
-    // The first entries suffice.
-    const FileDescriptor directory(open(procPath(pid, "task").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    struct Entry { // as the kernel writes it
-        uint64_t inode;
-        int64_t offset;
-        uint16_t length;
-        uint8_t type;
-        char name[1];
-    };
-    alignas(8) std::array<char, 256> buffer;
-    const long size = directory ? syscall(SYS_getdents64, directory.get(), buffer.data(), buffer.size()) : 0;
-    for (long at = 0; at < size;) {
-        const auto* entry = reinterpret_cast<const Entry*>(buffer.data() + at);
-        const auto id = static_cast<uint32_t>(std::strtoul(static_cast<const char*>(entry->name), nullptr, 10));
-        if (id != 0 && id != pid)
-            return id;
-        at += entry->length;
-    }
-    return 0;
+    constexpr size_t firstEntries = 256; // bytes; they suffice
+    uint32_t other = 0;
+    DirectoryReader(procPath(pid, "task"))
+        .forEach(
+            [&](const char* name, uint64_t /*inode*/) {
+                const auto id = static_cast<uint32_t>(std::strtoul(name, nullptr, 10));
+                other = id == pid ? 0 : id;
+                return other == 0;
+            },
+            firstEntries);
+    return other;
 }
 
 bool ProcStat::isKernelThread() const {
@@ -101,42 +113,45 @@ bool readProcFile(const std::string& path, std::string& text) {
     return true;
 }
 
+uint64_t takeNumber(std::string_view& rest) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(" \t"), rest.size()));
+    rest.remove_prefix(rest.starts_with('-') ? 1 : 0);
+    uint64_t number = 0;
+    const auto end = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+    rest.remove_prefix(static_cast<size_t>(end.ptr - rest.data()));
+    return number;
+}
+
+bool parseProcStat(std::string_view line, ProcStat& stat) {
+    const size_t nameBegin = line.find('(');
+    const size_t nameEnd = line.rfind(')'); // the name itself may hold anything
+    if (nameBegin == std::string_view::npos || nameEnd == std::string_view::npos || nameEnd + 3 > line.size())
+        return false;
+    stat.name = line.substr(nameBegin + 1, nameEnd - nameBegin - 1);
+    std::string_view rest = line.substr(nameEnd + 2);
+    stat.state = rest.front();
+    rest.remove_prefix(1);
+    const bool isOver = stat.state == 'Z' || stat.state == 'X';
+    const auto wanted = static_cast<size_t>(isOver ? Field::waitStatus : Field::virtualBytes);
+    Fields fields{};
+    for (size_t field = 1; field <= wanted; ++field)
+        fields.at(field) = takeNumber(rest);
+    stat.parentPid = static_cast<uint32_t>(at(fields, Field::parent));
+    stat.flags = static_cast<uint32_t>(at(fields, Field::flags));
+    stat.userTime = at(fields, Field::userTime);
+    stat.privilegedTime = at(fields, Field::privilegedTime);
+    stat.threads = static_cast<uint32_t>(at(fields, Field::threads));
+    stat.startTime = at(fields, Field::startTime);
+    stat.virtualBytes = at(fields, Field::virtualBytes);
+    stat.waitStatus = static_cast<uint32_t>(at(fields, Field::waitStatus));
+    return true;
+}
+
 namespace {
 bool readStatLine(const std::string& path, ProcStat& stat) {
     std::string text;
-    if (!readProcFile(path, text))
-        return false;
-    const size_t nameEnd = text.rfind(')'); // the name itself may hold anything
-    if (nameEnd == std::string::npos)
-        return false;
-    const char* position = text.c_str() + std::min(nameEnd + 2, text.size());
-    for (size_t field = 0; *position; ++field) {
-        char* end = nullptr;
-        if (field == static_cast<size_t>(Field::state)) {
-            stat.state = *position;
-            end = const_cast<char*>(position) + 1;
-        } else {
-            const unsigned long long number = std::strtoull(position, &end, 10);
-            if (end == position)
-                break;
-            if (field == static_cast<size_t>(Field::parent))
-                stat.parentPid = static_cast<uint32_t>(number);
-            else if (field == static_cast<size_t>(Field::flags))
-                stat.flags = static_cast<uint32_t>(number);
-            else if (field == static_cast<size_t>(Field::threads))
-                stat.threads = static_cast<uint32_t>(number);
-            else if (field == static_cast<size_t>(Field::startTime))
-                stat.startTime = number;
-            else if (field == static_cast<size_t>(Field::waitStatus))
-                stat.waitStatus = static_cast<uint32_t>(number);
-        }
-        position = end;
-        while (*position == ' ')
-            ++position;
-    }
-    return stat.state != 0;
+    return readProcFile(path, text) && parseProcStat(text, stat);
 }
-
 } // namespace
 
 bool readProcStat(uint32_t pid, ProcStat& stat) {

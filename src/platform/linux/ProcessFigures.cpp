@@ -3,15 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
 namespace Velmor {
 
@@ -20,38 +17,10 @@ constexpr size_t filesOfProcess = 3;
 constexpr size_t textRoom = 4096; // enough but for the status of a user in hundreds of groups
 constexpr uint64_t nanosecondsOfSecond = 1000000000;
 constexpr uint64_t bytesOfKib = 1024;
-constexpr uint32_t kernelThreadFlag = 0x00200000; // PF_KTHREAD
-
-// Places in the `stat` line behind the command name, counted from the state.
-enum class Field : size_t {
-    flags = 6,
-    userTime = 11,
-    systemTime = 12,
-    threads = 17,
-    startTime = 19,
-    virtualBytes = 20,
-    count = 21
-};
-using StatFields = std::array<uint64_t, static_cast<size_t>(Field::count)>;
-
-uint64_t at(const StatFields& fields, Field field) {
-    return fields.at(static_cast<size_t>(field) - 1);
-}
 
 uint64_t tickNanoseconds() {
     static const uint64_t length = nanosecondsOfSecond / static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
     return length;
-}
-
-/// Takes a number off the front, with the blanks before it; 0 if there is none.
-uint64_t takeNumber(std::string_view& rest) {
-    rest.remove_prefix(std::min(rest.find_first_not_of(" \t"), rest.size()));
-    const bool negative = rest.starts_with('-');
-    rest.remove_prefix(negative ? 1 : 0);
-    uint64_t number = 0;
-    const auto end = std::from_chars(rest.data(), rest.data() + rest.size(), number);
-    rest.remove_prefix(static_cast<size_t>(end.ptr - rest.data()));
-    return number;
 }
 
 /// The number behind `key`, searched from the front of `rest`, which then begins behind it; 0 if it isn't there.
@@ -82,7 +51,7 @@ EntryPath entryPath(uint32_t pid, const char* name) {
 }
 } // namespace
 
-ProcessFigureReader::ProcessFigureReader() : proc_(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+ProcessFigureReader::ProcessFigureReader() : proc_("/proc") {
     text_.reserve(textRoom);
 }
 
@@ -91,7 +60,12 @@ bool ProcessFigureReader::read() {
     getrlimit(RLIMIT_NOFILE, &limit);
     mostKept_ = limit.rlim_cur / 2 / filesOfProcess;
     ++round_;
-    if (!enumerate())
+    entries_.clear();
+    const bool isRead = proc_ && forEachProcess(proc_, [this](uint32_t pid, uint64_t inode) {
+                            entries_.push_back({pid, inode});
+                            return true;
+                        });
+    if (!isRead)
         return false;
     size_t count = 0;
     for (const Entry& entry : entries_) {
@@ -102,34 +76,6 @@ bool ProcessFigureReader::read() {
     processes_.resize(count);
     forgetGone();
     return true;
-}
-
-/// The entries of /proc that are processes. Reads the directory through a descriptor of its own, since `readdir` would
-/// open it anew at each look.
-bool ProcessFigureReader::enumerate() {
-    struct Native { // as the kernel writes it
-        uint64_t inode;
-        int64_t offset;
-        uint16_t length;
-        uint8_t type;
-        char name[1];
-    };
-    entries_.clear();
-    if (!proc_ || lseek(proc_.get(), 0, SEEK_SET) != 0)
-        return false;
-    alignas(8) std::array<char, 32768> buffer;
-    while (true) {
-        const long size = syscall(SYS_getdents64, proc_.get(), buffer.data(), buffer.size());
-        if (size <= 0)
-            return size == 0;
-        for (long place = 0; place < size;) {
-            const auto* entry = reinterpret_cast<const Native*>(buffer.data() + place);
-            const auto pid = static_cast<uint32_t>(std::strtoul(static_cast<const char*>(entry->name), nullptr, 10));
-            if (pid != 0)
-                entries_.push_back({pid, entry->inode});
-            place += entry->length;
-        }
-    }
 }
 
 bool ProcessFigureReader::look(uint32_t pid, uint64_t inode, ProcessFigures& figures) {
@@ -171,7 +117,7 @@ bool ProcessFigureReader::open(uint32_t pid, Files& files) const {
     };
     for (const auto& [name, file] :
          {Target{"stat", files.stat}, Target{"status", files.status}, Target{"io", files.io}}) {
-        file = FileDescriptor(openat(proc_.get(), entryPath(pid, name).data(), O_RDONLY | O_CLOEXEC));
+        file = FileDescriptor(openat(proc_.descriptor(), entryPath(pid, name).data(), O_RDONLY | O_CLOEXEC));
         if (!file && errno == EMFILE)
             return false;
     }
@@ -201,33 +147,22 @@ bool ProcessFigureReader::readFrom(Files& files, ProcessFigures& figures) {
     takeMemory(files, figures);
     takeInputOutput(files, figures);
     struct stat handles {};
-    const bool counted = fstatat(proc_.get(), entryPath(pid, "fd").data(), &handles, 0) == 0;
+    const bool counted = fstatat(proc_.descriptor(), entryPath(pid, "fd").data(), &handles, 0) == 0;
     figures.handles = counted ? static_cast<uint32_t>(handles.st_size) : 0;
     return true;
 }
 
 bool ProcessFigureReader::takeStat(const Files& files, ProcessFigures& figures, bool& isKernelThread) {
-    if (!readText(files.stat))
+    if (!readText(files.stat) || !parseProcStat(text_, stat_))
         return false;
-    const size_t nameBegin = text_.find('(');
-    const size_t nameEnd = text_.rfind(')'); // the name itself may hold anything
-    if (nameBegin == std::string::npos || nameEnd == std::string::npos || nameEnd + 3 > text_.size())
-        return false;
-    figures.name.assign(text_, nameBegin + 1, nameEnd - nameBegin - 1);
-    std::string_view rest = std::string_view(text_).substr(nameEnd + 2);
-    const char state = rest.front();
-    rest.remove_prefix(1);
-    StatFields fields{};
-    for (uint64_t& field : fields)
-        field = takeNumber(rest);
-    isKernelThread = (at(fields, Field::flags) & kernelThreadFlag) != 0;
-    figures.threads = static_cast<uint32_t>(at(fields, Field::threads));
-    const bool hasEnded = (state == 'Z' || state == 'X') && figures.threads <= 1;
-    figures.userTime = at(fields, Field::userTime) * tickNanoseconds();
-    figures.privilegedTime = at(fields, Field::systemTime) * tickNanoseconds();
-    figures.startTime = at(fields, Field::startTime);
-    figures.virtualBytes = at(fields, Field::virtualBytes);
-    return !isKernelThread && !hasEnded;
+    isKernelThread = stat_.isKernelThread();
+    figures.name = stat_.name;
+    figures.threads = stat_.threads;
+    figures.userTime = stat_.userTime * tickNanoseconds();
+    figures.privilegedTime = stat_.privilegedTime * tickNanoseconds();
+    figures.startTime = stat_.startTime;
+    figures.virtualBytes = stat_.virtualBytes;
+    return !isKernelThread && !stat_.hasEnded();
 }
 
 void ProcessFigureReader::takeMemory(const Files& files, ProcessFigures& figures) {

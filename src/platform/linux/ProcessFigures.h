@@ -1,6 +1,7 @@
 #pragma once
 
-#include "platform/linux/FileDescriptor.h"
+#include "platform/linux/DirectoryReader.h"
+#include "platform/linux/ProcFile.h"
 
 #include <cstdint>
 #include <string>
@@ -49,7 +50,6 @@ private:
         bool isKernelThread = false;
     };
 
-    bool enumerate();
     bool look(uint32_t pid, uint64_t inode, ProcessFigures& figures);
     bool open(uint32_t pid, Files& files) const;
     bool openAtAnyPrice(uint32_t pid, Files& files);
@@ -65,13 +65,14 @@ private:
         uint64_t inode;
     };
 
-    FileDescriptor proc_;
+    DirectoryReader proc_;
     size_t mostKept_ = 0; // processes whose files stay open
     size_t kept_ = 0;
     uint64_t round_ = 0;
     std::unordered_map<uint32_t, Files> files_;
     std::vector<Entry> entries_; // of /proc, reused
     std::vector<ProcessFigures> processes_;
+    ProcStat stat_;    // of the process at hand, reused
     std::string text_; // of the file at hand, reused
 };
 

@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <dirent.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
@@ -132,23 +131,17 @@ bool TraceSession::openSources(std::string& shortcomings) {
 
 /// False if the system has no room for the look: a process that is left out would count as ended.
 bool TraceSession::readTable(std::vector<TableEntry>& table) {
-    struct Closer {
-        void operator()(DIR* open) const { closedir(open); }
-    };
-    const std::unique_ptr<DIR, Closer> entries(opendir("/proc"));
-    if (!entries)
-        return false;
-    while (const dirent* entry = readdir(entries.get())) {
-        const auto pid = static_cast<uint32_t>(std::strtoul(static_cast<const char*>(entry->d_name), nullptr, 10));
+    DirectoryReader proc("/proc");
+    bool isComplete = true;
+    const bool isRead = forEachProcess(proc, [&](uint32_t pid, uint64_t /*inode*/) {
         TableEntry known;
-        if (pid == 0)
-            continue;
         if (describe(pid, known))
             table.push_back(std::move(known));
-        else if (isShortage(errno))
-            return false;
-    }
-    return true;
+        else
+            isComplete = !isShortage(errno);
+        return isComplete;
+    });
+    return isRead && isComplete;
 }
 
 /// Notes what runs already. Whoever asks for a session has entered what ran before; what has started since this program
