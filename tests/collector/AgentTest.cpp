@@ -130,6 +130,10 @@ TEST_F(AgentTest, AReconfigurationWithAMistakeChangesNothingAndNamesTheLine) {
     EXPECT_NE(log.find("(2.21.16)"), std::string::npos) << log;
     EXPECT_NE(log.find("runtally.conf"), std::string::npos) << log;
     EXPECT_NE(log.find("line 4"), std::string::npos) << log;
+    os.registry.values.erase("ConfigurationDir");
+    EXPECT_FALSE(agent.reconfigure());
+    EXPECT_EQ(agent.configurations, 1);
+    EXPECT_NE(readFile(directory / "RuntallyDebug.log").find("ConfigurationDir is missing"), std::string::npos);
 }
 
 } // namespace Velmor

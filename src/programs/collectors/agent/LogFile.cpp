@@ -183,7 +183,8 @@ void LogFile::noteRename(bool succeeded, const std::string& from, const std::str
 }
 
 void LogFile::retryRenames() {
-    std::erase_if(failedRenames_, [](const Rename& r) { return renameAnew(r.from, r.to); });
+    // A name that has gone was moved after all, by a call that failed behind the move.
+    std::erase_if(failedRenames_, [](const Rename& r) { return !FileOps::exists(r.from) || renameAnew(r.from, r.to); });
 }
 
 void LogFile::updateName() {

@@ -202,11 +202,15 @@ bool Agent::reconfigure() {
 /// A mistake is told while all goes on as before.
 bool Agent::isConfigurationUsable() {
     std::string directory;
+    std::string problem;
+    if (!platform().registry->isReadable(problem))
+        return refuse(problem);
+    programState().startupFailure.clear();
     if (!readConfigurationDirectory(directory))
-        return false;
+        return refuse(programState().startupFailure);
     ConfReader fresh(loggerContext_.centre);
     fresh.buildDOMTree(configurationFile(directory));
-    std::string problem = fresh.getLastError();
+    problem = fresh.getLastError();
     if (problem.empty() && acceptsConfiguration(fresh, problem))
         return true;
     return refuse(problem);
