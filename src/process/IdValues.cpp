@@ -21,7 +21,7 @@ struct IdValueState {
     Monopoly monopoly; // guards the rest
     std::string directory;
     int32_t lastCleaning = 0; // seconds since 1970
-    int64_t emptySince = 0;   // likewise: when the directory was last changed, if it then held no files; else 0
+    int64_t emptySince = -1;  // likewise: when the directory was last changed, if it then held no files; else -1
 };
 
 IdValueState& state() {
@@ -66,7 +66,7 @@ bool hasNoFiles() {
         return true;
     const bool isEmpty = FileOps::scanDirectory(directory, "*.idval").empty();
     const bool isSettled = DateTime().getSeconds() - changed >= settlingTime;
-    shared.emptySince = isEmpty && isSettled ? changed : 0;
+    shared.emptySince = isEmpty && isSettled ? changed : -1;
     return isEmpty;
 }
 

@@ -189,16 +189,19 @@ bool moveAcrossVolumes(const std::string& from, const std::string& to, uint32_t&
     return true;
 }
 
+bool syncFile(const std::string& path, uint32_t& error) {
+    const auto file = openNative(path, O_RDONLY);
+    if (!file)
+        return answer(false, error);
+    if (file->sync(error))
+        return true;
+    error = NativeError::writeFault; // the kernel tells it once; a further attempt would seem to succeed
+    return false;
+}
+
 bool moveReplacing(const std::string& from, const std::string& to, uint32_t& error) {
-    {
-        const auto file = openNative(from, O_RDONLY);
-        if (!file)
-            return answer(false, error);
-        if (!file->sync(error)) {
-            error = NativeError::writeFault; // the kernel tells it once; a further attempt would seem to succeed
-            return false;
-        }
-    }
+    if (!syncFile(from, error))
+        return false;
     if (systemCalls().rename(from.c_str(), to.c_str()) != 0) {
         if (errno != EXDEV)
             return answer(false, error);
@@ -209,10 +212,10 @@ bool moveReplacing(const std::string& from, const std::string& to, uint32_t& err
 }
 
 bool moveWithoutReplacing(const std::string& from, const std::string& to, uint32_t& error) {
-    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
-        error = NativeError::success;
-        return true;
-    }
+    if (!syncFile(from, error))
+        return false;
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return syncDirectoryOf(to, error);
     struct stat state {};
     if (errno != EINVAL && errno != ENOSYS && errno != EXDEV)
         return answer(false, error);

@@ -183,8 +183,18 @@ ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
     }
     auto process = std::make_unique<LinuxProcess>();
     process->traced = traced_.find(pid);
+    if (process->traced && process->traced->state == TracedProcess::unwatched &&
+        !LinuxProcess::runs(*process->traced)) {
+        traced_.remove(process->traced); // nobody will take its end, and the id may be another's
+        process->traced.reset();
+    }
     if (process->traced) {
         process->executable = process->traced->executable;
+        if (process->executable.empty() && LinuxProcess::runs(*process->traced) &&
+            !readExecutable(pid, process->executable) && (errno == EACCES || errno == EPERM)) {
+            error = NativeError::accessDenied;
+            return nullptr;
+        }
         error = NativeError::success;
         return process;
     }

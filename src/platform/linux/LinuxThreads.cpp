@@ -63,8 +63,8 @@ void pauseFor(long milliseconds) {
         pause();
 }
 
-/// Whether the interrupted thread is in the program's own code or in a call of the kernel, where it holds no lock of
-/// the C library.
+/// Whether the interrupted thread is in the program's own code or in a wait in the kernel, where it holds no lock of
+/// the C library. Other calls of the kernel are no such places: the allocator makes some with its lock held.
 bool isHarmlessPlace(const ucontext_t& context) {
 #if defined(__x86_64__)
     const auto counter = static_cast<uintptr_t>(context.uc_mcontext.gregs[REG_RIP]);
@@ -73,8 +73,8 @@ bool isHarmlessPlace(const ucontext_t& context) {
     if (counter >= begin && counter < end)
         return true;
     const auto* code = reinterpret_cast<const unsigned char*>(counter); // NOLINT(performance-no-int-to-ptr)
-    const auto isSystemCall = [](const unsigned char* p) { return p[0] == 0x0f && p[1] == 0x05; };
-    return isSystemCall(code - 2) || isSystemCall(code);
+    const bool isBehindCall = code[-2] == 0x0f && code[-1] == 0x05;
+    return isBehindCall && context.uc_mcontext.gregs[REG_RAX] == -EINTR;
 #else
     (void)context;
     return true;

@@ -217,9 +217,13 @@ void ProcessBook::announcePending(int64_t now) {
         const auto [pid, since] = forks_.front();
         forks_.pop_front();
         const auto found = entries_.find(pid);
-        if (found != entries_.end() && found->second.since == since && !found->second.announced &&
-            !found->second.isOfKernel)
-            announce(pid, found->second);
+        if (found == entries_.end() || found->second.since != since || found->second.announced ||
+            found->second.isOfKernel)
+            continue;
+        Entry& entry = found->second;
+        if (entry.lacksName && facts_.executable(pid, entry.executable)) // its parent's was gone, its own is there
+            entry.lacksName = false;
+        announce(pid, entry);
     }
 }
 

@@ -200,6 +200,7 @@ void TraceSession::endMissing(const std::vector<TableEntry>& table) {
             note->executable = path;
             gone.push_back(note);
         }
+    const std::lock_guard lock(mutex_);
     for (const TracedPointer& note : gone) {
         note->state = TracedProcess::endedUnknown;
         processes_.traced().remove(note);

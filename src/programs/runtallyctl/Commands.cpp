@@ -54,7 +54,8 @@ bool send(const std::string& command, const std::string& reference, const std::s
         IPCClient(collectorSlot).send("COMMAND", reference, command, replyTo);
         return true;
     } catch (const IPCException& failure) {
-        std::cerr << "No collector listens on this machine (" << failure.getDescription() << ")\n";
+        std::cerr << "No collector listens on this machine, or it can't be reached now (" << failure.getDescription()
+                  << ")\n";
         return false;
     }
 }
@@ -131,7 +132,7 @@ int listen(const std::string& catalogue, int32_t seconds) {
         return CommandStatus::noCollector;
     const uint32_t begin = platform().clock->ticks();
     uint32_t request = 0;
-    while (!platform().messageQueues->peek(request)) {
+    while (std::cout && !platform().messageQueues->peek(request)) {
         if (seconds > 0 && platform().clock->ticks() - begin >= static_cast<uint32_t>(seconds) * 1000)
             break;
         receiveUntil(*slot, 2 * lookPause, [&](const IPCMessage& message) {

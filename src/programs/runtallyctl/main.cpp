@@ -78,7 +78,11 @@ int main(int count, char** values) {
     addCommands(tool, options);
     CLI11_PARSE(tool, count, values);
     try {
-        return options.action();
+        const int status = options.action();
+        std::cout.flush();
+        if (std::cout)
+            return status;
+        std::cerr << "The output can't be written\n";
     } catch (const Velmor::IPCException& failure) {
         std::string text;
         failure.describe(text);

@@ -179,7 +179,10 @@ void LogFile::noteRename(bool succeeded, const std::string& from, const std::str
         return;
     }
     agentLogger().warning(10, from, to);
-    failedRenames_.push_back({from, to});
+    // Meanwhile under a name that the next start takes for the leftover of a crash, should there be no other chance.
+    const std::string waiting = from + ".tmp";
+    const bool isSafe = from.ends_with(".tmp") || !FileOps::move(from, waiting, true);
+    failedRenames_.push_back({isSafe ? from : waiting, to});
 }
 
 void LogFile::retryRenames() {

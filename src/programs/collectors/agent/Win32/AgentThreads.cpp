@@ -75,7 +75,8 @@ bool Agent::startThreads() {
     return false;
 }
 
-/// Ends the thread of a record, and frees what it held until then. A failure is reported.
+/// Ends the thread of a record, and frees what it held until then; not before, since it may go on for as long as its end
+/// takes, and would do so without its locks. A failure is reported.
 bool Agent::endThread(ThreadRecord& record) {
     if (!succeeds([&] { record.thread->stop(); }, fatalReport(stopFailed, record)))
         return false;
@@ -118,7 +119,6 @@ bool Agent::verifyStoppedThreads() {
             ++ended;
             continue;
         }
-        threadLost(record);
         stopThread(record);
         if (record.thread->getStatus() != JobStatus::running)
             ++killed;
@@ -241,7 +241,6 @@ bool Agent::checkThread(ThreadRecord& record) {
 
 bool Agent::killSilent(ThreadRecord& record) {
     agentLogger().debug(5, "   Check: \"%s\" is silent.", record.name);
-    threadLost(record);
     if (!endThread(record))
         return false;
     record.state = ThreadState::down;
@@ -251,6 +250,7 @@ bool Agent::killSilent(ThreadRecord& record) {
 
 bool Agent::restart(ThreadRecord& record) {
     threadLost(record);
+    record.report = Report::nothing; // a stop that was asked for would end it at once
     agentLogger().debug(2, "   Check: Thread \"%s\" is down. Attempting restart...", record.name);
     if (!succeeds([&] { record.thread->execute(); }, fatalReport(startFailed, record)))
         return false;

@@ -1,11 +1,14 @@
 // The thread that watches the process table.
 
+#include "platform/Platform.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "shared/library/common/Timer.h"
+
+#include <algorithm>
 
 namespace Velmor {
 
@@ -78,6 +81,30 @@ void reportChange(const ProcessPointer& change) {
     Runtally::logProcess(change);
 }
 
+/// Ends what is tracked and has gone, after events were given up: neither they nor a comparison of polls tell of it.
+void endUnseen() {
+    RuntallyState& state = runtallyState();
+    std::vector<uint32_t> present;
+    std::vector<uint32_t> gone;
+    if (!state.eventsDropped || !platform().processes->enumerate(present))
+        return;
+    std::sort(present.begin(), present.end());
+    {
+        const AllCheckedOut hold;
+        if (!hold)
+            return; // the next round does it
+        for (const auto& [pid, process] : state.registry.processMap)
+            if (!std::binary_search(present.begin(), present.end(), pid))
+                gone.push_back(pid);
+    }
+    state.eventsDropped = false;
+    for (const uint32_t pid : gone) {
+        const ProcessPointer report(new Process(pid, 0, Process::Mode::ended, false));
+        report->setEnd(DateTime());
+        reportEnd(report);
+    }
+}
+
 /// The poll's objects are the registry's as well by now, and this dates them.
 std::vector<ProcessPointer> takeChanges() {
     RuntallyState& state = runtallyState();
@@ -95,6 +122,7 @@ void fullRound() {
         logger().debug(1, "Failed to poll process table.");
         return;
     }
+    endUnseen();
     state.polledOnce = true; // not before: with events this is the round that enters what runs
     const std::vector<ProcessPointer> changes = takeChanges();
     if (changes.empty())

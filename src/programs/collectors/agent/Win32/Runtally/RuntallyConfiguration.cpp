@@ -167,10 +167,14 @@ void Runtally::readModules() {
 }
 
 void Runtally::readEvents() {
+    const bool wereActive = settings().eventsActive == 1;
     settings().eventsActive = 0;
     chooseEvents();
-    if (settings().eventsActive != 1)
-        tracerState().tracer.reset(); // of an earlier configuration; no thread reads it now
+    if (settings().eventsActive == 1)
+        return;
+    tracerState().tracer.reset(); // of an earlier configuration; no thread reads it now
+    if (wereActive)
+        runtallyState().eventsDropped = true;
 }
 
 void Runtally::chooseEvents() {

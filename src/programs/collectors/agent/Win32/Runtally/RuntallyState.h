@@ -64,6 +64,7 @@ struct RuntallyState {
     std::unique_ptr<ExeFinder> exeFinder;
     ProcessEventLog eventLog;
     std::atomic<bool> polledOnce{false}; // the first full round has been made; stays set
+    std::atomic<bool> eventsDropped{false}; // by a new configuration: the poller is to find what ended meanwhile
     int32_t programStart = 0;            // seconds since 1970
 };
 
