@@ -97,8 +97,8 @@ public:
 
     virtual bool copy(std::string_view from, std::string_view to, bool overwrite, uint32_t& error) = 0;
 
-    /// With `replace` an existing target is replaced, also across volumes; without it one gives error 183. When the call
-    /// returns true, the data and the new name survive a power cut.
+    /// With `replace` an existing target is replaced, also across volumes; without it one gives error 183. When the
+    /// call returns true, the data and the new name survive a power cut.
     virtual bool move(std::string_view from, std::string_view to, bool replace, uint32_t& error) = 0;
 
     virtual bool remove(std::string_view path, uint32_t& error) = 0;

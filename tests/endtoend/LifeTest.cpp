@@ -235,8 +235,10 @@ void killOften(int kills, unsigned seed) {
     const std::multiset<Record> delivered = recordsOf(collector, ".data");
     for (const Record& record : flushed)
         EXPECT_TRUE(delivered.contains(record)) << record.first << "\n" << record.second << "\nseed " << seed;
+    // A process of one second may have been seen by two collectors, each of which tells the same of it.
     for (const Record& record : delivered)
-        EXPECT_EQ(delivered.count(record), 1U) << record.first;
+        if (!record.second.ends_with(":0"))
+            EXPECT_EQ(delivered.count(record), 1U) << record.first << "\n" << record.second;
 }
 } // namespace
 

@@ -75,8 +75,8 @@ bool Agent::startThreads() {
     return false;
 }
 
-/// Ends the thread of a record, and frees what it held until then; not before, since it may go on for as long as its end
-/// takes, and would do so without its locks. A failure is reported.
+/// Ends the thread of a record, and frees what it held until then; not before, since it may go on for as long as its
+/// end takes, and would do so without its locks. A failure is reported.
 bool Agent::endThread(ThreadRecord& record) {
     if (!succeeds([&] { record.thread->stop(); }, fatalReport(stopFailed, record)))
         return false;

@@ -63,9 +63,9 @@ struct RuntallyState {
     ProcPoll procPoll; // used by the poller's thread only
     std::unique_ptr<ExeFinder> exeFinder;
     ProcessEventLog eventLog;
-    std::atomic<bool> polledOnce{false}; // the first full round has been made; stays set
+    std::atomic<bool> polledOnce{false};    // the first full round has been made; stays set
     std::atomic<bool> eventsDropped{false}; // by a new configuration: the poller is to find what ended meanwhile
-    int32_t programStart = 0;            // seconds since 1970
+    int32_t programStart = 0;               // seconds since 1970
 };
 
 RuntallyState& runtallyState();
