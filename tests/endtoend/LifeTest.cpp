@@ -237,8 +237,8 @@ void killOften(int kills, unsigned seed) {
         EXPECT_TRUE(delivered.contains(record)) << record.first << "\n" << record.second << "\nseed " << seed;
     // A process of one second may have been seen by two collectors, each of which tells the same of it.
     for (const Record& record : delivered)
-        EXPECT_TRUE(delivered.count(record) == 1 || record.second.ends_with(":0"))
-            << record.first << "\n" << record.second;
+        EXPECT_TRUE(delivered.count(record) == 1 || record.second.ends_with(":0")) << record.first << "\n"
+                                                                                   << record.second;
 }
 } // namespace
 
