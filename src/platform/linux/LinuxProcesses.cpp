@@ -91,6 +91,18 @@ bool tracedExitCode(const TracedProcess& process, uint32_t& code, uint32_t& erro
     return false;
 }
 
+bool isRefusal(int error) {
+    return error == EACCES || error == EPERM;
+}
+
+/// Names a process as the events told, or else by what its link says now. False if that is refused.
+bool nameTraced(LinuxProcess& process) {
+    const TracedProcess& note = *process.traced;
+    process.executable = note.executable;
+    return !note.executable.empty() || !LinuxProcess::runs(note) || readExecutable(note.pid, process.executable) ||
+           !isRefusal(errno);
+}
+
 /// File-backed executable mappings, each path once, without the executable itself.
 std::vector<std::string> readMappings(uint32_t pid, const std::string& executable) {
     static thread_local std::string text; // large; new memory at each look would cost as much as reading
@@ -175,6 +187,15 @@ bool LinuxProcesses::askExitRecords(const ProcessRecord& record, uint32_t& waitS
     return record.exitStatus(waitStatus);
 }
 
+/// What the events have told of an id, unless its end will be taken by nobody: the id may be another's by then.
+TracedPointer LinuxProcesses::findTraced(uint32_t pid) {
+    TracedPointer note = traced_.find(pid);
+    if (!note || note->state != TracedProcess::unwatched || LinuxProcess::runs(*note))
+        return note;
+    traced_.remove(note);
+    return nullptr;
+}
+
 ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
     checkpoint();
     {
@@ -182,16 +203,9 @@ ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
         std::call_once(exitRecordsStarted_, [this] { startExitRecords(); });
     }
     auto process = std::make_unique<LinuxProcess>();
-    process->traced = traced_.find(pid);
-    if (process->traced && process->traced->state == TracedProcess::unwatched &&
-        !LinuxProcess::runs(*process->traced)) {
-        traced_.remove(process->traced); // nobody will take its end, and the id may be another's
-        process->traced.reset();
-    }
+    process->traced = findTraced(pid);
     if (process->traced) {
-        process->executable = process->traced->executable;
-        if (process->executable.empty() && LinuxProcess::runs(*process->traced) &&
-            !readExecutable(pid, process->executable) && (errno == EACCES || errno == EPERM)) {
+        if (!nameTraced(*process)) {
             error = NativeError::accessDenied;
             return nullptr;
         }
@@ -203,7 +217,7 @@ ProcessHandle LinuxProcesses::open(uint32_t pid, uint32_t& error) {
         // The kernel forgets the link when the main thread has ended; then what was read before still holds.
         if (readExecutable(pid, process->executable)) {
             process->record->noteExecutable(process->executable);
-        } else if ((errno == EACCES || errno == EPERM) && process->record->isAlive()) {
+        } else if (isRefusal(errno) && process->record->isAlive()) {
             error = NativeError::accessDenied;
             return nullptr;
         } else {

@@ -50,6 +50,7 @@ public:
 
 private:
     std::optional<bool> isApplication(uint32_t pid, uint64_t inode);
+    TracedPointer findTraced(uint32_t pid);
     void startExitRecords();
     bool askExitRecords(const ProcessRecord& record, uint32_t& waitStatus);
 

@@ -55,9 +55,16 @@ bool readLink(const std::string& link, std::string& target) {
 
 } // namespace
 
+namespace {
+/// The id that an entry of /proc or of a task directory is named by; 0 if it is another one.
+uint32_t idOf(const char* name) {
+    return static_cast<uint32_t>(std::strtoul(name, nullptr, 10));
+}
+} // namespace
+
 bool forEachProcess(DirectoryReader& proc, const std::function<bool(uint32_t pid, uint64_t inode)>& visit) {
     return proc.forEach([&visit](const char* name, uint64_t inode) {
-        const auto pid = static_cast<uint32_t>(std::strtoul(name, nullptr, 10));
+        const uint32_t pid = idOf(name);
         return pid == 0 || visit(pid, inode);
     });
 }
@@ -68,7 +75,7 @@ uint32_t otherThread(uint32_t pid) {
     DirectoryReader(procPath(pid, "task"))
         .forEach(
             [&](const char* name, uint64_t /*inode*/) {
-                const auto id = static_cast<uint32_t>(std::strtoul(name, nullptr, 10));
+                const uint32_t id = idOf(name);
                 other = id == pid ? 0 : id;
                 return other == 0;
             },

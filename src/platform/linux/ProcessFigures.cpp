@@ -61,10 +61,10 @@ bool ProcessFigureReader::read() {
     mostKept_ = limit.rlim_cur / 2 / filesOfProcess;
     ++round_;
     entries_.clear();
-    const bool isRead = proc_ && forEachProcess(proc_, [this](uint32_t pid, uint64_t inode) {
-                            entries_.push_back({pid, inode});
-                            return true;
-                        });
+    const bool isRead = forEachProcess(proc_, [this](uint32_t pid, uint64_t inode) {
+        entries_.push_back({pid, inode});
+        return true;
+    });
     if (!isRead)
         return false;
     size_t count = 0;

@@ -36,6 +36,15 @@ bool renameAnew(const std::string& from, const std::string& to) {
     return FileOps::copy(from, copy, true) && FileOps::move(copy, from, true) && FileOps::move(from, to, true);
 }
 
+/// Gives a file the name by which the next start takes it for the leftover of a crash. Returns the name that it has
+/// now.
+std::string leaveForNextStart(const std::string& name) {
+    if (name.ends_with(".tmp"))
+        return name;
+    const std::string leftover = name + ".tmp";
+    return FileOps::move(name, leftover, true) ? leftover : name;
+}
+
 void reportFailure(int32_t message, const std::string& fileName, const FileException& failure) {
     agentLogger().error(message, fileName, failure.getCodeText());
     agentLogger().debug(1, "LogFile:" + failure.getFullDescription());
@@ -48,9 +57,8 @@ LogFile::~LogFile() {
     } catch (const Exception& failure) {
         agentLogger().debug(1, "LogFile:" + failure.getFullDescription());
     }
-    for (const Rename& r : failedRenames_) // the next start takes these for the leftovers of a crash
-        if (!r.from.ends_with(".tmp"))
-            FileOps::move(r.from, r.from + ".tmp", true);
+    for (const Rename& r : failedRenames_)
+        leaveForNextStart(r.from);
 }
 
 void LogFile::setName(const std::string& stem) {
@@ -179,10 +187,7 @@ void LogFile::noteRename(bool succeeded, const std::string& from, const std::str
         return;
     }
     agentLogger().warning(10, from, to);
-    // Meanwhile under a name that the next start takes for the leftover of a crash, should there be no other chance.
-    const std::string waiting = from + ".tmp";
-    const bool isSafe = from.ends_with(".tmp") || !FileOps::move(from, waiting, true);
-    failedRenames_.push_back({isSafe ? from : waiting, to});
+    failedRenames_.push_back({leaveForNextStart(from), to}); // should there be no other chance
 }
 
 void LogFile::retryRenames() {

@@ -99,16 +99,7 @@ void awaitTable() {
 
 /// Ends what was gone when it was to be entered: no event will tell of it.
 void endWhatWasGone() {
-    std::vector<uint32_t> gone;
-    if (const AllCheckedOut hold; hold)
-        for (const auto& [pid, process] : runtallyState().registry.processMap)
-            if (process->getExecutable() == Process::lostText)
-                gone.push_back(pid);
-    for (const uint32_t pid : gone) {
-        const ProcessPointer report(new Process(pid, 0, Process::Mode::ended, false));
-        report->setEnd(DateTime());
-        Runtally::logProcess(report);
-    }
+    Runtally::endGone([](const Process& process) { return process.getExecutable() == Process::lostText; });
 }
 
 /// Makes the tracer if there is none. False if the thread has to end, with `result`.

@@ -85,24 +85,14 @@ void reportChange(const ProcessPointer& change) {
 void endUnseen() {
     RuntallyState& state = runtallyState();
     std::vector<uint32_t> present;
-    std::vector<uint32_t> gone;
     if (!state.eventsDropped || !platform().processes->enumerate(present))
         return;
     std::sort(present.begin(), present.end());
-    {
-        const AllCheckedOut hold;
-        if (!hold)
-            return; // the next round does it
-        for (const auto& [pid, process] : state.registry.processMap)
-            if (!std::binary_search(present.begin(), present.end(), pid))
-                gone.push_back(pid);
-    }
-    state.eventsDropped = false;
-    for (const uint32_t pid : gone) {
-        const ProcessPointer report(new Process(pid, 0, Process::Mode::ended, false));
-        report->setEnd(DateTime());
-        reportEnd(report);
-    }
+    const auto isGone = [&](const Process& process) {
+        return !std::binary_search(present.begin(), present.end(), process.pid());
+    };
+    if (Runtally::endGone(isGone)) // else the next round does it
+        state.eventsDropped = false;
 }
 
 /// The poll's objects are the registry's as well by now, and this dates them.

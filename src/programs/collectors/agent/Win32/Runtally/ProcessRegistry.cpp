@@ -239,6 +239,24 @@ bool Runtally::removeProcessFromEndedProcessMap(uint32_t pid) {
     return true;
 }
 
+bool Runtally::endGone(const std::function<bool(const Process&)>& isGone) {
+    std::vector<uint32_t> gone;
+    {
+        const AllCheckedOut hold;
+        if (!hold)
+            return false;
+        for (const auto& [pid, process] : registry().processMap)
+            if (isGone(*process))
+                gone.push_back(pid);
+    }
+    for (const uint32_t pid : gone) {
+        const ProcessPointer report(new Process(pid, 0, Process::Mode::ended, false));
+        report->setEnd(DateTime());
+        logProcess(report);
+    }
+    return true;
+}
+
 void Runtally::logProcess(const ProcessPointer& process) {
     logger().debug(5, "Logging process %i", process->pid());
     switch (process->getState()) {

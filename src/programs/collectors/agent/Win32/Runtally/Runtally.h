@@ -5,6 +5,7 @@
 #include "shared/library/common/TimeSpan.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -67,6 +68,9 @@ public:
     static void admitPending(uint32_t pid);
     /// Writes the last records of a process and gives it up. An end without a start waits for it.
     static void logEndProcess(const ProcessPointer& report);
+    /// Ends now each tracked process of which `isGone` is true. False if the lock could not be had; nothing is ended
+    /// then.
+    static bool endGone(const std::function<bool(const Process&)>& isGone);
     /// Writes a slice of a process that runs on.
     static void logProcessUsage(const ProcessPointer& report);
     /// Gives each tracked process a slice that ends now; the next one begins at the same second.
