@@ -13,17 +13,17 @@
 
 #include "platform/EventSchema.h"
 #include "platform/Platform.h"
-#include "platform/linux/LinuxEventSchema.h"
-#include "platform/linux/ProcessConnector.h"
-#include "platform/linux/SidebandRings.h"
-#include "platform/linux/TracePayload.h"
-#include "process/EventDecoder.h"
-#include "process/KernelTracer.h"
+#include "platform/linux/trace/LinuxEventSchema.h"
+#include "platform/linux/trace/ProcessConnector.h"
+#include "platform/linux/trace/SidebandRings.h"
+#include "platform/linux/trace/TracePayload.h"
+#include "process/events/EventDecoder.h"
+#include "process/events/KernelTracer.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
 
 #include <algorithm>
 #include <array>

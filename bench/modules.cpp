@@ -4,9 +4,9 @@
 #include "Children.h"
 
 #include "programs/collectors/agent/ThreadRecord.h"
-#include "programs/collectors/agent/Win32/Runtally/ModulePoller.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/ModulePoller.h"
 
 #include <benchmark/benchmark.h>
 

@@ -5,7 +5,7 @@
 #include "Children.h"
 
 #include "platform/PerformanceLayout.h"
-#include "process/OscQuery.h"
+#include "process/performance/OscQuery.h"
 
 #include <benchmark/benchmark.h>
 

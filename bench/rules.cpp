@@ -1,7 +1,7 @@
 // The decision whether a record is wanted, with 100 rules of three conditions of which only the last holds.
 
 #include "rules/IncludeExclude.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/text/TextUtils.h"
 
 #include <benchmark/benchmark.h>
 

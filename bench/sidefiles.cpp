@@ -1,7 +1,7 @@
 // What id values and the event log cost where their directory holds 5,000 files, beside the bare calls of the system.
 
-#include "process/IdValues.h"
 #include "process/Process.h"
+#include "process/naming/IdValues.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"

@@ -4,7 +4,7 @@
 #include "platform/Accounts.h"
 #include "platform/Errors.h"
 #include "platform/Platform.h"
-#include "process/EventDecoder.h"
+#include "process/events/EventDecoder.h"
 
 #include <algorithm>
 #include <array>

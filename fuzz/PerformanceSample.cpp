@@ -6,7 +6,7 @@
 #include "platform/PerformanceData.h"
 #include "platform/PerformanceLayout.h"
 #include "platform/Platform.h"
-#include "process/OscQuery.h"
+#include "process/performance/OscQuery.h"
 
 #include <algorithm>
 #include <cstdlib>

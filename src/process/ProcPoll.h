@@ -1,7 +1,7 @@
 #pragma once
 
 #include "process/Process.h"
-#include "shared/library/common/TimeSpan.h"
+#include "shared/library/common/time/TimeSpan.h"
 #include "shared/library/logger/Logger.h"
 
 #include <cstdint>

@@ -3,7 +3,7 @@
 #include "platform/Errors.h"
 #include "platform/Platform.h"
 #include "process/ProcessShared.h"
-#include "shared/library/common/SystemInfo.h"
+#include "shared/library/common/system/SystemInfo.h"
 
 namespace Velmor {
 

@@ -4,9 +4,9 @@
 #include "platform/KernelTrace.h"
 #include "platform/Processes.h"
 #include "process/ModuleRecord.h"
-#include "process/OscCounter.h"
-#include "shared/library/common/ComparisonPointer.h"
-#include "shared/library/common/DateTime.h"
+#include "process/performance/OscCounter.h"
+#include "shared/library/common/pointers/ComparisonPointer.h"
+#include "shared/library/common/time/DateTime.h"
 #include "shared/library/logger/LoggerUnit.h"
 
 #include <cstdint>

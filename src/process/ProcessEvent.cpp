@@ -1,11 +1,11 @@
 // How a `Process` comes out of a trace event.
 
 #include "platform/Platform.h"
-#include "process/EventDecoder.h"
 #include "process/Process.h"
 #include "process/ProcessShared.h"
-#include "shared/library/common/SystemInfo.h"
-#include "shared/library/common/TextUtils.h"
+#include "process/events/EventDecoder.h"
+#include "shared/library/common/system/SystemInfo.h"
+#include "shared/library/common/text/TextUtils.h"
 
 #include <algorithm>
 #include <cstring>

@@ -6,10 +6,10 @@
 #include "platform/Platform.h"
 #include "process/Process.h"
 #include "process/ProcessShared.h"
-#include "shared/library/common/FileOps.h"
-#include "shared/library/common/FileUtils.h"
-#include "shared/library/common/TextUtils.h"
-#include "shared/library/common/Timer.h"
+#include "shared/library/common/files/FileOps.h"
+#include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/text/TextUtils.h"
+#include "shared/library/common/time/Timer.h"
 
 namespace Velmor {
 

@@ -4,7 +4,7 @@
 #include "platform/Platform.h"
 #include "process/Process.h"
 #include "process/ProcessShared.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/text/TextUtils.h"
 
 namespace Velmor {
 

@@ -1,6 +1,6 @@
 #include "rules/ModPollFilterChecker.h"
 
-#include "shared/library/common/FileException.h"
+#include "shared/library/common/errors/FileException.h"
 
 namespace Velmor {
 

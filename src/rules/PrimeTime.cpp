@@ -1,8 +1,8 @@
 #include "rules/PrimeTime.h"
 
-#include "shared/library/common/BasicFile.h"
-#include "shared/library/common/StringSearcher.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/files/BasicFile.h"
+#include "shared/library/common/text/StringSearcher.h"
+#include "shared/library/common/text/TextUtils.h"
 
 #include <algorithm>
 #include <limits>

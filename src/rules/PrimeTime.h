@@ -1,6 +1,6 @@
 #pragma once
 
-#include "shared/library/common/DateTime.h"
+#include "shared/library/common/time/DateTime.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,9 +1,9 @@
 #include "rules/ProcessRuleBlocks.h"
 
-#include "shared/library/common/FilePlain.h"
-#include "shared/library/common/SmartPointer.h"
-#include "shared/library/common/StringSearcher.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/files/FilePlain.h"
+#include "shared/library/common/pointers/SmartPointer.h"
+#include "shared/library/common/text/StringSearcher.h"
+#include "shared/library/common/text/TextUtils.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,6 +1,6 @@
 #include "rules/ProcessRulesChecker.h"
 
-#include "shared/library/common/FileUtils.h"
+#include "shared/library/common/files/FileUtils.h"
 
 namespace Velmor {
 

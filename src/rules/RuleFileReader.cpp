@@ -1,9 +1,9 @@
 #include "rules/RuleFileReader.h"
 
-#include "shared/library/common/Exception.h"
-#include "shared/library/common/FileOps.h"
-#include "shared/library/common/StringSearcher.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/errors/Exception.h"
+#include "shared/library/common/files/FileOps.h"
+#include "shared/library/common/text/StringSearcher.h"
+#include "shared/library/common/text/TextUtils.h"
 
 #include <algorithm>
 

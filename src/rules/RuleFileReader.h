@@ -1,7 +1,7 @@
 #pragma once
 
 #include "rules/IncludeExclude.h"
-#include "shared/library/common/BasicFile.h"
+#include "shared/library/common/files/BasicFile.h"
 
 #include <string>
 #include <string_view>

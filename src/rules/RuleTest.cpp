@@ -1,7 +1,7 @@
 #include "rules/RuleTest.h"
 
-#include "shared/library/common/SystemInfo.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/system/SystemInfo.h"
+#include "shared/library/common/text/TextUtils.h"
 
 namespace Velmor {
 

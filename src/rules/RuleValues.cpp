@@ -2,9 +2,9 @@
 
 #include "rules/RuleFileReader.h"
 
-#include "shared/library/common/DateTime.h"
-#include "shared/library/common/Exception.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/errors/Exception.h"
+#include "shared/library/common/text/TextUtils.h"
+#include "shared/library/common/time/DateTime.h"
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 
 #include "collector/CollectorFixture.h"
 
-#include "platform/linux/SystemCalls.h"
+#include "platform/linux/files/SystemCalls.h"
 #include "support/NoSync.h"
 
 #include <cerrno>

@@ -3,7 +3,7 @@
 #include "collector/CollectorFixture.h"
 
 #include "process/ProcessShared.h"
-#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
 
 namespace Velmor {
 

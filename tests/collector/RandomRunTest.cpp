@@ -3,7 +3,7 @@
 
 #include "collector/CollectorFixture.h"
 
-#include "shared/library/common/FileUtils.h"
+#include "shared/library/common/files/FileUtils.h"
 #include "support/Environment.h"
 #include "support/NoSync.h"
 

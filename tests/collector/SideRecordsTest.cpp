@@ -3,9 +3,9 @@
 #include "collector/CollectorFixture.h"
 
 #include "programs/collectors/agent/ThreadRecord.h"
-#include "programs/collectors/agent/Win32/Runtally/ModulePoller.h"
-#include "programs/collectors/agent/Win32/Runtally/PerformanceMonitor.h"
-#include "programs/collectors/agent/Win32/Runtally/PerformanceRecord.h"
+#include "programs/collectors/agent/Win32/Runtally/records/PerformanceRecord.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/ModulePoller.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/PerformanceMonitor.h"
 #include "support/DataFiles.h"
 
 #include <thread>

@@ -2,7 +2,7 @@
 
 #include "RunningCollector.h"
 
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/text/TextUtils.h"
 #include "support/Environment.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "shared/library/common/ConfReader.h"
+#include "shared/library/common/configuration/ConfReader.h"
 #include "shared/library/logger/LoggerCentre.h"
 #include "support/ScriptedPlatform.h"
 #include "support/TempDirectory.h"

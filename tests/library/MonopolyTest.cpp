@@ -1,4 +1,4 @@
-#include "shared/library/common/Monopoly.h"
+#include "shared/library/common/system/Monopoly.h"
 #include "platform/Platform.h"
 #include "platform/Threads.h"
 

@@ -1,4 +1,4 @@
-#include "shared/library/common/SmartPointer.h"
+#include "shared/library/common/pointers/SmartPointer.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "shared/library/common/SystemInfo.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/system/SystemInfo.h"
+#include "shared/library/common/text/TextUtils.h"
 #include "support/ScriptedPlatform.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
-#include "shared/library/common/DateTime.h"
-#include "shared/library/common/TimeException.h"
-#include "shared/library/common/TimeSpan.h"
+#include "shared/library/common/errors/TimeException.h"
+#include "shared/library/common/time/DateTime.h"
+#include "shared/library/common/time/TimeSpan.h"
 #include "support/ScriptedPlatform.h"
 #include "support/Zone.h"
 

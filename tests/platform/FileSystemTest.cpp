@@ -1,7 +1,7 @@
-#include "platform/linux/LinuxFileSystem.h"
+#include "platform/linux/files/LinuxFileSystem.h"
 
 #include "platform/Errors.h"
-#include "platform/linux/SystemCalls.h"
+#include "platform/linux/files/SystemCalls.h"
 #include "support/TempDirectory.h"
 
 #include <algorithm>

@@ -1,11 +1,11 @@
 // The service of process events on the real kernel, with its sources switched off in turn. Needs root.
 
-#include "platform/linux/LinuxKernelTrace.h"
+#include "platform/linux/trace/LinuxKernelTrace.h"
 
 #include "platform/Errors.h"
-#include "platform/linux/LinuxProcesses.h"
-#include "platform/linux/ProcessConnector.h"
-#include "platform/linux/TracePayload.h"
+#include "platform/linux/processes/LinuxProcesses.h"
+#include "platform/linux/trace/ProcessConnector.h"
+#include "platform/linux/trace/TracePayload.h"
 #include "support/Child.h"
 #include "support/Eventually.h"
 #include "support/TempDirectory.h"

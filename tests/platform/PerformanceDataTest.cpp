@@ -1,7 +1,7 @@
 #include "platform/PerformanceData.h"
 #include "platform/Errors.h"
 #include "platform/PerformanceLayout.h"
-#include "platform/linux/LinuxPerformanceData.h"
+#include "platform/linux/performance/LinuxPerformanceData.h"
 #include "support/Child.h"
 #include "support/Eventually.h"
 

@@ -1,4 +1,4 @@
-#include "platform/linux/ProcessBook.h"
+#include "platform/linux/trace/ProcessBook.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/linux/LinuxProcesses.h"
+#include "platform/linux/processes/LinuxProcesses.h"
 
 #include "platform/Errors.h"
 #include "support/Child.h"

@@ -1,4 +1,4 @@
-#include "platform/linux/LinuxRegistry.h"
+#include "platform/linux/family/LinuxRegistry.h"
 
 #include "platform/Errors.h"
 #include "support/RuntimeFixture.h"

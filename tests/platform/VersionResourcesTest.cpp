@@ -1,4 +1,4 @@
-#include "platform/linux/LinuxVersionResources.h"
+#include "platform/linux/naming/LinuxVersionResources.h"
 
 #include "support/TempDirectory.h"
 

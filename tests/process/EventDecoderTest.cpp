@@ -1,4 +1,4 @@
-#include "process/EventDecoder.h"
+#include "process/events/EventDecoder.h"
 
 #include "process/Process.h"
 #include "process/ProcessShared.h"

@@ -1,7 +1,7 @@
-#include "process/ExeFinder.h"
+#include "process/naming/ExeFinder.h"
 
-#include "shared/library/common/FileUtils.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/text/TextUtils.h"
 #include "support/ScriptedPlatform.h"
 #include "support/TempDirectory.h"
 

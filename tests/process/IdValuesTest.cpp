@@ -1,4 +1,4 @@
-#include "process/IdValues.h"
+#include "process/naming/IdValues.h"
 
 #include "support/ScriptedPlatform.h"
 #include "support/TempDirectory.h"

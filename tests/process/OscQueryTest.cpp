@@ -1,4 +1,4 @@
-#include "process/OscQuery.h"
+#include "process/performance/OscQuery.h"
 
 #include "support/ScriptedPlatform.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/linux/SystemCalls.h"
+#include "platform/linux/files/SystemCalls.h"
 
 namespace Velmor {
 

@@ -8,7 +8,7 @@
 #include "platform/Processes.h"
 #include "platform/Registry.h"
 #include "platform/VersionResources.h"
-#include "platform/linux/LinuxFileSystem.h"
+#include "platform/linux/files/LinuxFileSystem.h"
 #include "support/ScriptedPerformanceData.h"
 #include "support/ScriptedTrace.h"
 

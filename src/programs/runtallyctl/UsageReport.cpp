@@ -1,8 +1,8 @@
 #include "programs/runtallyctl/UsageReport.h"
 
 #include "programs/runtallyctl/UsageFile.h"
-#include "shared/library/common/DateTime.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/text/TextUtils.h"
+#include "shared/library/common/time/DateTime.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -2,7 +2,7 @@
 
 #include "programs/runtallyctl/Commands.h"
 #include "programs/runtallyctl/UsageReport.h"
-#include "shared/library/common/IPCException.h"
+#include "shared/library/common/errors/IPCException.h"
 #include "shared/library/logger/LoggerUnit.h"
 
 #include <CLI/CLI.hpp>

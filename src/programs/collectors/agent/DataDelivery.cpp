@@ -4,7 +4,7 @@
 #include "platform/Threads.h"
 #include "programs/collectors/agent/AgentLogger.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "shared/library/common/Timer.h"
+#include "shared/library/common/time/Timer.h"
 
 namespace Velmor {
 

@@ -2,9 +2,9 @@
 
 #include "programs/collectors/agent/LogFile.h"
 #include "programs/collectors/agent/ThreadRecord.h"
-#include "shared/library/common/DateTime.h"
-#include "shared/library/common/SmartPointer.h"
-#include "shared/library/common/TimeSpan.h"
+#include "shared/library/common/pointers/SmartPointer.h"
+#include "shared/library/common/time/DateTime.h"
+#include "shared/library/common/time/TimeSpan.h"
 
 #include <cstdint>
 #include <map>

@@ -3,11 +3,11 @@
 #include "platform/Machine.h"
 #include "platform/Platform.h"
 #include "programs/collectors/agent/AgentLogger.h"
-#include "shared/library/common/DateTime.h"
-#include "shared/library/common/FileException.h"
-#include "shared/library/common/FileFactory.h"
-#include "shared/library/common/FileOps.h"
-#include "shared/library/common/FileUtils.h"
+#include "shared/library/common/errors/FileException.h"
+#include "shared/library/common/files/FileFactory.h"
+#include "shared/library/common/files/FileOps.h"
+#include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/time/DateTime.h"
 
 #include <atomic>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "shared/library/common/FileBase.h"
-#include "shared/library/common/Monopoly.h"
-#include "shared/library/common/SmartPointer.h"
+#include "shared/library/common/files/FileBase.h"
+#include "shared/library/common/pointers/SmartPointer.h"
+#include "shared/library/common/system/Monopoly.h"
 
 #include <string>
 #include <string_view>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "shared/library/common/Monopoly.h"
-#include "shared/library/common/TimeSpan.h"
+#include "shared/library/common/system/Monopoly.h"
+#include "shared/library/common/time/TimeSpan.h"
 
 #include <atomic>
 #include <cstdint>

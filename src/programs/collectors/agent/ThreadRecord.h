@@ -1,7 +1,7 @@
 #pragma once
 
-#include "shared/library/common/DateTime.h"
-#include "shared/library/common/SmartPointer.h"
+#include "shared/library/common/pointers/SmartPointer.h"
+#include "shared/library/common/time/DateTime.h"
 #include "shared/library/common/win32/ThreadInstance.h"
 
 #include <atomic>

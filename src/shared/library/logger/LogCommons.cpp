@@ -1,13 +1,13 @@
 #include "shared/library/logger/LogCommons.h"
 
-#include "shared/library/common/FileException.h"
-#include "shared/library/common/FileOps.h"
-#include "shared/library/common/FilePlain.h"
-#include "shared/library/common/FileUtils.h"
-#include "shared/library/common/ParamStream.h"
-#include "shared/library/common/StringSearcher.h"
-#include "shared/library/common/TextUtils.h"
-#include "shared/library/common/TimeException.h"
+#include "shared/library/common/errors/FileException.h"
+#include "shared/library/common/errors/TimeException.h"
+#include "shared/library/common/files/FileOps.h"
+#include "shared/library/common/files/FilePlain.h"
+#include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/text/ParamStream.h"
+#include "shared/library/common/text/StringSearcher.h"
+#include "shared/library/common/text/TextUtils.h"
 
 #include <algorithm>
 #include <array>

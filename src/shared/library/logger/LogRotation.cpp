@@ -1,10 +1,10 @@
 // The rotation of the debug log: when it is due, and how it is done.
 
 #include "platform/Errors.h"
-#include "shared/library/common/FileOps.h"
-#include "shared/library/common/FileUtils.h"
-#include "shared/library/common/Monopoly.h"
-#include "shared/library/common/SystemInfo.h"
+#include "shared/library/common/files/FileOps.h"
+#include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/system/Monopoly.h"
+#include "shared/library/common/system/SystemInfo.h"
 #include "shared/library/logger/LogFileSettings.h"
 #include "shared/library/logger/LoggerAgentFile.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "shared/library/common/FileException.h"
+#include "shared/library/common/errors/FileException.h"
 #include "shared/library/logger/LoggerUnit.h"
 
 #include <utility>

@@ -4,12 +4,12 @@
 #include "platform/Errors.h"
 #include "platform/Platform.h"
 #include "platform/Threads.h"
-#include "shared/library/common/FileException.h"
-#include "shared/library/common/FilePlain.h"
-#include "shared/library/common/FileUtils.h"
-#include "shared/library/common/SystemInfo.h"
-#include "shared/library/common/TimeException.h"
-#include "shared/library/common/Timer.h"
+#include "shared/library/common/errors/FileException.h"
+#include "shared/library/common/errors/TimeException.h"
+#include "shared/library/common/files/FilePlain.h"
+#include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/system/SystemInfo.h"
+#include "shared/library/common/time/Timer.h"
 #include "shared/library/logger/LogFileSettings.h"
 
 #include <algorithm>

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "shared/library/common/DateTime.h"
-#include "shared/library/common/FileBase.h"
-#include "shared/library/common/Monopoly.h"
-#include "shared/library/common/SmartPointer.h"
-#include "shared/library/common/TimeSpan.h"
+#include "shared/library/common/files/FileBase.h"
+#include "shared/library/common/pointers/SmartPointer.h"
+#include "shared/library/common/system/Monopoly.h"
+#include "shared/library/common/time/DateTime.h"
+#include "shared/library/common/time/TimeSpan.h"
 #include "shared/library/logger/LoggerAgent.h"
 
 #include <atomic>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "shared/library/common/SmartPointer.h"
+#include "shared/library/common/pointers/SmartPointer.h"
 #include "shared/library/logger/LogMessenger.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "shared/library/logger/LoggerUnit.h"
 
-#include "shared/library/common/FileException.h"
+#include "shared/library/common/errors/FileException.h"
 #include "shared/library/logger/LogCommons.h"
 
 #include <atomic>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "shared/library/common/ParamStream.h"
-#include "shared/library/common/SmartPointer.h"
+#include "shared/library/common/pointers/SmartPointer.h"
+#include "shared/library/common/text/ParamStream.h"
 #include "shared/library/logger/LoggerCentre.h"
 
 #include <cstdint>

@@ -1,7 +1,7 @@
 // The text form of a message, and the filling in of its parameters.
 
-#include "shared/library/common/ParamStream.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/text/ParamStream.h"
+#include "shared/library/common/text/TextUtils.h"
 #include "shared/library/logger/LogCommons.h"
 
 #include <cstdlib>

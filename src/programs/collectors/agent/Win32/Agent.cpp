@@ -10,12 +10,12 @@
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "rules/PrimeTime.h"
-#include "shared/library/common/FileOps.h"
-#include "shared/library/common/FileUtils.h"
-#include "shared/library/common/IPCException.h"
-#include "shared/library/common/JobException.h"
-#include "shared/library/common/SystemInfo.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/errors/IPCException.h"
+#include "shared/library/common/errors/JobException.h"
+#include "shared/library/common/files/FileOps.h"
+#include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/system/SystemInfo.h"
+#include "shared/library/common/text/TextUtils.h"
 
 namespace Velmor {
 

@@ -2,11 +2,11 @@
 
 #include "programs/collectors/agent/ThreadRecord.h"
 #include "programs/collectors/agent/Win32/CommandLine.h"
-#include "shared/library/common/IPCServer.h"
-#include "shared/library/common/Monopoly.h"
-#include "shared/library/common/SmartPointer.h"
+#include "shared/library/common/ipc/IPCServer.h"
+#include "shared/library/common/pointers/SmartPointer.h"
+#include "shared/library/common/system/Monopoly.h"
 #include "shared/library/logger/LogCommons.h"
-#include "shared/library/logger/LoggerContext.h"
+#include "shared/library/logger/context/LoggerContext.h"
 
 #include <cstdint>
 #include <list>

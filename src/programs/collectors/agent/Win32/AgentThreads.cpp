@@ -5,8 +5,8 @@
 #include "programs/collectors/agent/AgentLogger.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Agent.h"
-#include "shared/library/common/JobException.h"
-#include "shared/library/common/Timer.h"
+#include "shared/library/common/errors/JobException.h"
+#include "shared/library/common/time/Timer.h"
 
 #include <algorithm>
 

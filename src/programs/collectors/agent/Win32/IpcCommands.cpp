@@ -5,9 +5,9 @@
 #include "programs/collectors/agent/AgentLogger.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "shared/library/common/IPCClient.h"
-#include "shared/library/common/IPCException.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/errors/IPCException.h"
+#include "shared/library/common/ipc/IPCClient.h"
+#include "shared/library/common/text/TextUtils.h"
 
 namespace Velmor {
 

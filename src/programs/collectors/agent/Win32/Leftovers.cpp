@@ -5,9 +5,9 @@
 #include "programs/collectors/agent/AgentLogger.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Agent.h"
-#include "shared/library/common/DateTime.h"
-#include "shared/library/common/FileOps.h"
-#include "shared/library/common/FileUtils.h"
+#include "shared/library/common/files/FileOps.h"
+#include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/time/DateTime.h"
 
 namespace Velmor {
 

@@ -5,7 +5,7 @@
 #include "programs/collectors/agent/AgentLogger.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Agent.h"
-#include "shared/library/common/Timer.h"
+#include "shared/library/common/time/Timer.h"
 
 namespace Velmor {
 

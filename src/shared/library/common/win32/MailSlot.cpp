@@ -2,8 +2,8 @@
 
 #include "platform/Errors.h"
 #include "platform/Platform.h"
-#include "shared/library/common/IPCException.h"
-#include "shared/library/common/Timer.h"
+#include "shared/library/common/errors/IPCException.h"
+#include "shared/library/common/time/Timer.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/Mailslots.h"
-#include "shared/library/common/IPC.h"
-#include "shared/library/common/Monopoly.h"
+#include "shared/library/common/ipc/IPC.h"
+#include "shared/library/common/system/Monopoly.h"
 
 #include <cstdint>
 #include <memory>

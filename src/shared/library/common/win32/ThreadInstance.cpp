@@ -3,8 +3,8 @@
 #include "platform/Errors.h"
 #include "platform/MessageQueues.h"
 #include "platform/Platform.h"
-#include "shared/library/common/JobException.h"
-#include "shared/library/common/Timer.h"
+#include "shared/library/common/errors/JobException.h"
+#include "shared/library/common/time/Timer.h"
 
 namespace Velmor {
 

@@ -1,12 +1,12 @@
 // What a process leaves at its end and at each slice.
 
-#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
-#include "programs/collectors/agent/Win32/Runtally/ModulePoller.h"
-#include "programs/collectors/agent/Win32/Runtally/PerformanceRecord.h"
 #include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/records/PerformanceRecord.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/ModulePoller.h"
 
 namespace Velmor {
 

@@ -2,10 +2,10 @@
 
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
-#include "shared/library/common/FileOps.h"
-#include "shared/library/common/FileUtils.h"
-#include "shared/library/common/StringSearcher.h"
-#include "shared/library/common/TextUtils.h"
+#include "shared/library/common/files/FileOps.h"
+#include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/text/StringSearcher.h"
+#include "shared/library/common/text/TextUtils.h"
 
 #include <cstdlib>
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "process/Process.h"
-#include "shared/library/common/BasicFile.h"
-#include "shared/library/common/DateTime.h"
-#include "shared/library/common/Monopoly.h"
+#include "shared/library/common/files/BasicFile.h"
+#include "shared/library/common/system/Monopoly.h"
+#include "shared/library/common/time/DateTime.h"
 
 #include <cstdint>
 #include <string>

@@ -2,16 +2,16 @@
 
 #include "platform/Platform.h"
 #include "platform/Threads.h"
-#include "process/IdValues.h"
+#include "process/naming/IdValues.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
-#include "programs/collectors/agent/Win32/Runtally/PerformanceMonitor.h"
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
-#include "shared/library/common/StructuredException.h"
-#include "shared/library/common/Timer.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/PerformanceMonitor.h"
+#include "shared/library/common/errors/StructuredException.h"
+#include "shared/library/common/time/Timer.h"
 
 #include <algorithm>
 

@@ -10,10 +10,10 @@
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/IpcCommands.h"
-#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
-#include "shared/library/common/SystemInfo.h"
-#include "shared/library/common/Timer.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "shared/library/common/system/SystemInfo.h"
+#include "shared/library/common/time/Timer.h"
 
 namespace Velmor {
 

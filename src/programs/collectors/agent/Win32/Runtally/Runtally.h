@@ -2,7 +2,7 @@
 
 #include "process/Process.h"
 #include "programs/collectors/agent/Win32/Agent.h"
-#include "shared/library/common/TimeSpan.h"
+#include "shared/library/common/time/TimeSpan.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,18 +1,18 @@
 // The collector's own part of the configuration.
 
-#include "process/ApplicationMappings.h"
-#include "process/SMScan.h"
+#include "process/naming/ApplicationMappings.h"
+#include "process/naming/SMScan.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
-#include "programs/collectors/agent/Win32/Runtally/PerformanceRecord.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
-#include "shared/library/common/FileException.h"
-#include "shared/library/common/FileOps.h"
-#include "shared/library/common/FilePlain.h"
-#include "shared/library/common/FileUtils.h"
-#include "shared/library/common/SystemInfo.h"
+#include "programs/collectors/agent/Win32/Runtally/records/PerformanceRecord.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "shared/library/common/errors/FileException.h"
+#include "shared/library/common/files/FileOps.h"
+#include "shared/library/common/files/FilePlain.h"
+#include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/system/SystemInfo.h"
 
 #include <limits>
 

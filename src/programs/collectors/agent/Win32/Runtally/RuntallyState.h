@@ -1,15 +1,15 @@
 #pragma once
 
-#include "process/ExeFinder.h"
 #include "process/ProcPoll.h"
 #include "process/Process.h"
+#include "process/naming/ExeFinder.h"
 #include "programs/collectors/agent/Win32/Runtally/PerformanceState.h"
 #include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
 #include "rules/IncludeExclude.h"
 #include "rules/ModPollFilterChecker.h"
 #include "rules/ProcessRulesChecker.h"
-#include "shared/library/common/Monopoly.h"
-#include "shared/library/common/TimeSpan.h"
+#include "shared/library/common/system/Monopoly.h"
+#include "shared/library/common/time/TimeSpan.h"
 #include "shared/library/logger/Logger.h"
 
 #include <atomic>

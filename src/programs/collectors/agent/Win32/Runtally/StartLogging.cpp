@@ -1,10 +1,10 @@
 // How a start becomes a tracked process.
 
-#include "process/IdValues.h"
-#include "programs/collectors/agent/Win32/Runtally/EventTracer.h"
+#include "process/naming/IdValues.h"
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
 
 namespace Velmor {
 

@@ -1,0 +1,201 @@
+#include "platform/linux/family/LinuxRegistry.h"
+
+#include "platform/Errors.h"
+#include "platform/linux/base/Errno.h"
+#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/family/Directories.h"
+#include "platform/linux/threads/Checkpoint.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <sstream>
+#include <sys/file.h>
+#include <toml++/toml.h>
+
+namespace Velmor {
+
+namespace {
+constexpr mode_t fileMode = 0644;
+
+bool sameState(const struct stat& a, const struct stat& b) {
+    return a.st_ino == b.st_ino && a.st_dev == b.st_dev && a.st_size == b.st_size &&
+           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+std::string bytesOf(int64_t number) {
+    const auto narrow = static_cast<int32_t>(number);
+    std::string data(sizeof(narrow), '\0');
+    std::memcpy(data.data(), &narrow, sizeof(narrow));
+    return data;
+}
+
+std::string partsOf(const toml::array& array) {
+    std::string data;
+    for (const auto& part : array)
+        if (const auto* text = part.as_string())
+            data.append(text->get()).push_back('\0');
+    return data;
+}
+
+std::string quoted(std::string_view text) {
+    std::string out = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') {
+            out.append(1, '\\').append(1, c);
+        } else if (static_cast<unsigned char>(c) < ' ' || c == 0x7f) {
+            std::array<char, 8> escape{};
+            std::snprintf(escape.data(), escape.size(), "\\u%04X", static_cast<unsigned>(c));
+            out.append(escape.data());
+        } else {
+            out += c;
+        }
+    }
+    return out + '"';
+}
+
+bool isToml(const std::string& text) {
+    try {
+        static_cast<void>(toml::parse(text));
+        return true;
+    } catch (const toml::parse_error&) {
+        return false;
+    }
+}
+
+bool writeWhole(const std::string& path, const std::string& text) {
+    const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, fileMode));
+    if (!file)
+        return false;
+    for (size_t done = 0; done < text.size();) {
+        const ssize_t written = write(file.get(), text.data() + done, text.size() - done);
+        if (written < 0 && errno != EINTR)
+            return false;
+        done += written > 0 ? static_cast<size_t>(written) : 0;
+    }
+    return fsync(file.get()) == 0;
+}
+} // namespace
+
+void LinuxRegistry::refresh(Source& source, const std::string& path) {
+    struct stat state {};
+    if (stat(path.c_str(), &state) != 0) {
+        const int error = errno;
+        source = {};
+        source.path = path;
+        source.isMissing = error == ENOENT || error == ENOTDIR;
+        source.problem = "The file of the family's values \"" + path + "\" can't be read (" + std::strerror(error) +
+                         "); create it, or name another by VELMOR_RESOURCES.";
+        return;
+    }
+    if (source.path == path && source.problem.empty() && sameState(source.state, state))
+        return;
+    source = {};
+    source.path = path;
+    source.state = state;
+    parse(source);
+}
+
+void LinuxRegistry::parse(Source& source) {
+    std::ifstream file(source.path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (!file || S_ISDIR(source.state.st_mode)) {
+        source.problem = "The file of the family's values \"" + source.path + "\" can't be read; make it readable.";
+        return;
+    }
+    try {
+        const toml::table table = toml::parse(text.str());
+        for (const auto& [key, node] : table) {
+            Value value;
+            if (const auto* single = node.as_string())
+                value = {RegistryType::text, single->get()};
+            else if (const auto* number = node.as_integer())
+                value = {RegistryType::number, bytesOf(number->get())};
+            else if (const auto* array = node.as_array())
+                value = {RegistryType::multiText, partsOf(*array)};
+            else
+                continue;
+            source.values.emplace(std::string(key.str()), std::move(value));
+        }
+    } catch (const toml::parse_error& mistake) {
+        std::string description(mistake.description());
+        source.problem = "The file of the family's values \"" + source.path + "\" has a mistake in line " +
+                         std::to_string(mistake.source().begin.line) + " (" + description + "); correct it.";
+    }
+}
+
+bool LinuxRegistry::isReadable(std::string& cause) {
+    checkpoint();
+    const ServiceLock lock(mutex_);
+    refresh(administrators_, resourcesFile());
+    refresh(written_, stateDirectory() + "/resources.toml");
+    cause = administrators_.problem;
+    if (cause.empty() && !written_.isMissing)
+        cause = written_.problem;
+    return cause.empty();
+}
+
+const LinuxRegistry::Value* LinuxRegistry::find(std::string_view name) {
+    refresh(written_, stateDirectory() + "/resources.toml");
+    refresh(administrators_, resourcesFile());
+    for (const Source* source : {&written_, &administrators_})
+        if (const auto value = source->values.find(name); value != source->values.end())
+            return &value->second;
+    return nullptr;
+}
+
+bool LinuxRegistry::read(std::string_view name, uint32_t& type, std::string& data, uint32_t& error) {
+    checkpoint();
+    const ServiceLock lock(mutex_);
+    const Value* value = find(name);
+    error = value ? NativeError::success : NativeError::fileNotFound;
+    if (!value)
+        return false;
+    type = value->type;
+    data = value->data;
+    return true;
+}
+
+bool LinuxRegistry::writeText(std::string_view name, std::string_view text, uint32_t& error) {
+    checkpoint();
+    const ServiceLock lock(mutex_);
+    const std::string directory = stateDirectory();
+    makeDirectoryTree(directory);
+    const std::string path = directory + "/resources.toml";
+    const FileDescriptor guard(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, fileMode));
+    if (!guard || flock(guard.get(), LOCK_EX) != 0) {
+        error = nativeError(errno);
+        return false;
+    }
+    refresh(written_, path);
+    if (!written_.problem.empty() && !written_.isMissing) { // a damaged file may still be mended by hand
+        error = NativeError::generalFailure;
+        return false;
+    }
+    std::map<std::string, std::string_view> texts;
+    for (const auto& [key, value] : written_.values)
+        if (value.type == RegistryType::text)
+            texts.emplace(key, value.data);
+    texts.insert_or_assign(std::string(name), text);
+    std::string lines;
+    for (const auto& [key, value] : texts)
+        lines += quoted(key) + " = " + quoted(value) + '\n';
+    if (!isToml(lines)) { // bytes that are no UTF-8 would damage all of the file
+        error = NativeError::invalidParameter;
+        return false;
+    }
+    const std::string temporary = path + ".new";
+    if (!writeWhole(temporary, lines) || rename(temporary.c_str(), path.c_str()) != 0) {
+        error = nativeError(errno);
+        unlink(temporary.c_str());
+        return false;
+    }
+    error = NativeError::success;
+    return true;
+}
+
+} // namespace Velmor

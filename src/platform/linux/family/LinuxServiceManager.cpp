@@ -1,0 +1,49 @@
+#include "platform/linux/family/LinuxServiceManager.h"
+
+#include "platform/linux/base/FileDescriptor.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+#include <string_view>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace Velmor {
+
+namespace {
+/// A manager that can't be reached is none of the program's business.
+void notify(std::string_view state) {
+    const char* variable = std::getenv("NOTIFY_SOCKET");
+    const std::string_view path = variable ? variable : "";
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() < 2 || path.size() >= sizeof(address.sun_path) || (path[0] != '/' && path[0] != '@'))
+        return;
+    path.copy(&address.sun_path[0], path.size());
+    if (path[0] == '@') // a name in the abstract space
+        address.sun_path[0] = '\0';
+    const FileDescriptor sender(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
+    (void)!sendto(sender.get(), state.data(), state.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
+                  reinterpret_cast<const sockaddr*>(&address), length);
+}
+} // namespace
+
+void LinuxServiceManager::ready() {
+    notify("READY=1");
+}
+
+void LinuxServiceManager::reloading() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const int64_t microseconds = int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
+    notify("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(microseconds));
+}
+
+void LinuxServiceManager::stopping() {
+    notify("STOPPING=1");
+}
+
+} // namespace Velmor

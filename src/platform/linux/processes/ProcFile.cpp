@@ -1,0 +1,200 @@
+#include "platform/linux/processes/ProcFile.h"
+
+#include "platform/linux/base/FileDescriptor.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
+
+namespace Velmor {
+
+namespace {
+constexpr uint32_t kernelThreadFlag = 0x00200000; // PF_KTHREAD
+constexpr std::string_view deletedMark = " (deleted)";
+constexpr size_t startBlock = 4096;
+
+// Places of the fields behind the command name, counted from the state.
+enum class Field : size_t {
+    parent = 1,
+    flags = 6,
+    userTime = 11,
+    privilegedTime = 12,
+    threads = 17,
+    startTime = 19,
+    virtualBytes = 20,
+    waitStatus = 49,
+    count = 50
+};
+using Fields = std::array<uint64_t, static_cast<size_t>(Field::count)>;
+
+uint64_t at(const Fields& fields, Field field) {
+    return fields.at(static_cast<size_t>(field));
+}
+
+bool sameFile(const std::string& path, const std::string& link) {
+    struct stat byPath {};
+    struct stat byLink {};
+    return stat(path.c_str(), &byPath) == 0 && stat(link.c_str(), &byLink) == 0 && byPath.st_ino == byLink.st_ino &&
+           byPath.st_dev == byLink.st_dev;
+}
+
+bool readLink(const std::string& link, std::string& target) {
+    std::array<char, PATH_MAX + 16> buffer; // room for the kernel's mark behind the longest path
+    const ssize_t size = readlink(link.c_str(), buffer.data(), buffer.size());
+    if (size < 0)
+        return false;
+    target.assign(buffer.data(), static_cast<size_t>(size));
+    return true;
+}
+
+} // namespace
+
+namespace {
+/// The id that an entry of /proc or of a task directory is named by; 0 if it is another one.
+uint32_t idOf(const char* name) {
+    return static_cast<uint32_t>(std::strtoul(name, nullptr, 10));
+}
+} // namespace
+
+bool forEachProcess(DirectoryReader& proc, const std::function<bool(uint32_t pid, uint64_t inode)>& visit) {
+    return proc.forEach([&visit](const char* name, uint64_t inode) {
+        const uint32_t pid = idOf(name);
+        return pid == 0 || visit(pid, inode);
+    });
+}
+
+uint32_t otherThread(uint32_t pid) {
+    constexpr size_t firstEntries = 256; // bytes; they suffice
+    uint32_t other = 0;
+    DirectoryReader(procPath(pid, "task"))
+        .forEach(
+            [&](const char* name, uint64_t /*inode*/) {
+                const uint32_t id = idOf(name);
+                other = id == pid ? 0 : id;
+                return other == 0;
+            },
+            firstEntries);
+    return other;
+}
+
+bool ProcStat::isKernelThread() const {
+    return (flags & kernelThreadFlag) != 0;
+}
+
+bool ProcStat::hasEnded() const {
+    return (state == 'Z' || state == 'X') && threads <= 1;
+}
+
+std::string procPath(uint32_t pid, const char* entry) {
+    std::string path = "/proc/" + std::to_string(pid);
+    if (*entry)
+        path.append("/").append(entry);
+    return path;
+}
+
+bool readProcFile(const std::string& path, std::string& text) {
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file)
+        return false;
+    size_t size = 0;
+    text.resize(startBlock);
+    while (true) {
+        const ssize_t count = read(file.get(), text.data() + size, text.size() - size);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return false;
+        size += static_cast<size_t>(count);
+        if (count == 0) // a short piece is no end: the kernel ends one at the border of a line
+            break;
+        if (size == text.size())
+            text.resize(2 * text.size());
+    }
+    text.resize(size);
+    return true;
+}
+
+uint64_t takeNumber(std::string_view& rest) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(" \t"), rest.size()));
+    rest.remove_prefix(rest.starts_with('-') ? 1 : 0);
+    uint64_t number = 0;
+    const auto end = std::from_chars(rest.data(), rest.data() + rest.size(), number);
+    rest.remove_prefix(static_cast<size_t>(end.ptr - rest.data()));
+    return number;
+}
+
+bool parseProcStat(std::string_view line, ProcStat& stat) {
+    const size_t nameBegin = line.find('(');
+    const size_t nameEnd = line.rfind(')'); // the name itself may hold anything
+    if (nameBegin == std::string_view::npos || nameEnd == std::string_view::npos || nameEnd + 3 > line.size())
+        return false;
+    stat.name = line.substr(nameBegin + 1, nameEnd - nameBegin - 1);
+    std::string_view rest = line.substr(nameEnd + 2);
+    stat.state = rest.front();
+    rest.remove_prefix(1);
+    const bool isOver = stat.state == 'Z' || stat.state == 'X';
+    const auto wanted = static_cast<size_t>(isOver ? Field::waitStatus : Field::virtualBytes);
+    Fields fields{};
+    for (size_t field = 1; field <= wanted; ++field)
+        fields.at(field) = takeNumber(rest);
+    stat.parentPid = static_cast<uint32_t>(at(fields, Field::parent));
+    stat.flags = static_cast<uint32_t>(at(fields, Field::flags));
+    stat.userTime = at(fields, Field::userTime);
+    stat.privilegedTime = at(fields, Field::privilegedTime);
+    stat.threads = static_cast<uint32_t>(at(fields, Field::threads));
+    stat.startTime = at(fields, Field::startTime);
+    stat.virtualBytes = at(fields, Field::virtualBytes);
+    stat.waitStatus = static_cast<uint32_t>(at(fields, Field::waitStatus));
+    return true;
+}
+
+namespace {
+bool readStatLine(const std::string& path, ProcStat& stat) {
+    std::string text;
+    return readProcFile(path, text) && parseProcStat(text, stat);
+}
+} // namespace
+
+bool readProcStat(uint32_t pid, ProcStat& stat) {
+    return readStatLine(procPath(pid, "stat"), stat);
+}
+
+bool readLeaderStat(uint32_t pid, ProcStat& stat) {
+    return readStatLine(procPath(pid, "task/") + std::to_string(pid) + "/stat", stat);
+}
+
+bool readExecutable(uint32_t pid, std::string& path) {
+    std::string link = procPath(pid, "exe");
+    if (!readLink(link, path)) {
+        const int error = errno;
+        const uint32_t other = error == ENOENT ? otherThread(pid) : 0;
+        link = procPath(pid, "task/") + std::to_string(other) + "/exe";
+        if (other == 0 || !readLink(link, path)) {
+            errno = error;
+            return false;
+        }
+    }
+    // A running file that was deleted bears the mark; one that is really called so doesn't lose it.
+    if (path.ends_with(deletedMark) && !sameFile(path, link))
+        path.resize(path.size() - deletedMark.size());
+    maskControlBytes(path);
+    return true;
+}
+
+void maskControlBytes(std::string& text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, '?');
+}
+
+uint32_t exitCodeOf(uint32_t waitStatus) {
+    const uint32_t signal = waitStatus & 0x7fU;
+    return signal == 0 ? (waitStatus >> 8) & 0xffU : 128 + signal;
+}
+
+} // namespace Velmor

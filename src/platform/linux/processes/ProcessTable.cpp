@@ -1,0 +1,163 @@
+#include "platform/linux/processes/ProcessTable.h"
+
+#include "platform/linux/processes/ProcFile.h"
+#include "platform/linux/threads/Checkpoint.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+namespace Velmor {
+
+namespace {
+bool fail(int error) {
+    errno = error;
+    return false;
+}
+
+constexpr int64_t clockTolerance = 2; // seconds; both sides are rounded
+
+/// Wall-clock seconds of a moment in clock ticks since the system's start.
+int64_t wallTimeOf(uint64_t ticks) {
+    timespec now{};
+    timespec up{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(CLOCK_BOOTTIME, &up);
+    return now.tv_sec - up.tv_sec + static_cast<int64_t>(ticks) / sysconf(_SC_CLK_TCK);
+}
+
+/// How long the machine has slept since its start.
+int64_t secondsSlept() {
+    timespec up{};
+    timespec awake{};
+    clock_gettime(CLOCK_BOOTTIME, &up);
+    clock_gettime(CLOCK_MONOTONIC, &awake);
+    return up.tv_sec - awake.tv_sec;
+}
+
+/// Reads start time and owner. False with errno for what is no process that runs.
+bool readConstants(ProcessRecord& record, std::string& executable) {
+    const bool hasExecutable = readExecutable(record.pid, executable);
+    const int linkError = errno;
+    if (!hasExecutable && linkError != ENOENT) {
+        if (!record.isAlive()) // the kernel refuses the link of what has just gone as well
+            return fail(ESRCH);
+        return fail(linkError == EPERM ? EACCES : linkError);
+    }
+    ProcStat line;
+    if (!readLeaderStat(record.pid, line))
+        return fail(isShortage(errno) ? errno : ESRCH);
+    if (line.hasEnded() || line.isKernelThread())
+        return fail(ESRCH);
+    if (!hasExecutable)
+        return fail(ESRCH); // it ends at this moment
+    struct stat directory {};
+    if (stat(procPath(record.pid, "").c_str(), &directory) != 0)
+        return fail(ESRCH);
+    record.startTime = line.startTime;
+    record.owner = directory.st_uid; // of the directory itself it is the effective one, also if nothing may be dumped
+    // All of this was read by number: it is this process's only if that still lives.
+    return record.isAlive() || fail(ESRCH);
+}
+} // namespace
+
+bool isShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
+ProcessRecord::~ProcessRecord() {
+    if (const auto table = table_.lock())
+        table->forget(pid);
+}
+
+bool ProcessRecord::isAlive() const {
+    pollfd wanted{descriptor.get(), POLLIN, 0};
+    int ready = 0;
+    do {
+        ready = poll(&wanted, 1, 0);
+    } while (ready < 0 && errno == EINTR);
+    return ready == 0;
+}
+
+std::string ProcessRecord::lastExecutable() {
+    const ServiceLock lock(mutex_);
+    return executable_;
+}
+
+void ProcessRecord::noteExecutable(const std::string& path) {
+    const ServiceLock lock(mutex_);
+    if (executable_ != path)
+        executable_ = path;
+}
+
+void ProcessRecord::noteExit(const ExitRecord& exit) {
+    const int64_t later = exit.startTime - wallTimeOf(startTime);
+    // The record counts its time on a clock that stands still while the machine sleeps.
+    if (later >= -clockTolerance && (later <= clockTolerance + secondsSlept() || exit.isLastOfMany))
+        exitStatus_.store(exit.waitStatus);
+}
+
+bool ProcessRecord::exitStatus(uint32_t& waitStatus) const {
+    const int64_t status = exitStatus_.load();
+    if (status != unknownStatus)
+        waitStatus = static_cast<uint32_t>(status);
+    return status != unknownStatus;
+}
+
+std::shared_ptr<ProcessRecord> ProcessTable::find(uint32_t pid) {
+    const ServiceLock lock(mutex_);
+    const auto found = records_.find(pid);
+    return found == records_.end() ? nullptr : found->second.lock();
+}
+
+std::shared_ptr<ProcessRecord> ProcessTable::findAlive(uint32_t pid) {
+    auto record = find(pid);
+    return record && record->isAlive() ? record : nullptr;
+}
+
+std::shared_ptr<ProcessRecord> ProcessTable::open(uint32_t pid, std::string& executable) {
+    FileDescriptor descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    if (!descriptor) {
+        if (errno == EINVAL) // the number of a thread that leads no group
+            errno = ESRCH;
+        return nullptr;
+    }
+    auto record = std::make_shared<ProcessRecord>(pid, std::move(descriptor), weak_from_this());
+    if (!readConstants(*record, executable))
+        return nullptr;
+    record->noteExecutable(executable);
+    std::shared_ptr<ProcessRecord> other; // outlives the lock, which its end would take again
+    const ServiceLock lock(mutex_);
+    std::weak_ptr<ProcessRecord>& place = records_[pid];
+    other = place.lock();
+    if (other && other->isAlive()) // another thread was faster
+        return other;
+    // A number that is used again within one tick would give two processes the same start.
+    if (other && other->startTime == record->startTime)
+        record->generation = other->generation + 1;
+    place = record;
+    return record;
+}
+
+std::vector<std::shared_ptr<ProcessRecord>> ProcessTable::ended() {
+    std::vector<std::shared_ptr<ProcessRecord>> held;
+    {
+        const ServiceLock lock(mutex_);
+        for (const auto& [pid, record] : records_)
+            if (auto shared = record.lock())
+                held.push_back(std::move(shared));
+    }
+    std::erase_if(held, [](const auto& record) { return record->isAlive(); });
+    return held;
+}
+
+void ProcessTable::forget(uint32_t pid) {
+    const ServiceLock lock(mutex_);
+    if (const auto found = records_.find(pid); found != records_.end() && found->second.expired())
+        records_.erase(found);
+}
+
+} // namespace Velmor

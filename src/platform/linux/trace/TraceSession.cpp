@@ -1,0 +1,459 @@
+#include "platform/linux/trace/TraceSession.h"
+
+#include "platform/linux/processes/ProcFile.h"
+#include "platform/linux/threads/Checkpoint.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <poll.h>
+#include <pthread.h>
+#include <sched.h>
+#include <sys/eventfd.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace Velmor {
+
+namespace {
+constexpr int fetchPause = 20;      // milliseconds in which news may gather: waking for each costs more than reading it
+constexpr int idlePause = 1000;     // milliseconds between two looks when nothing is told
+constexpr int waitingPause = 20;    // milliseconds, while a fork may become a start by waiting
+constexpr int readerPriority = -10; // before ordinary programs: what isn't fetched in time is lost
+constexpr size_t noticesAtOnce = 100000;
+constexpr size_t queueLimit = 1000000;        // events that wait; then the kernel's buffers may fill
+constexpr size_t filesLimit = 10000;          // executables that are kept for the exit records
+constexpr int64_t comparePause = 100'000'000; // nanoseconds from a loss to the comparison that mends it
+constexpr size_t nameSize = 16;               // of a thread
+constexpr int64_t longestReading = 1'000'000; // nanoseconds, of two clocks
+constexpr int64_t second = 1'000'000'000;
+constexpr int64_t nanosecondsOfUnit = 100;
+constexpr int64_t unitsBefore1970 = 116444736000000000;
+
+int64_t timeOf(clockid_t clock) {
+    timespec time{};
+    clock_gettime(clock, &time);
+    return time.tv_sec * second + time.tv_nsec;
+}
+
+int64_t monotonicTime() {
+    return timeOf(CLOCK_MONOTONIC);
+}
+
+/// How far a clock is ahead of the events' clock. Read anew if this thread was held up between the two.
+int64_t aheadOfEvents(clockid_t clock) {
+    while (true) {
+        const int64_t before = monotonicTime();
+        const int64_t there = timeOf(clock);
+        const int64_t after = monotonicTime();
+        if (after - before < longestReading)
+            return there - after;
+    }
+}
+
+/// The kernel numbers what it tells by processor, and a gap shows only when the next message comes from that one. So
+/// this thread visits each processor that it may, and has a message sent there by setting its own name.
+void speakOnEachProcessor() {
+    const auto processors = static_cast<size_t>(sysconf(_SC_NPROCESSORS_CONF));
+    std::vector<cpu_set_t> usual(processors / CPU_SETSIZE + 1);
+    std::vector<cpu_set_t> one(usual.size());
+    const size_t size = usual.size() * sizeof(cpu_set_t);
+    if (sched_getaffinity(0, size, usual.data()) != 0)
+        return;
+    std::array<char, nameSize> name{};
+    prctl(PR_GET_NAME, name.data());
+    for (size_t i = 0; i < processors; ++i) {
+        CPU_ZERO_S(size, one.data());
+        CPU_SET_S(i, size, one.data());
+        if (sched_setaffinity(0, size, one.data()) == 0)
+            prctl(PR_SET_NAME, name.data());
+    }
+    sched_setaffinity(0, size, usual.data());
+}
+
+void ring(const FileDescriptor& bell) {
+    const uint64_t one = 1;
+    const ssize_t written = write(bell.get(), &one, sizeof(one));
+    (void)written; // a counter that is full rings as well
+}
+} // namespace
+
+TraceSession::TraceSession(LinuxProcesses& processes, LinuxKernelTrace::Sources sources)
+    : processes_(processes), sources_(sources),
+      book_(std::make_unique<ProcessBook>(*this, aheadOfEvents(CLOCK_BOOTTIME))),
+      news_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+TraceSession::~TraceSession() {
+    stop();
+}
+
+bool TraceSession::start(std::string& shortcomings) {
+    if (!openSources(shortcomings))
+        return false;
+    enterTable();
+    reader_ = std::thread([this] { run(); });
+    return true;
+}
+
+bool TraceSession::openSources(std::string& shortcomings) {
+    int connectorError = 0;
+    int ringsError = 0;
+    if (sources_.connector && !(connector_ = ProcessConnector::start()))
+        connectorError = errno;
+    if (sources_.rings && !(rings_ = SidebandRings::start(connector_ ? SidebandRings::Records::names
+                                                                     : SidebandRings::Records::namesAndTasks)))
+        ringsError = errno;
+    if (connectorError != 0)
+        shortcomings += "The kernel's process connector can't be listened to (" +
+                        std::string(std::strerror(connectorError)) +
+                        "): it needs the capability CAP_NET_ADMIN in the machine's own name spaces. Exit codes of some "
+                        "processes, and changes of their users, can't be learnt. ";
+    if (ringsError != 0)
+        shortcomings +=
+            "The kernel's performance events can't be had (" + std::string(std::strerror(ringsError)) +
+            "): they need the capability CAP_PERFMON. Names of some short-lived processes can't be learnt. ";
+    if (!connector_ && !rings_)
+        shortcomings += "Without either no process events can be followed. Grant the program one of them, or poll.";
+    if (sources_.exitRecords && (!rings_ || !connector_) && (rings_ || connector_))
+        exitRecords_ = ExitRecords::start([this](uint32_t pid, const ExitRecord& exit) { epitaphs_[pid] = exit; },
+                                          ExitRecords::Reading::whenFetched);
+    while (shortcomings.ends_with(' '))
+        shortcomings.pop_back();
+    return connector_ || rings_;
+}
+
+/// False if the system has no room for the look: a process that is left out would count as ended.
+bool TraceSession::readTable(std::vector<TableEntry>& table) {
+    DirectoryReader proc("/proc");
+    bool isComplete = true;
+    const bool isRead = forEachProcess(proc, [&](uint32_t pid, uint64_t /*inode*/) {
+        TableEntry known;
+        if (describe(pid, known))
+            table.push_back(std::move(known));
+        else
+            isComplete = !isShortage(errno);
+        return isComplete;
+    });
+    return isRead && isComplete;
+}
+
+/// Notes what runs already. Whoever asks for a session has entered what ran before; what has started since this program
+/// did, and isn't held by anybody, may have escaped that, and is announced. If the table can't be read now, later.
+void TraceSession::enterTable() {
+    std::vector<TableEntry> table;
+    TableEntry self;
+    if (!readTable(table) || !describe(static_cast<uint32_t>(getpid()), self)) {
+        compareDue_ = monotonicTime() + comparePause;
+        return;
+    }
+    isTableEntered_ = true;
+    endMissing(table);
+    for (const TableEntry& known : table) {
+        if (book_->knows(known.pid)) // told of while the table couldn't be read
+            continue;
+        TracedPointer note = known.isKernelThread ? nullptr : processes_.traced().find(known.pid);
+        const bool isHeld = processes_.holds(known.pid);
+        if (note)
+            note->state = TracedProcess::runs; // its descriptor stays: others may be looking at it
+        const bool announced = !note && !isHeld && known.startTicks > self.startTicks;
+        if (!note && !known.isKernelThread) {
+            note = std::make_shared<TracedProcess>();
+            note->pid = known.pid;
+            note->parentPid = known.parentPid;
+            note->executable = known.executable;
+            note->owner = known.owner;
+            note->startTicks = known.startTicks;
+            if (!announced)
+                processes_.traced().enter(note);
+        }
+        book_->enter(known, note, announced);
+        noteFile(known.pid, known.executable);
+    }
+    publish();
+}
+
+/// What somebody still holds, or was told of by an earlier session, and has ended unseen.
+void TraceSession::endMissing(const std::vector<TableEntry>& table) {
+    std::unordered_map<uint32_t, uint64_t> present;
+    for (const TableEntry& known : table)
+        present[known.pid] = known.startTicks;
+    const auto now = static_cast<uint64_t>(timeOf(CLOCK_REALTIME) / nanosecondsOfUnit + unitsBefore1970);
+    std::vector<TracedPointer> gone;
+    processes_.traced().forEach([&](const TracedPointer& note) {
+        const auto found = present.find(note->pid);
+        const bool isOther =
+            found != present.end() && note->startTicks != 0 && found->second > note->startTicks + tickTolerance;
+        if (found == present.end() || isOther)
+            gone.push_back(note);
+    });
+    for (const auto& [pid, path] : processes_.endedHeld())
+        if (!present.contains(pid)) {
+            auto note = std::make_shared<TracedProcess>();
+            note->pid = pid;
+            note->executable = path;
+            gone.push_back(note);
+        }
+    const std::lock_guard lock(mutex_);
+    for (const TracedPointer& note : gone) {
+        note->state = TracedProcess::endedUnknown;
+        processes_.traced().remove(note);
+        queue_.push_back({false, now, note});
+    }
+}
+
+void TraceSession::noteFile(uint32_t pid, const std::string& path) {
+    if (!exitRecords_ || path.empty())
+        return;
+    struct stat file {};
+    if (files_.size() < filesLimit && stat(procPath(pid, "exe").c_str(), &file) == 0)
+        files_[{file.st_dev, file.st_ino}] = path;
+}
+
+bool TraceSession::executable(uint32_t pid, std::string& path) {
+    if (!sources_.processTable || !readExecutable(pid, path)) {
+        path.clear();
+        return false;
+    }
+    noteFile(pid, path);
+    return true;
+}
+
+bool TraceSession::describe(uint32_t pid, TableEntry& entry) {
+    entry.knownAt = monotonicTime();
+    ProcStat line;
+    struct stat directory {};
+    errno = 0;
+    if (!readLeaderStat(pid, line) || line.hasEnded() || stat(procPath(pid, "").c_str(), &directory) != 0)
+        return false;
+    entry.pid = pid;
+    entry.parentPid = line.parentPid;
+    entry.owner = directory.st_uid;
+    entry.threads = line.threads;
+    entry.isLeaderless = line.state == 'Z' || line.state == 'X';
+    entry.startTicks = line.startTime;
+    entry.startTime =
+        static_cast<int64_t>(line.startTime) * (second / sysconf(_SC_CLK_TCK)) - aheadOfEvents(CLOCK_BOOTTIME);
+    entry.isKernelThread = line.isKernelThread();
+    if (!entry.isKernelThread)
+        readExecutable(pid, entry.executable);
+    return true;
+}
+
+bool TraceSession::hasEnded(uint32_t pid, uint64_t startTicks) {
+    ProcStat line;
+    errno = 0;
+    if (!readLeaderStat(pid, line))
+        return errno == ENOENT || errno == ESRCH;
+    return line.hasEnded() || (startTicks != 0 && !isSameStart(line.startTime, startTicks));
+}
+
+bool TraceSession::epitaph(uint32_t pid, std::string& executable, uid_t& owner, uint32_t& exitCode) {
+    auto found = epitaphs_.find(pid);
+    if (found == epitaphs_.end() && (found = olderEpitaphs_.find(pid)) == olderEpitaphs_.end())
+        return false;
+    const ExitRecord& record = found->second;
+    const auto file = files_.find({record.device, record.inode});
+    executable = file != files_.end() ? file->second : record.commandName;
+    maskControlBytes(executable);
+    owner = record.owner;
+    exitCode = exitCodeOf(record.waitStatus);
+    return true;
+}
+
+void TraceSession::stop() {
+    if (reader_.joinable()) {
+        ring(stop_);
+        reader_.join();
+    }
+    book_->forEach([](const TracedPointer& note) {
+        if (note->state != TracedProcess::runs)
+            return;
+        if (!note->descriptor)
+            note->descriptor = FileDescriptor(static_cast<int>(syscall(SYS_pidfd_open, note->pid, 0)));
+        note->state = TracedProcess::unwatched;
+    });
+    ended_ = true;
+    ring(news_);
+}
+
+void TraceSession::run() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), readerPriority); // refused: then not
+    while (true) {
+        const bool isWaiting = book_->isWaiting() || compareDue_ != 0;
+        const bool goesOn =
+            (!connector_ || pauseUntil(isWaiting ? waitingPause : idlePause, true)) && pauseUntil(fetchPause, false);
+        round(!goesOn); // what happened until the end is told
+        if (!goesOn)
+            return;
+    }
+}
+
+/// False if the session is to end.
+bool TraceSession::pauseUntil(int milliseconds, bool forNews) {
+    pollfd wanted[2] = {{stop_.get(), POLLIN, 0}, {connector_ ? connector_->descriptor() : -1, POLLIN, 0}};
+    poll(wanted, forNews ? 2 : 1, milliseconds);
+    return wanted[0].revents == 0;
+}
+
+void TraceSession::round(bool isLast) {
+    {
+        const std::lock_guard lock(mutex_);
+        if (queue_.size() >= queueLimit)
+            return;
+    }
+    fetch();
+    noteLosses();
+    const int64_t now = monotonicTime();
+    if (compareDue_ != 0 && (now >= compareDue_ || isLast))
+        mend(now);
+    book_->tick(now);
+    publish();
+}
+
+/// What the rings lose beside the connector costs names at the most, and is told as well.
+uint64_t TraceSession::lossesOfSources() const {
+    return (connector_ ? connector_->lost() : 0) + (rings_ ? rings_->lost() : 0);
+}
+
+/// A number that rises whenever a source tells of a loss.
+uint64_t TraceSession::signsOfLoss() const {
+    return lossesOfSources() + (connector_ ? connector_->overruns() : 0);
+}
+
+/// A gap that shows only while the books are being mended has them mended once more: it may be a new one.
+void TraceSession::noteLosses() {
+    const uint64_t seen = signsOfLoss();
+    if (seen != lossesSeen_ && compareDue_ == 0)
+        compareDue_ = monotonicTime() + comparePause;
+    lossesSeen_ = seen;
+}
+
+/// Sets the books right by the process table, and counts what was lost.
+void TraceSession::mend(int64_t now) {
+    compareDue_ = 0;
+    speakOnEachProcessor();
+    std::vector<TableEntry> table;
+    const bool isComplete = isTableEntered_ && readTable(table);
+    fetch();
+    lost_ = lossesOfSources();
+    if (!isTableEntered_)
+        enterTable();
+    else if (isComplete)
+        book_->compare(table, now);
+    else
+        compareDue_ = now + comparePause;
+}
+
+/// The connector first: what a process executes stands in its ring before the connector tells of it.
+void TraceSession::fetch() {
+    const int64_t until = monotonicTime();
+    const uint64_t signsBefore = signsOfLoss();
+    notices_.clear();
+    if (connector_)
+        connector_->fetch(notices_, noticesAtOnce);
+    if (rings_)
+        rings_->fetch();
+    if (!connector_)
+        rings_->takeNotices(until, notices_);
+    if (exitRecords_) {
+        std::swap(epitaphs_, olderEpitaphs_);
+        epitaphs_.clear();
+        exitRecords_->fetch();
+    }
+    book_->followBootClock(aheadOfEvents(CLOCK_BOOTTIME));
+    book_->doubt(signsOfLoss() != signsBefore);
+    for (const ProcessNotice& notice : notices_)
+        apply(notice);
+}
+
+void TraceSession::apply(const ProcessNotice& notice) {
+    switch (notice.kind) {
+    case ProcessNotice::Kind::forked:
+        book_->forked(notice.time, notice.other, notice.pid);
+        break;
+    case ProcessNotice::Kind::threadStarted:
+        book_->threadStarted(notice.time, notice.pid);
+        break;
+    case ProcessNotice::Kind::executed:
+        if (!connector_)
+            checkOwner(notice);
+        book_->executed(notice.time, notice.pid,
+                        rings_ ? rings_->takeExecuted(notice.pid, notice.time) : std::string());
+        break;
+    case ProcessNotice::Kind::ownerChanged:
+        book_->ownerChanged(notice.time, notice.pid, notice.other);
+        break;
+    case ProcessNotice::Kind::exited:
+        if (book_->exited(notice.time, notice.pid, notice.other,
+                          connector_ ? int64_t{exitCodeOf(notice.status)} : ProcessBook::unknownCode) &&
+            rings_)
+            rings_->takeExecuted(notice.pid, notice.time); // nobody will ask for it any more
+        break;
+    }
+}
+
+/// The rings don't tell of a change of the owner.
+void TraceSession::checkOwner(const ProcessNotice& executed) {
+    struct stat directory {};
+    if (stat(procPath(executed.pid, "").c_str(), &directory) == 0)
+        book_->ownerChanged(executed.time, executed.pid, directory.st_uid);
+    else if (const auto found = epitaphs_.find(executed.pid); found != epitaphs_.end())
+        book_->ownerChanged(executed.time, executed.pid, found->second.owner);
+}
+
+void TraceSession::publish() {
+    bookEvents_.clear();
+    book_->takeEvents(bookEvents_);
+    const int64_t offset = aheadOfEvents(CLOCK_REALTIME);
+    {
+        const std::lock_guard lock(mutex_);
+        for (BookEvent& event : bookEvents_)
+            queue_.push_back({event.isStart,
+                              static_cast<uint64_t>((event.time + offset) / nanosecondsOfUnit + unitsBefore1970),
+                              std::move(event.process)});
+        if (queue_.empty())
+            return;
+    }
+    ring(news_);
+}
+
+bool TraceSession::await(int milliseconds) {
+    {
+        const ServiceLock lock(mutex_);
+        if (!queue_.empty())
+            return true;
+    }
+    pollfd wanted{news_.get(), POLLIN, 0};
+    if (poll(&wanted, 1, milliseconds) > 0) {
+        uint64_t count = 0;
+        const ssize_t got = read(news_.get(), &count, sizeof(count));
+        (void)got;
+    }
+    const ServiceLock lock(mutex_);
+    return !queue_.empty();
+}
+
+bool TraceSession::front(Item& item) {
+    const ServiceLock lock(mutex_);
+    if (queue_.empty())
+        return false;
+    item = queue_.front();
+    return true;
+}
+
+void TraceSession::pop() {
+    const ServiceLock lock(mutex_);
+    queue_.pop_front();
+}
+
+} // namespace Velmor

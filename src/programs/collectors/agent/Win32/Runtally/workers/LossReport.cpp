@@ -1,0 +1,48 @@
+#include "programs/collectors/agent/Win32/Runtally/workers/LossReport.h"
+
+#include "platform/Clock.h"
+#include "platform/Platform.h"
+#include "process/events/KernelTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+
+#include <string>
+
+namespace Velmor {
+
+namespace {
+constexpr int32_t lossWarning = 41;
+constexpr uint32_t lookInterval = 100;     // milliseconds
+constexpr uint32_t reportInterval = 60000; // milliseconds
+} // namespace
+
+void LossReport::look() {
+    const uint32_t now = platform().clock->ticks();
+    if (now - lastLook_ < lookInterval)
+        return;
+    lastLook_ = now;
+    ask();
+    if (reported_ == 0 || now - lastReport_ >= reportInterval)
+        tell();
+}
+
+void LossReport::finish() {
+    ask();
+    tell();
+}
+
+void LossReport::ask() {
+    const uint64_t lost = KernelTracer::eventsLost();
+    if (lost < lost_) // a new session counts anew
+        reported_ = 0;
+    lost_ = lost;
+}
+
+void LossReport::tell() {
+    if (lost_ == reported_)
+        return;
+    runtallyState().logger.warning(lossWarning, std::to_string(lost_ - reported_), std::to_string(lost_));
+    reported_ = lost_;
+    lastReport_ = platform().clock->ticks();
+}
+
+} // namespace Velmor

@@ -1,0 +1,256 @@
+// The thread that samples the performance counters of the processes that the performance rules select.
+
+#include "programs/collectors/agent/Win32/Runtally/workers/PerformanceMonitor.h"
+
+#include "platform/Errors.h"
+#include "process/performance/OscQuery.h"
+#include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
+#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
+#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "shared/library/common/errors/StructuredException.h"
+#include "shared/library/common/files/FilePlain.h"
+#include "shared/library/common/text/StringSearcher.h"
+#include "shared/library/common/text/TextUtils.h"
+#include "shared/library/common/time/Timer.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <limits>
+#include <string_view>
+
+namespace Velmor {
+
+namespace {
+const TimeSpan statusInterval(10);
+constexpr uint32_t pausesOfRound = 10;
+constexpr uint32_t longestPause = 500; // milliseconds
+constexpr uint32_t millisecondsOfSecond = 1000;
+constexpr uint32_t failedThread = std::numeric_limits<uint32_t>::max();
+constexpr int32_t notDone = 21;
+constexpr int32_t monitorError = 30;
+constexpr int32_t unreadableFile = 31;
+constexpr int32_t structuredWarning = 32;
+
+const Logger& logger() {
+    return runtallyState().logger;
+}
+
+PerformanceState& performance() {
+    return runtallyState().performance;
+}
+
+struct ModeWord {
+    std::string_view word;
+    int32_t mode;
+};
+constexpr std::array modeWords{ModeWord{"abs", GatherMode::last}, ModeWord{"sum", GatherMode::sum},
+                               ModeWord{"avg", GatherMode::average}, ModeWord{"max", GatherMode::largest},
+                               ModeWord{"min", GatherMode::smallest}};
+
+int32_t modeOf(std::string_view word) {
+    for (const ModeWord& known : modeWords)
+        if (known.word == word)
+            return known.mode;
+    return GatherMode::last;
+}
+
+CounterEntry readEntry(std::string line) {
+    CounterEntry entry;
+    const bool hasMode = line.find('|') != std::string::npos;
+    entry.name = firstField(line, '|');
+    StringSearcher::trim(line);
+    entry.mode = hasMode ? modeOf(line) : GatherMode::last;
+    return entry;
+}
+
+/// Appends the counters of a file. False if it is absent or empty. Throws FileException.
+bool readEntries(const std::string& fileName, std::vector<CounterEntry>& entries) {
+    FilePlain file(fileName);
+    if (!file.exists() || file.size() == 0)
+        return false;
+    file.open(FileBase::ACCESS_READ);
+    while (!file.eof()) {
+        std::string line;
+        file.readLine(line);
+        StringSearcher::trim(line);
+        if (!line.empty() && line.front() != '#')
+            entries.push_back(readEntry(std::move(line)));
+    }
+    return true;
+}
+
+/// What a trace shows of a query: the same number for the same one.
+int32_t numberOf(const std::unique_ptr<OscQuery>& query) {
+    return static_cast<int32_t>(reinterpret_cast<uintptr_t>(query.get()));
+}
+
+/// Learns the counters' numbers. False without a query.
+bool findCounters() {
+    std::unique_ptr<OscQuery> query = OscOpenQuery(1);
+    logger().debug(5, "readCountersFile: OscOpenQuery returned %i", numberOf(query));
+    if (!query)
+        return false;
+    for (CounterEntry& entry : performance().counters) {
+        entry.counterId = OscFindCounter(query.get(), entry.name);
+        performance().counterIds[entry.name] = entry.counterId;
+    }
+    logger().debug(5, "readCountersFile: OscCloseQuery on %i", numberOf(query));
+    OscCloseQuery(query);
+    return true;
+}
+
+void updateCounters(OscQuery* query, Process& process) {
+    for (ProcessCounter& counter : process.counters()) {
+        if (OscUpdateCounter(query, counter) != 0) {
+            if (logger().passes(4))
+                logger().debug(4, "OscUpdateCounter failed: PID=%i. Process status: %s", process.pid(),
+                               process.getExitCode() == stillActive ? "Active" : "Ended");
+            return;
+        }
+        if (counter.value < 0)
+            logger().debug(1, "WARNING: Got negative value for counter %i on process %i", counter.counterId,
+                           process.pid());
+    }
+}
+
+/// Samples all monitored processes. False if no sample can be had.
+bool sampleRound(OscQuery* query, const std::string& name) {
+    if (runtallyState().registry.monitoredCount <= 0)
+        return true;
+    {
+        const RegistryHold hold(name);
+        if (!hold)
+            return true;
+        if (OscCollectQueryData(query) == 0) {
+            for (const auto& [pid, process] : runtallyState().registry.processMap)
+                if (process->isMonitored())
+                    updateCounters(query, *process);
+            OscNextSample(query);
+            return true;
+        }
+    }
+    logger().debug(4, "OscCollectQueryData failed: Stop thread %s", name);
+    return false;
+}
+
+/// Answers the supervisor meanwhile: an interval may be longer than its patience.
+void pauseRound(ThreadRecord& record, uint32_t step) {
+    for (uint32_t i = 0; i < pausesOfRound && record.report != Report::stop; ++i)
+        for (uint32_t left = step; left > 0 && record.report != Report::stop && programState().quitFlag == 0;) {
+            const uint32_t piece = std::min(left, longestPause);
+            Timer::sleep(piece);
+            left -= piece;
+            reportStatus(record.report, false);
+        }
+}
+
+void runRounds(ThreadRecord& record, OscQuery* query) {
+    DateTime lastStatus = DateTime::minDate;
+    const int32_t interval = runtallyState().settings.performancePollInterval.getSeconds();
+    const uint32_t step = static_cast<uint32_t>(interval) * millisecondsOfSecond / pausesOfRound;
+    while (record.report != Report::stop) {
+        const DateTime now;
+        reportStatus(record.report, false);
+        if (programState().quitFlag)
+            return;
+        if (lastStatus + statusInterval < now) {
+            lastStatus = now;
+            logThreadStatus(record);
+        }
+        if (!sampleRound(query, record.name))
+            return;
+        pauseRound(record, step);
+    }
+}
+
+void reportStructured(const StructuredException& failure) {
+    std::array<char, 48> text{};
+    std::snprintf(text.data(), text.size(), "perfMonitor: Exception Code 0x%08x", failure.code);
+    logger().warning(structuredWarning, text.data());
+}
+} // namespace
+
+bool readCountersFile(const std::string& fileName) {
+    std::vector<CounterEntry>& entries = performance().counters;
+    entries.clear();
+    performance().counterIds.clear();
+    try {
+        if (!readEntries(fileName, entries))
+            return false;
+    } catch (const Exception&) {
+        return false;
+    }
+    try {
+        if (!findCounters())
+            return false;
+    } catch (...) {
+        logger().critical(notDone, "readCountersFile");
+    }
+    return !entries.empty();
+}
+
+double startValue(int32_t mode) {
+    return mode == GatherMode::smallest ? std::numeric_limits<double>::max() : 0;
+}
+
+void addCounters(const ProcessPointer& process) {
+    const std::vector<CounterEntry>& entries = performance().counters;
+    std::vector<ProcessCounter>& counters = process->counters();
+    counters.reserve(entries.size());
+    logger().debug(5, "Adding counters for PID=%i", process->pid());
+    for (const CounterEntry& entry : entries) {
+        ProcessCounter& counter = counters.emplace_back();
+        counter.pid = process->pid();
+        counter.counterId = entry.counterId;
+        counter.mode = entry.mode;
+        counter.value = startValue(entry.mode);
+        logger().debug(5, "   Added counter %i for PID=%i", counter.counterId, process->pid());
+    }
+    ++runtallyState().registry.monitoredCount;
+}
+
+uint32_t perfMonitor(void* argument) {
+    auto& record = *static_cast<ThreadRecord*>(argument);
+    try {
+        logger().debug(1, "START THREAD %s.", record.name);
+        std::unique_ptr<OscQuery> query = OscOpenQuery(0);
+        logger().debug(5, "perfMonitor: OscOpenQuery returned %i", numberOf(query));
+        if (!query)
+            return failedThread;
+        runRounds(record, query.get());
+        logger().debug(5, "perfMonitor: OscCloseQuery on %i", numberOf(query));
+        OscCloseQuery(query);
+    } catch (const StructuredException& failure) {
+        reportStructured(failure);
+    } catch (...) {
+        logger().debug(1, "Fatal Exception in %s", record.name);
+        logger().error(monitorError);
+    }
+    logger().debug(1, "END THREAD %s.", record.name);
+    return 0;
+}
+
+bool Runtally::preparePerformanceMonitor() {
+    const RuntallySettings& settings = runtallyState().settings;
+    const auto refuse = [](const std::string& file, const char* key) {
+        logger().error(unreadableFile, file);
+        return fail("The file \"" + file + "\" is absent, empty or can't be read; correct it, or set " + key + ".");
+    };
+    logger().debug(2, "Preparing performance monitor thread...");
+    logger().debug(3, "   Reading file: \"%s\"...", settings.countersFile);
+    if (!readCountersFile(settings.countersFile))
+        return refuse(settings.countersFile, "runtally.logging.performance-monitor.counters");
+    logger().debug(3, "   Reading file: \"%s\"...", settings.performanceRulesFile);
+    if (!runtallyState().processRules.readFile(settings.performanceRulesFile))
+        return refuse(settings.performanceRulesFile, "runtally.logging.performance-monitor.rules");
+    if (!prepareThread("PerformanceMonitor", ThreadRecord::takesPart, perfMonitor)) {
+        logger().critical(notDone, "preparePerformanceMonitor");
+        return fail("The performance monitor can't be prepared; see the debug log.");
+    }
+    logger().debug(3, "   Done.");
+    return true;
+}
+
+} // namespace Velmor

@@ -1,0 +1,151 @@
+#include "shared/library/common/ipc/IPCServer.h"
+
+#include "platform/MessageQueues.h"
+#include "platform/Platform.h"
+#include "shared/library/common/errors/IPCException.h"
+#include "shared/library/common/errors/JobException.h"
+#include "shared/library/common/ipc/IPCMessage.h"
+#include "shared/library/common/text/TextUtils.h"
+#include "shared/library/common/time/DateTime.h"
+#include "shared/library/common/time/TimeSpan.h"
+#include "shared/library/common/time/Timer.h"
+#include "shared/library/common/win32/MailSlot.h"
+#include "shared/library/logger/LogCommons.h"
+
+#include <atomic>
+
+namespace Velmor {
+
+namespace {
+constexpr int32_t statusInterval = 60; // seconds
+constexpr uint32_t turnPause = 1000;   // milliseconds
+constexpr int stopAttempts = 10;
+constexpr auto failedExitCode = static_cast<uint32_t>(-1);
+
+/// The state of the process's one listener.
+struct Listener {
+    std::atomic<IPCCallback> callback{nullptr};
+    std::atomic<bool> stop{false}; // set to end the listener, which clears it on its way out
+};
+Listener listener;
+
+void handleMessage(const Logger& logger, std::string line) {
+    if (logger.passes(5))
+        logger.debug(5, "IPC: Received message line \"%s\".", printable(line));
+    if (firstField(line, IPCMessage::separator) != IPCMessage::address) {
+        logger.debug(4, "IPC: The message was not adressed to Velmor. Ignoring it.");
+        return;
+    }
+    IPCMessage message;
+    message.type = firstField(line, IPCMessage::separator);
+    message.reference = firstField(line, IPCMessage::separator);
+    message.text = firstField(line, IPCMessage::separator);
+    message.replyTo = firstField(line, IPCMessage::separator);
+    if (const IPCCallback callback = listener.callback)
+        callback(message.type, message.reference, message.text, message.replyTo);
+}
+
+void receiveAndHandle(const Logger& logger, const std::string& name, MailSlot& slot) {
+    std::vector<std::string> messages;
+    try {
+        slot.receive(messages);
+        logger.debug(5, "IPC: Server \"%s\": Received %i message(s)", name, messages.size());
+    } catch (...) {
+        logger.debug(1, "IPC: Server \"%s\": Failed to receive messages", name);
+        messages.clear();
+    }
+    if (messages.empty())
+        return;
+    logger.debug(4, "IPC: Server \"%s\": Received %i message(s)...", name, messages.size());
+    for (std::string& message : messages)
+        handleMessage(logger, std::move(message));
+}
+
+void runTurns(const Logger& logger, const std::string& name, MailSlot& slot) {
+    const auto nextStatus = [] { return DateTime() + TimeSpan(statusInterval); };
+    Timer timer;
+    timer.setEnd(nextStatus());
+    for (int32_t count = 0; !listener.stop;) {
+        const bool statusDue = timer.expired();
+        if (statusDue) {
+            logger.debug(5, "IPC: Server \"%s\": Checking for incomming messages. Done so %i times since last debug.",
+                         name, count);
+            count = 0;
+        } else {
+            ++count;
+        }
+        uint32_t request = 0;
+        if (platform().messageQueues->peek(request) && request == WindowMessage::destroy) {
+            logger.debug(4, "IPC: Received message to exit IPC listener.");
+            listener.stop = true;
+        }
+        receiveAndHandle(logger, name, slot);
+        if (statusDue) {
+            logger.debug(5, "IPC: Server \"%s\": Now sleeping for a while.", name);
+            timer.setEnd(nextStatus());
+        }
+        Timer::sleep(turnPause);
+    }
+}
+} // namespace
+
+IPCServer::IPCServer(std::string_view name, const SmartPointer<LoggerCentre>& centre, IPCCallback callback)
+    : name_(name), argument_{&logger_, &name_} {
+    logger_.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre, LogModule::ipc)));
+    thread_ = SmartPointer<ThreadInstance>(new ThreadInstance(listen, &argument_));
+    listener.stop = false;        // a listener that was ended by force has left it set
+    listener.callback = callback; // before the start: the first turn may bring a message at once
+    try {
+        thread_->execute();
+    } catch (JobException& failure) {
+        failure.addPosition(__FILE__, __LINE__);
+        logger_.debug(1, failure.getFullDescription());
+        throw;
+    } catch (...) {
+        logger_.debug(1, "Unknown error when creating listener.");
+        throw IPCException(IC_CANNOT_RECEIVE, "", __FILE__, __LINE__);
+    }
+    logger_.debug(1, "IPC: Created server \"" + name_ + "\".");
+}
+
+IPCServer::~IPCServer() {
+    try {
+        thread_->stop();
+    } catch (const JobException& failure) {
+        logger_.debug(1, failure.getFullDescription());
+    }
+    thread_.release();
+    logger_.debug(1, "IPC: Destroyed server \"" + name_ + "\".");
+}
+
+void IPCServer::stop() {
+    listener.stop = true;
+    for (int i = 0; i < stopAttempts && listener.stop; ++i)
+        Timer::sleep(turnPause);
+    if (listener.stop)
+        logger_.debug(1, "IPC: Stopping server \"%s\" timed out.", name_);
+    else
+        logger_.debug(1, "IPC: Stopped server \"" + name_ + "\".");
+}
+
+uint32_t IPCServer::listen(void* given) {
+    const auto* argument = static_cast<const Argument*>(given);
+    const Logger& logger = *argument->logger;
+    const std::string& name = *argument->name;
+    logger.debug(2, "IPC: Initializing listener for \"" + name + "\".");
+    logger.debug(2, "IPC: Creating MailSlot \"" + name + "\".");
+    try {
+        MailSlot slot(MailSlotMode::receiver, name);
+        logger.debug(2, "IPC: MailSlot created \"" + name + "\".");
+        runTurns(logger, name, slot);
+    } catch (IPCException& failure) {
+        failure.addPosition(__FILE__, __LINE__);
+        logger.debug(1, failure.getFullDescription());
+        return failedExitCode;
+    }
+    logger.debug(1, "IPC: Exitited IPC listener.");
+    listener.stop = false;
+    return 0;
+}
+
+} // namespace Velmor

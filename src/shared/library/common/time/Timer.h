@@ -1,0 +1,25 @@
+#pragma once
+
+#include "shared/library/common/time/DateTime.h"
+
+#include <cstdint>
+
+namespace Velmor {
+
+/// A deadline.
+class Timer {
+public:
+    virtual ~Timer() = default;
+
+    void setEnd(const DateTime& end) { end_ = end; }
+    /// True if the deadline lies before now; one that is exactly now hasn't passed.
+    bool expired() const { return end_ < DateTime(); }
+
+    /// Suspends the calling thread. All timed sleeps of the system go through here.
+    static void sleep(uint32_t milliseconds);
+
+private:
+    DateTime end_; // now at construction
+};
+
+} // namespace Velmor
