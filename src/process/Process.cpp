@@ -3,6 +3,7 @@
 #include "platform/Errors.h"
 #include "platform/Platform.h"
 #include "process/ProcessShared.h"
+#include "process/RuntallyMessages.h"
 #include "shared/library/common/system/SystemInfo.h"
 
 namespace Velmor {
@@ -98,7 +99,7 @@ uint32_t Process::getExitCode() {
     if (log.passes(1))
         log.debug(1, "   getExitCode: Unable to get exit code from process %i, started at %s.", pid_,
                   start_.toString(false, false));
-    log.warning(13, executable_, start_.getSeconds());
+    log.warning(RuntallyMessage::exitCodeUnknown, executable_, start_.getSeconds());
     invalidate();
     return 0;
 }

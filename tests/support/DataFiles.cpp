@@ -20,12 +20,16 @@ std::string dataText(const std::string& directory, const std::string& stem) {
     return all;
 }
 
-std::vector<std::string> dataLines(const std::string& directory, const std::string& stem) {
+std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
-    std::istringstream rest(dataText(directory, stem));
+    std::istringstream rest(text);
     for (std::string line; std::getline(rest, line);)
         lines.push_back(line);
     return lines;
+}
+
+std::vector<std::string> dataLines(const std::string& directory, const std::string& stem) {
+    return linesOf(dataText(directory, stem));
 }
 
 } // namespace Velmor

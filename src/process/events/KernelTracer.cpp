@@ -2,6 +2,7 @@
 
 #include "platform/Errors.h"
 #include "platform/Platform.h"
+#include "process/RuntallyMessages.h"
 #include "shared/library/common/system/SystemInfo.h"
 #include "shared/library/common/time/Timer.h"
 
@@ -14,10 +15,6 @@ constexpr uint32_t realTimeMode = 0x100;
 constexpr uint32_t systemTime = 2;
 constexpr int32_t windows2000 = 50; // its sessions don't know a choice of clocks
 constexpr uint32_t stopPause = 100; // milliseconds
-constexpr int32_t staleSessionWarning = 18;
-constexpr int32_t readingCritical = 19;
-constexpr int32_t startFatal = 22;
-constexpr int32_t shortcomingsWarning = 42;
 
 TraceProperties sessionProperties() {
     TraceProperties properties;
@@ -72,7 +69,7 @@ KernelTracer::KernelTracer(const SmartPointer<LoggerUnit>& logger, std::atomic<u
 }
 
 void KernelTracer::stopStaleSession() {
-    logger_.warning(staleSessionWarning);
+    logger_.warning(RuntallyMessage::sessionTakenOver);
     logger_.debug(1, "Trying to stop the kernel logger...");
     const uint32_t result = platform().kernelTrace->stop(sessionName);
     if (result == NativeError::success)
@@ -84,12 +81,12 @@ void KernelTracer::stopStaleSession() {
 
 void KernelTracer::reportStart(uint32_t result) {
     if (const std::string lacking = platform().kernelTrace->shortcomings(); !lacking.empty())
-        logger_.warning(shortcomingsWarning, lacking);
+        logger_.warning(RuntallyMessage::eventsIncomplete, lacking);
     if (result == NativeError::success) {
         logger_.debug(3, "KernelTracer: Logger started");
         return;
     }
-    logger_.fatal(startFatal, startText(result));
+    logger_.fatal(RuntallyMessage::sessionNotStarted, startText(result));
     quitFlag_ = 1;
 }
 
@@ -106,7 +103,7 @@ void KernelTracer::consume() {
         result = platform().kernelTrace->process(trace, onEvent_, onRest_);
     }
     if (result != NativeError::success && result != NativeError::cancelled)
-        logger_.critical(readingCritical, readingText(result));
+        logger_.critical(RuntallyMessage::traceEnded, readingText(result));
     platform().kernelTrace->close(trace);
 }
 

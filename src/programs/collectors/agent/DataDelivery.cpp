@@ -3,6 +3,7 @@
 #include "platform/Platform.h"
 #include "platform/Threads.h"
 #include "programs/collectors/agent/AgentLogger.h"
+#include "programs/collectors/agent/AgentMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "shared/library/common/time/Timer.h"
 
@@ -109,7 +110,7 @@ bool releaseLogFile(const std::string& key) {
     try {
         file.end();
     } catch (...) {
-        agentLogger().error(13, file.getName());
+        agentLogger().error(AgentMessage::fileNotEnded, file.getName());
     }
     agentLogger().debug(1, "Log file released.");
     return true;

@@ -3,6 +3,7 @@
 #include "platform/Machine.h"
 #include "platform/Platform.h"
 #include "programs/collectors/agent/AgentLogger.h"
+#include "programs/collectors/agent/AgentMessages.h"
 #include "shared/library/common/errors/FileException.h"
 #include "shared/library/common/files/FileFactory.h"
 #include "shared/library/common/files/FileOps.h"
@@ -19,8 +20,6 @@ std::atomic<uint32_t> fileCounter{0};
 constexpr uint16_t dataFileAccess = FileBase::ACCESS_WRITE | FileBase::ACCESS_TRUNCATE | FileBase::ACCESS_CREATE;
 constexpr std::string_view workingWord = "make";
 constexpr std::string_view finalWord = "data";
-constexpr int32_t openFailed = 2;
-constexpr int32_t writeFailed = 4;
 
 std::string finalName(const std::string& workingName) {
     std::string base = FileUtils::getBaseName(workingName);
@@ -81,7 +80,7 @@ bool LogFile::open() {
     agentLogger().debug(3, "LogFile: Opening file: %s...", getName());
     const MonopolyHold hold(lock_);
     if (file_.isNull()) {
-        agentLogger().error(1, "Open logfile", "");
+        agentLogger().error(AgentMessage::notPrepared, "Open logfile", "");
         return false;
     }
     try {
@@ -92,9 +91,9 @@ bool LogFile::open() {
         agentLogger().debug(4, "   LogFile: File opened.");
         return true;
     } catch (const FileException& failure) {
-        reportFailure(openFailed, file_->getName(), failure);
+        reportFailure(AgentMessage::fileNotOpened, file_->getName(), failure);
     } catch (...) {
-        agentLogger().error(openFailed, file_->getName(), "UNKNOWN");
+        agentLogger().error(AgentMessage::fileNotOpened, file_->getName(), "UNKNOWN");
     }
     return false;
 }
@@ -122,7 +121,7 @@ bool LogFile::write(std::string_view text) {
     agentLogger().debug(5, "LogFile: Writing...");
     const MonopolyHold hold(lock_);
     if (file_.isNull()) {
-        agentLogger().error(3, "LogFile:write: Trying to write to NULL file object.");
+        agentLogger().error(AgentMessage::noDataFile, "LogFile:write: Trying to write to NULL file object.");
         return false;
     }
     if (!isOpen()) {
@@ -134,9 +133,9 @@ bool LogFile::write(std::string_view text) {
         file_->write(text.data(), text.size());
         return true;
     } catch (const FileException& failure) {
-        reportFailure(writeFailed, file_->getName(), failure);
+        reportFailure(AgentMessage::fileNotWritten, file_->getName(), failure);
     } catch (...) {
-        agentLogger().error(writeFailed, file_->getName(), "UNKNOWN");
+        agentLogger().error(AgentMessage::fileNotWritten, file_->getName(), "UNKNOWN");
     }
     return false;
 }
@@ -186,7 +185,7 @@ void LogFile::noteRename(bool succeeded, const std::string& from, const std::str
         reportEnd(from, to);
         return;
     }
-    agentLogger().warning(10, from, to);
+    agentLogger().warning(AgentMessage::fileNotRenamed, from, to);
     failedRenames_.push_back({leaveForNextStart(from), to}); // should there be no other chance
 }
 

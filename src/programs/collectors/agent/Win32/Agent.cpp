@@ -6,7 +6,9 @@
 #include "platform/Registry.h"
 #include "platform/ServiceManager.h"
 #include "platform/Threads.h"
+#include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/AgentLogger.h"
+#include "programs/collectors/agent/AgentMessages.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "rules/PrimeTime.h"
@@ -21,7 +23,6 @@ namespace Velmor {
 
 namespace {
 constexpr size_t catalogueGenerations = 2;
-constexpr int32_t notTakenOver = 16;
 } // namespace
 
 Agent::Agent(std::string_view commandLine) : arguments_(parseCommandLine(commandLine)) {
@@ -111,7 +112,7 @@ bool Agent::takeInstanceGuard() {
                     "); make the runtime directory, by default /run/velmor, writable, or set VELMOR_RUNTIME_DIR.");
     Logger logger;
     logger.set(loggerContext_.logger);
-    logger.fatal(14, name_);
+    logger.fatal(RuntallyMessage::notAsAsked, name_);
     return fail("Another " + name_ + " runs on this machine already; end it before starting a second one.");
 }
 
@@ -147,7 +148,7 @@ void Agent::loadLogMessages() {
     agentLogger().debug(1, "Loading log messages...");
     std::string directory;
     if (conf().getDirName("Velmor.directories.conf", directory) != 0) {
-        agentLogger().error(9, "Velmor.directories.conf");
+        agentLogger().error(AgentMessage::keyMissing, "Velmor.directories.conf");
         return;
     }
     LogCommons& messages = logMessages_.emplace_back();
@@ -160,7 +161,7 @@ void Agent::loadLogMessages() {
     for (const std::string& name : result.rejected)
         agentLogger().debug(2, "Messages for module \"%s\" were rejected.", name);
     if (!result.ok)
-        agentLogger().error(6, result.error);
+        agentLogger().error(AgentMessage::catalogueUnreadable, result.error);
     LogMessenger::setCatalogue(&messages);
     if (logMessages_.size() > catalogueGenerations)
         logMessages_.pop_front();
@@ -176,7 +177,7 @@ bool Agent::loadPrimeTime(const std::string& directory) {
     }
     if (primeTimeCalendar().readFile(file))
         return true;
-    agentLogger().fatal(5, "GENERAL");
+    agentLogger().fatal(AgentMessage::primeTimeUnreadable, "GENERAL");
     return fail("The prime time file \"" + file + "\" can't be read; make it readable, or remove it.");
 }
 
@@ -218,7 +219,7 @@ bool Agent::isConfigurationUsable() {
 
 /// Says why a new configuration isn't in force. Always false.
 bool Agent::refuse(const std::string& problem) {
-    agentLogger().error(notTakenOver, problem);
+    agentLogger().error(AgentMessage::configurationRefused, problem);
     agentLogger().debug(0, problem);
     return false;
 }
@@ -253,11 +254,11 @@ bool Agent::startIPCServer(const std::string& name, IPCCallback callback) {
         return !ipcServer_.isNull();
     } catch (IPCException& failure) {
         failure.addPosition(__FILE__, __LINE__);
-        agentLogger().fatal(15, failure.getCodeText());
+        agentLogger().fatal(AgentMessage::listenerNotStarted, failure.getCodeText());
         agentLogger().debug(1, failure.getDescription());
     } catch (JobException& failure) {
         failure.addPosition(__FILE__, __LINE__);
-        agentLogger().fatal(15, failure.getCodeText());
+        agentLogger().fatal(AgentMessage::listenerNotStarted, failure.getCodeText());
         agentLogger().debug(1, failure.getDescription());
     } catch (...) { // NOLINT(bugprone-empty-catch): the caller is told
     }
@@ -273,7 +274,7 @@ void Agent::stopIPCServer() {
 bool Agent::prepareDataDelivery() {
     agentLogger().debug(2, "Preparing data delivery thread...");
     if (!prepareThread("DataDelivery", ThreadRecord::takesPart, dataDelivery)) {
-        agentLogger().critical(1, "prepare data delivery");
+        agentLogger().critical(AgentMessage::notPrepared, "prepare data delivery");
         return false;
     }
     agentLogger().debug(3, "   Done.");

@@ -3,6 +3,7 @@
 #include "platform/MessageQueues.h"
 #include "platform/Platform.h"
 #include "programs/collectors/agent/AgentLogger.h"
+#include "programs/collectors/agent/AgentMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Agent.h"
 #include "shared/library/common/errors/JobException.h"
@@ -17,8 +18,6 @@ constexpr uint32_t verifyPause = 750; // milliseconds that workers have to end a
 constexpr uint32_t busyLimit = 2000;  // milliseconds more for those in the middle of a round
 constexpr uint32_t busyStep = 50;
 constexpr std::string_view unknown = "UNKNOWN";
-constexpr int32_t stopFailed = 7;
-constexpr int32_t startFailed = 8;
 
 /// Runs a thread operation. False if it threw, which `report` is told: with the exception's number, or "UNKNOWN".
 template <typename Operation, typename ReportCall>
@@ -54,9 +53,10 @@ bool Agent::startThreads() {
     agentLogger().debug(2, "Starting threads...");
     int32_t started = 0;
     for (ThreadRecord& record : threads_) {
-        const bool runs =
-            succeeds([&] { record.thread->execute(); },
-                     [&](const std::string& number) { agentLogger().error(startFailed, record.name, number); });
+        const bool runs = succeeds([&] { record.thread->execute(); },
+                                   [&](const std::string& number) {
+                                       agentLogger().error(AgentMessage::threadNotStarted, record.name, number);
+                                   });
         if (!runs) {
             record.state = ThreadState::down;
             continue;
@@ -71,14 +71,14 @@ bool Agent::startThreads() {
     agentLogger().debug(2, "   Started %i thread(s), and failed to start %i.", started, failed);
     if (failed == 0)
         return true;
-    agentLogger().fatal(11);
+    agentLogger().fatal(AgentMessage::threadsNotStarted);
     return false;
 }
 
 /// Ends the thread of a record, and frees what it held until then; not before, since it may go on for as long as its
 /// end takes, and would do so without its locks. A failure is reported.
 bool Agent::endThread(ThreadRecord& record) {
-    if (!succeeds([&] { record.thread->stop(); }, fatalReport(stopFailed, record)))
+    if (!succeeds([&] { record.thread->stop(); }, fatalReport(AgentMessage::threadNotStopped, record)))
         return false;
     threadLost(record);
     return true;
@@ -127,7 +127,7 @@ bool Agent::verifyStoppedThreads() {
     agentLogger().debug(2, "   %i thread(s) ended nicely, %i was killed, and %i failed to end.", ended, killed, failed);
     if (failed == 0)
         return true;
-    agentLogger().fatal(12);
+    agentLogger().fatal(AgentMessage::threadsNotEnded);
     return false;
 }
 
@@ -252,7 +252,7 @@ bool Agent::restart(ThreadRecord& record) {
     threadLost(record);
     record.report = Report::nothing; // a stop that was asked for would end it at once
     agentLogger().debug(2, "   Check: Thread \"%s\" is down. Attempting restart...", record.name);
-    if (!succeeds([&] { record.thread->execute(); }, fatalReport(startFailed, record)))
+    if (!succeeds([&] { record.thread->execute(); }, fatalReport(AgentMessage::threadNotStarted, record)))
         return false;
     record.state = ThreadState::healthy;
     record.lastOk.setNow();

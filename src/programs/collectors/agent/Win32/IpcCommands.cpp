@@ -3,6 +3,7 @@
 #include "platform/Machine.h"
 #include "platform/Platform.h"
 #include "programs/collectors/agent/AgentLogger.h"
+#include "programs/collectors/agent/AgentMessages.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "shared/library/common/errors/IPCException.h"
@@ -67,9 +68,9 @@ void ipcCallback(const std::string& type, const std::string& reference, const st
     } catch (IPCException& failure) {
         failure.addPosition(__FILE__, __LINE__);
         agentLogger().debug(1, failure.getFullDescription());
-        agentLogger().error(2, failure.getCodeText());
+        agentLogger().error(AgentMessage::fileNotOpened, failure.getCodeText());
     } catch (...) {
-        agentLogger().error(2, "UNKNOWN");
+        agentLogger().error(AgentMessage::fileNotOpened, "UNKNOWN");
     }
 }
 

@@ -1,5 +1,6 @@
 #include "shared/library/common/configuration/ConfReader.h"
 
+#include "shared/library/common/configuration/ConfigurationMessages.h"
 #include "shared/library/common/errors/TimeException.h"
 #include "shared/library/common/files/FileUtils.h"
 #include "shared/library/common/text/StringSearcher.h"
@@ -79,7 +80,7 @@ int32_t ConfReader::resolveReferences(std::string_view key, std::string& text) c
             return FOUND;
         const size_t end = text.find('}', begin);
         if (end == std::string::npos || i == mostReferences) {
-            logger_->error(3, key);
+            logger_->error(ConfigurationMessage::badReference, key);
             return BAD_REFERENCE;
         }
         const size_t nameBegin = begin + referenceBegin.size();

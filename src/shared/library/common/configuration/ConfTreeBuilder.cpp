@@ -1,6 +1,7 @@
 #include "shared/library/common/configuration/ConfTreeBuilder.h"
 
 #include "shared/library/common/configuration/ConfReader.h"
+#include "shared/library/common/configuration/ConfigurationMessages.h"
 #include "shared/library/common/errors/ConfigException.h"
 #include "shared/library/common/errors/FileException.h"
 #include "shared/library/common/files/FilePlain.h"
@@ -106,7 +107,7 @@ void ConfReader::buildDOMTree(const std::string& fileName) {
     logger_->debug(2, "ConfReader: Building DOM tree from file \"%s\"...", fileName);
     lastError_.clear();
     if (!monopoly_.enforce()) {
-        logger_->error(15);
+        logger_->error(ConfigurationMessage::buildDropped);
         return;
     }
     std::string text;
@@ -119,18 +120,18 @@ void ConfReader::buildDOMTree(const std::string& fileName) {
         logger_->debug(2, "ConfReader: DOM tree built.");
     } catch (ConfigException& failure) {
         failure.addPosition(__FILE__, __LINE__);
-        logger_->error(2, fileName, failure.getCodeText());
+        logger_->error(ConfigurationMessage::fileMistake, fileName, failure.getCodeText());
         logger_->debug(1, "ConfReader: %s, line %i.", failure.getFullDescription(), builder->line());
         lastError_ = "The configuration file \"" + fileName + "\" has a mistake in line " +
                      std::to_string(builder->line()) + "; correct it.";
     } catch (FileException& failure) {
         failure.addPosition(__FILE__, __LINE__);
-        logger_->error(1, fileName, failure.getCodeText());
+        logger_->error(ConfigurationMessage::fileUnreadable, fileName, failure.getCodeText());
         logger_->debug(1, "ConfReader: %s", failure.getFullDescription());
         lastError_ =
             "The configuration file \"" + fileName + "\" can't be read; make it readable, or name another with -c.";
     } catch (...) {
-        logger_->error(1, fileName, "Unknown");
+        logger_->error(ConfigurationMessage::fileUnreadable, fileName, "Unknown");
         logger_->debug(1, "ConfReader: Unknown error while building DOM tree from file \"%s\".", fileName);
         lastError_ = "The configuration file \"" + fileName + "\" can't be read.";
     }

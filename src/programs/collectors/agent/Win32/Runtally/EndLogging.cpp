@@ -1,5 +1,6 @@
 // What a process leaves at its end and at each slice.
 
+#include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
@@ -12,8 +13,6 @@ namespace Velmor {
 
 namespace {
 constexpr int32_t discrepancyAllowance = 10; // seconds of inverted times that are dropped quietly after a record
-constexpr int32_t futureEndWarning = 27;
-constexpr int32_t invertedTimesError = 28;
 
 const Logger& logger() {
     return runtallyState().logger;
@@ -24,7 +23,7 @@ ProcessRegistry& registry() {
 }
 
 void reportNoAccess(std::string_view who, uint32_t pid) {
-    logger().warning(noAccessWarning, who);
+    logger().warning(RuntallyMessage::registryHeld, who);
     logger().debug(1, "Access failed. Process %i  could not be logged.", pid);
 }
 
@@ -38,7 +37,7 @@ bool clampFutureEnd(Process& report, const Process& entry, DateTime& now) {
     now.setNow();
     if (report.getEnd() <= now)
         return false;
-    logger().warning(futureEndWarning, entry.getApplication(), entry.pid());
+    logger().warning(RuntallyMessage::endInFuture, entry.getApplication(), entry.pid());
     return true;
 }
 
@@ -53,7 +52,7 @@ bool discardInverted(std::string_view who, const ProcessPointer& entry, const Da
         logger().debug(1, "%s: StartTime > EndTime, discarding :%s, %i, Start:%s, End:%s", who, entry->getApplication(),
                        pid, startText, endText);
     else
-        logger().error(invertedTimesError, entry->getApplication(), pid, startText, endText);
+        logger().error(RuntallyMessage::timesInverted, entry->getApplication(), pid, startText, endText);
     Runtally::removeProcess(pid);
     return true;
 }
@@ -193,7 +192,7 @@ void Runtally::dumpAll() {
     {
         const AllCheckedOut hold;
         if (!hold) {
-            logger().warning(noAccessWarning, "dumpAll");
+            logger().warning(RuntallyMessage::registryHeld, "dumpAll");
             return;
         }
         const DateTime now;

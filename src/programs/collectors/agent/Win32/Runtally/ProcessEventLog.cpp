@@ -1,5 +1,6 @@
 #include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
 
+#include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "shared/library/common/files/FileOps.h"
@@ -13,8 +14,6 @@ namespace Velmor {
 
 namespace {
 constexpr int32_t secondsOfDay = 86400;
-constexpr int32_t openFailed = 4;
-constexpr int32_t writeFailed = 33;
 constexpr const char* filePattern = "procevents*.eventlog";
 constexpr std::string_view fileExtension = ".eventlog";
 
@@ -77,11 +76,11 @@ void ProcessEventLog::write(bool isStart, const Process& process) {
     {
         const MonopolyHold hold(eventLogMonopoly_);
         if (!file_.isOpen() && !openFile(now)) {
-            logger().error(openFailed, "log-to-file");
+            logger().error(RuntallyMessage::noFile, "log-to-file");
             return;
         }
         if (!file_.writeLine(lineOf(when, event, process))) {
-            logger().error(writeFailed, fileName_);
+            logger().error(RuntallyMessage::eventLogNotWritten, fileName_);
             return;
         }
         file_.flush();

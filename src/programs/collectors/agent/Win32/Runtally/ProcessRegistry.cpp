@@ -2,6 +2,7 @@
 
 #include "platform/Platform.h"
 #include "platform/Threads.h"
+#include "process/RuntallyMessages.h"
 #include "process/naming/IdValues.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
@@ -22,7 +23,6 @@ constexpr int enforceRounds = 500;
 constexpr uint32_t enforcePause = 10;   // milliseconds
 constexpr uint32_t resettingPause = 20; // milliseconds
 constexpr uint32_t statusInvalidHandle = 0xC0000008;
-constexpr int32_t reuseWarning = 25;
 
 enum class Outcome : uint8_t { acquired, invalidHandle, timeout };
 
@@ -67,7 +67,7 @@ ProcessPointer findPredecessor(const ProcessPointer& process) {
 
 /// Ends the logging of a process whose id is in use again: it has ended when its successor started at the latest.
 void endPredecessor(const ProcessPointer& predecessor, const ProcessPointer& process) {
-    logger().warning(reuseWarning, process->pid());
+    logger().warning(RuntallyMessage::idInUseAgain, process->pid());
     logger().debug(5, "Ending logging of application \"%s\"...", predecessor->getApplication());
     predecessor->setState(ProcessState::ended);
     predecessor->setEnd(std::max(predecessor->getStart(), process->getStart(),

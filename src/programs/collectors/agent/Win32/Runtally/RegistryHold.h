@@ -8,7 +8,6 @@
 namespace Velmor {
 
 /// The message of whoever could not get the registry in time; its parameter says who.
-constexpr int32_t noAccessWarning = 23;
 
 /// Holds the registry until it goes, whatever ends the work; test it before use.
 class RegistryHold {

@@ -7,6 +7,7 @@
 #include "platform/Platform.h"
 #include "platform/ServiceManager.h"
 #include "platform/Threads.h"
+#include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/IpcCommands.h"
@@ -23,8 +24,6 @@ constexpr uint32_t stopStep = 100;
 constexpr uint32_t monitorLimit = 3000; // milliseconds that the supervisor has to end
 constexpr uint32_t tracerLimit = 30000; // milliseconds that the event tracer has to come up
 constexpr uint32_t tracerStep = 100;
-constexpr int32_t startedNotice = 8;
-constexpr int32_t missingRightsNotice = 40;
 
 const Logger& logger() {
     return runtallyState().logger;
@@ -96,10 +95,10 @@ void Runtally::enableDebugPrivilege() {
     if (platform().machine->enableDebugPrivilege(failedCall, error))
         logger().debug(1, "Debug privileges enabled.");
     else
-        logger().error(16, failedCall, error);
+        logger().error(RuntallyMessage::noDebugPrivilege, failedCall, error);
     const std::string missing = platform().machine->missingRights();
     if (!missing.empty())
-        logger().notice(missingRightsNotice, missing);
+        logger().notice(RuntallyMessage::rightsMissing, missing);
 }
 
 bool Runtally::startStatusMonitor() {
@@ -111,7 +110,7 @@ bool Runtally::startStatusMonitor() {
         return false;
     }
     logger().debug(5, "Created statusMonitor.");
-    logger().notice(startedNotice);
+    logger().notice(RuntallyMessage::started);
     return true;
 }
 

@@ -1,5 +1,6 @@
 // The collector's own part of the configuration.
 
+#include "process/RuntallyMessages.h"
 #include "process/naming/ApplicationMappings.h"
 #include "process/naming/SMScan.h"
 #include "programs/collectors/agent/DataDelivery.h"
@@ -93,7 +94,7 @@ bool Runtally::prepareDirectories() {
     logger().debug(4, "Working dir: %s.", directory);
     if (FileUtils::makeDirectories(directory))
         return true;
-    logger().fatal(1, directory);
+    logger().fatal(RuntallyMessage::noWorkingDirectory, directory);
     return fail("The working directory \"" + directory +
                 "\" can't be made; make the directory that it lies in writable, or set runtally.working-dir.");
 }
@@ -182,7 +183,7 @@ void Runtally::chooseEvents() {
         return;
     logger().debug(1, "Will be using process events...");
     if (programState().staticInfo.osName.find("NT") != std::string::npos) {
-        logger().warning(14);
+        logger().warning(RuntallyMessage::notAsAsked);
         settings().pollingOn = true;
         if (settings().pollInterval.getSeconds() > forcedPoll)
             settings().pollInterval = TimeSpan(forcedPoll);
@@ -220,7 +221,7 @@ bool Runtally::prepareExeFinder() {
     logger().debug(1, "Creating ExeFinder...");
     finder.reset(new (std::nothrow) ExeFinder(loggerContext().logger));
     if (!finder) {
-        logger().fatal(5);
+        logger().fatal(RuntallyMessage::noExeFinder);
         return false;
     }
     loadApplicationMappings();
@@ -249,7 +250,7 @@ void Runtally::loadApplicationMappings() {
             file.readLine(text);
             if (reader.addLine(std::move(text)))
                 continue;
-            logger().error(6, line, "Illegal '{'.");
+            logger().error(RuntallyMessage::mappingsMistake, line, "Illegal '{'.");
             return;
         }
         file.close();
@@ -259,11 +260,11 @@ void Runtally::loadApplicationMappings() {
         std::string shortText;
         failure.describe(shortText);
         logger().debug(1, failure.getFullDescription());
-        logger().error(7, name, shortText);
+        logger().error(RuntallyMessage::mappingsUnreadable, name, shortText);
     } catch (const std::bad_alloc&) {
-        logger().critical(21, "load application mappings");
+        logger().critical(RuntallyMessage::noMemory, "load application mappings");
     } catch (...) {
-        logger().error(7, name, "Unknown");
+        logger().error(RuntallyMessage::mappingsUnreadable, name, "Unknown");
     }
 }
 
@@ -286,7 +287,7 @@ bool Runtally::loadRules() {
         runtallyState().includeExclude.take(rules);
         return true;
     }
-    logger().fatal(34, file, error);
+    logger().fatal(RuntallyMessage::rulesUnusable, file, error);
     return fail(ruleProblem(file, error));
 }
 
@@ -306,7 +307,7 @@ bool Runtally::prepareThreads() {
 bool Runtally::prepareEventTracer() {
     logger().debug(2, "Preparing event tracer thread...");
     if (!prepareThread("EventTracer", 0, eventTracer)) {
-        logger().critical(21, "prepare event tracer");
+        logger().critical(RuntallyMessage::noMemory, "prepare event tracer");
         return fail("The event tracer can't be prepared; see the debug log.");
     }
     logger().debug(3, "   Done.");
@@ -316,7 +317,7 @@ bool Runtally::prepareEventTracer() {
 bool Runtally::prepareProcessPoller() {
     logger().debug(2, "Preparing process poller thread...");
     if (!prepareThread("ProcessPoller", ThreadRecord::takesPart, processPoller)) {
-        logger().critical(21, "prepare process poller");
+        logger().critical(RuntallyMessage::noMemory, "prepare process poller");
         return fail("The process poller can't be prepared; see the debug log.");
     }
     logger().debug(3, "   Done.");

@@ -1,5 +1,6 @@
 // How a start becomes a tracked process.
 
+#include "process/RuntallyMessages.h"
 #include "process/naming/IdValues.h"
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
@@ -10,7 +11,6 @@ namespace Velmor {
 
 namespace {
 constexpr uint32_t lastSystemPid = 9; // ids up to here are the system's own and may have no executable
-constexpr int32_t futureStartWarning = 26;
 
 const Logger& logger() {
     return runtallyState().logger;
@@ -52,7 +52,7 @@ void clampFutureStart(Process& process) {
     const DateTime now;
     if (process.getStart() <= now)
         return;
-    logger().warning(futureStartWarning, process.getApplication(), process.pid());
+    logger().warning(RuntallyMessage::startInFuture, process.getApplication(), process.pid());
     logger().debug(5, "logStartProcess: adjusted time discrepancy, start:%i, current:%i.",
                    process.getStart().getSeconds(), now.getSeconds());
     process.setStart(now);
@@ -86,7 +86,7 @@ void Runtally::logStartProcess(const ProcessPointer& process) {
         process->updateModules();
     addIdValues(*process);
     if (!addProcess(process))
-        logger().warning(noAccessWarning, "logStartProcess");
+        logger().warning(RuntallyMessage::registryHeld, "logStartProcess");
 }
 
 void Runtally::retryPendingInfo() {

@@ -5,6 +5,7 @@
 #include "platform/Errors.h"
 #include "platform/Machine.h"
 #include "platform/Platform.h"
+#include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
@@ -222,7 +223,7 @@ void dumpPerfMon() {
     {
         const AllCheckedOut hold;
         if (!hold) {
-            logger().warning(noAccessWarning, "dumpPerfMon");
+            logger().warning(RuntallyMessage::registryHeld, "dumpPerfMon");
             return;
         }
         const DateTime now;

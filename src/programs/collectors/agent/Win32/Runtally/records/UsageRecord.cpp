@@ -3,6 +3,7 @@
 #include "platform/Errors.h"
 #include "platform/Machine.h"
 #include "platform/Platform.h"
+#include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
@@ -20,8 +21,6 @@ namespace Velmor {
 
 namespace {
 constexpr int32_t usageRecord = 31;
-constexpr int32_t negativeDurationWarning = 29;
-constexpr int32_t noDataFile = 4;
 constexpr int32_t leastDuration = 1; // what a negative one shows as
 constexpr const char* usageDataType = "process";
 
@@ -124,7 +123,7 @@ bool isIncluded(std::string_view who, std::string_view what, const RuleFacts& fa
 bool writeToDataFile(const char* dataType, const std::string& record) {
     const SmartPointer<LogFile> file = getLogFile(dataType);
     if (file.isNull()) {
-        logger().critical(noDataFile, dataType);
+        logger().critical(RuntallyMessage::noFile, dataType);
         return false;
     }
     return file->writeRecord(record);
@@ -155,7 +154,7 @@ void Runtally::logProcessData(const ProcessPointer& process) {
         return;
     std::string record = identityLine(*process) + "\n";
     if (duration < 0) {
-        logger().warning(negativeDurationWarning, process->getApplication(), process->pid());
+        logger().warning(RuntallyMessage::negativeDuration, process->getApplication(), process->pid());
         duration = leastDuration;
     }
     record += process->isLogged() ? "0:" : "1:";

@@ -4,6 +4,7 @@
 
 #include "platform/Clock.h"
 #include "platform/Platform.h"
+#include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
@@ -18,9 +19,6 @@
 namespace Velmor {
 
 namespace {
-constexpr int32_t tracerError = 17;
-constexpr int32_t memoryCritical = 21;
-constexpr int32_t exceptionWarning = 32;
 constexpr uint32_t quitResult = static_cast<uint32_t>(-1);
 constexpr uint32_t tableLimit = 30000; // milliseconds that the poller's first round may take
 constexpr uint32_t tableStep = 50;
@@ -42,7 +40,7 @@ std::string_view typeName(uint8_t type) {
 void reportException(const char* who, const StructuredException& failure) {
     std::array<char, 64> text{};
     std::snprintf(text.data(), text.size(), "%s: Exception Code 0x%08x", who, failure.code);
-    logger().warning(exceptionWarning, text.data());
+    logger().warning(RuntallyMessage::workerException, text.data());
 }
 
 /// The session's question whether to go on. What it was told to hand over is taken, though the program may be told to
@@ -108,7 +106,7 @@ bool prepareTracer(uint32_t& result) {
         return true;
     tracerState().tracer.reset(new (std::nothrow) KernelTracer(logger().unit(), programState().quitFlag));
     if (!tracerState().tracer) {
-        logger().critical(memoryCritical, "event tracer");
+        logger().critical(RuntallyMessage::noMemory, "event tracer");
         return false;
     }
     if (programState().quitFlag) {
@@ -127,7 +125,7 @@ bool trace(uint32_t& result) {
     const bool isToEnter = !runtallyState().settings.pollingOn && !tracerState().tracer;
     if (isToEnter && !addRunningProcesses(runtallyState().programStart)) {
         logger().debug(1, "eventTracer: addProcess failed.");
-        logger().error(tracerError);
+        logger().error(RuntallyMessage::tracerNotReading);
     }
     logger().debug(1, "Trying to start Native event tracer...");
     if (!prepareTracer(result))
@@ -159,7 +157,7 @@ uint32_t eventTracer(void* argument) {
     } catch (const StructuredException& failure) {
         reportException("eventTracer", failure);
     } catch (...) {
-        logger().error(tracerError);
+        logger().error(RuntallyMessage::tracerNotReading);
     }
     logger().debug(1, "END THREAD " + record.name);
     return result;
@@ -179,7 +177,7 @@ void processCallback(const TraceEvent& event) {
     } catch (const StructuredException& failure) {
         reportException("processCallback", failure);
     } catch (...) {
-        logger().warning(exceptionWarning, "processCallback");
+        logger().warning(RuntallyMessage::workerException, "processCallback");
     }
     logger().debug(4, "Native event tracer callback: Finished processing.");
 }

@@ -2,6 +2,7 @@
 
 #include "platform/Clock.h"
 #include "platform/Platform.h"
+#include "process/RuntallyMessages.h"
 #include "process/events/KernelTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 
@@ -10,7 +11,6 @@
 namespace Velmor {
 
 namespace {
-constexpr int32_t lossWarning = 41;
 constexpr uint32_t lookInterval = 100;     // milliseconds
 constexpr uint32_t reportInterval = 60000; // milliseconds
 } // namespace
@@ -40,7 +40,8 @@ void LossReport::ask() {
 void LossReport::tell() {
     if (lost_ == reported_)
         return;
-    runtallyState().logger.warning(lossWarning, std::to_string(lost_ - reported_), std::to_string(lost_));
+    runtallyState().logger.warning(RuntallyMessage::eventsLost, std::to_string(lost_ - reported_),
+                                   std::to_string(lost_));
     reported_ = lost_;
     lastReport_ = platform().clock->ticks();
 }

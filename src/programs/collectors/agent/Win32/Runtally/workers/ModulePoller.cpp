@@ -2,6 +2,7 @@
 
 #include "programs/collectors/agent/Win32/Runtally/workers/ModulePoller.h"
 
+#include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
@@ -96,7 +97,7 @@ void modPoll(const std::atomic<int32_t>& report) {
     {
         const AllCheckedOut hold;
         if (!hold) {
-            logger().warning(noAccessWarning, "modPoll");
+            logger().warning(RuntallyMessage::registryHeld, "modPoll");
             return;
         }
         for (const auto& [pid, process] : runtallyState().registry.processMap)
@@ -119,18 +120,16 @@ uint32_t modulePoller(void* argument) {
 }
 
 bool Runtally::prepareModulePoller() {
-    constexpr int32_t notPrepared = 21;
-    constexpr int32_t unreadableFile = 31;
     logger().debug(2, "Preparing module poller thread...");
     if (!prepareThread("ModulePoller", ThreadRecord::takesPart, modulePoller)) {
-        logger().critical(notPrepared, "prepare module poller");
+        logger().critical(RuntallyMessage::noMemory, "prepare module poller");
         return fail("The module poller can't be prepared; see the debug log.");
     }
     const std::string& file = runtallyState().settings.moduleFilterFile;
     if (FileOps::exists(file)) {
         logger().debug(3, "   Reading file: \"%s\"...", file);
         if (!runtallyState().moduleFilter.readFile(file)) {
-            logger().error(unreadableFile, file);
+            logger().error(RuntallyMessage::fileUnusable, file);
             return fail("The module filter \"" + file +
                         "\" is empty or can't be read; correct it, remove it, or set "
                         "runtally.logging.module-data.interval.filter.");

@@ -3,6 +3,7 @@
 #include "programs/collectors/agent/Win32/Runtally/workers/PerformanceMonitor.h"
 
 #include "platform/Errors.h"
+#include "process/RuntallyMessages.h"
 #include "process/performance/OscQuery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
@@ -28,10 +29,6 @@ constexpr uint32_t pausesOfRound = 10;
 constexpr uint32_t longestPause = 500; // milliseconds
 constexpr uint32_t millisecondsOfSecond = 1000;
 constexpr uint32_t failedThread = std::numeric_limits<uint32_t>::max();
-constexpr int32_t notDone = 21;
-constexpr int32_t monitorError = 30;
-constexpr int32_t unreadableFile = 31;
-constexpr int32_t structuredWarning = 32;
 
 const Logger& logger() {
     return runtallyState().logger;
@@ -168,7 +165,7 @@ void runRounds(ThreadRecord& record, OscQuery* query) {
 void reportStructured(const StructuredException& failure) {
     std::array<char, 48> text{};
     std::snprintf(text.data(), text.size(), "perfMonitor: Exception Code 0x%08x", failure.code);
-    logger().warning(structuredWarning, text.data());
+    logger().warning(RuntallyMessage::workerException, text.data());
 }
 } // namespace
 
@@ -186,7 +183,7 @@ bool readCountersFile(const std::string& fileName) {
         if (!findCounters())
             return false;
     } catch (...) {
-        logger().critical(notDone, "readCountersFile");
+        logger().critical(RuntallyMessage::noMemory, "readCountersFile");
     }
     return !entries.empty();
 }
@@ -226,7 +223,7 @@ uint32_t perfMonitor(void* argument) {
         reportStructured(failure);
     } catch (...) {
         logger().debug(1, "Fatal Exception in %s", record.name);
-        logger().error(monitorError);
+        logger().error(RuntallyMessage::monitorUnknownError);
     }
     logger().debug(1, "END THREAD %s.", record.name);
     return 0;
@@ -235,7 +232,7 @@ uint32_t perfMonitor(void* argument) {
 bool Runtally::preparePerformanceMonitor() {
     const RuntallySettings& settings = runtallyState().settings;
     const auto refuse = [](const std::string& file, const char* key) {
-        logger().error(unreadableFile, file);
+        logger().error(RuntallyMessage::fileUnusable, file);
         return fail("The file \"" + file + "\" is absent, empty or can't be read; correct it, or set " + key + ".");
     };
     logger().debug(2, "Preparing performance monitor thread...");
@@ -246,7 +243,7 @@ bool Runtally::preparePerformanceMonitor() {
     if (!runtallyState().processRules.readFile(settings.performanceRulesFile))
         return refuse(settings.performanceRulesFile, "runtally.logging.performance-monitor.rules");
     if (!prepareThread("PerformanceMonitor", ThreadRecord::takesPart, perfMonitor)) {
-        logger().critical(notDone, "preparePerformanceMonitor");
+        logger().critical(RuntallyMessage::noMemory, "preparePerformanceMonitor");
         return fail("The performance monitor can't be prepared; see the debug log.");
     }
     logger().debug(3, "   Done.");

@@ -1,6 +1,7 @@
 // The thread that watches the process table.
 
 #include "platform/Platform.h"
+#include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
@@ -58,7 +59,7 @@ void reportEnd(const ProcessPointer& change) {
     Runtally::admitPending(change->pid());
     const CheckedOut found(change->pid());
     if (!found.isAccessible()) {
-        logger().warning(noAccessWarning, "procPoll");
+        logger().warning(RuntallyMessage::registryHeld, "procPoll");
         return;
     }
     const ProcessPointer& entry = found.process();
@@ -102,7 +103,7 @@ std::vector<ProcessPointer> takeChanges() {
     if (const RegistryHold hold("procPoll"); hold)
         state.procPoll.getPollData(changes, TimeSpan(state.settings.pollInterval.getSeconds() / 2));
     else
-        logger().warning(noAccessWarning, "procPoll"); // the next round finds them
+        logger().warning(RuntallyMessage::registryHeld, "procPoll"); // the next round finds them
     return changes;
 }
 
