@@ -17,9 +17,11 @@ constexpr uint32_t hidden = 0x2;
 constexpr uint32_t system = 0x4;
 constexpr uint32_t directory = 0x10;
 constexpr uint32_t archive = 0x20;
+constexpr uint32_t device = 0x40; // no data of its own: a pipe, a socket, a device
 constexpr uint32_t normal = 0x80;
 constexpr uint32_t temporary = 0x100;
 constexpr uint32_t sparseFile = 0x200;
+constexpr uint32_t reparsePoint = 0x400; // a link; what else is told is its target's
 constexpr uint32_t compressed = 0x800;
 constexpr uint32_t offline = 0x1000;
 constexpr uint32_t encrypted = 0x4000;
@@ -40,6 +42,11 @@ struct FoundFile {
     int64_t created = 0;
     int64_t accessed = 0;
     int64_t modified = 0;
+};
+
+struct FileMove {
+    std::string from;
+    std::string to;
 };
 
 enum class OpenMode : uint8_t {
@@ -74,6 +81,9 @@ public:
     /// False once the path leads to another file, or to none: somebody has moved or deleted this one.
     virtual bool isAt(std::string_view path) = 0;
 
+    /// False once the last name of the file has gone. Cheaper than `isAt`, and blind for a file that was moved.
+    virtual bool isLinked() = 0;
+
     /// Closes; false if the system only now reports that earlier writes were lost.
     virtual bool close(uint32_t& error) = 0;
 };
@@ -100,6 +110,10 @@ public:
     /// With `replace` an existing target is replaced, also across volumes; without it one gives error 183. When the
     /// call returns true, the data and the new name survive a power cut.
     virtual bool move(std::string_view from, std::string_view to, bool replace, uint32_t& error) = 0;
+
+    /// Several moves of files within one directory, without replacing; `errors` gets the error of each, 0 if it was
+    /// done. When the call returns, those survive a power cut; this costs less than one call for each.
+    virtual void moveTogether(const std::vector<FileMove>& moves, std::vector<uint32_t>& errors) = 0;
 
     virtual bool remove(std::string_view path, uint32_t& error) = 0;
     virtual bool makeDirectory(std::string_view path, uint32_t& error) = 0;

@@ -8,6 +8,7 @@
 #include "support/RuntimeFixture.h"
 
 #include <algorithm>
+#include <sys/stat.h>
 
 namespace Velmor {
 
@@ -54,13 +55,27 @@ TEST(LeftoversTest, FilesWithDataGoToTheCoreServiceAndOthersGo) {
     for (const auto& [name, text] : {std::pair{"ProcessLog-1-2-3.make", "x"},
                                      {"ProcessLog-1-2-3.make.lock", "x"},
                                      {"ProcessLog-1-2-3.make.tmp", "record"},
-                                     {"ProcessLog-1-2-4.make.tmp", ""},
+                                     {"ProcessLog-1-2-2.make.tmp", ""},
                                      {"ProcessLog-1-2-5.data", "old"},
                                      {"notes.makeup", "x"},
                                      {"other.tmp", "x"}})
         directory.write(name, text);
+    std::filesystem::create_symlink("other.tmp", directory / "ProcessLog-1-2-6.make.tmp");
+    std::filesystem::create_directory(directory / "ProcessLog-1-2-7.make.tmp");
+    mkfifo((directory / "ProcessLog-1-2-8.make.tmp").c_str(), 0600);
+    directory.write("ProcessLog-1-2-9.make.tmp", "");
+    std::filesystem::resize_file(directory / "ProcessLog-1-2-9.make.tmp", uint64_t{1} << 32U);
+    directory.write("ProcessLog-1-2-4-1000000000-77.data", "taken"); // so that this one can't get its name
+    directory.write("ProcessLog-1-2-4.make.tmp", "record");
+    const CapturedLog log(3);
     Agent::handleLeftovers();
-    EXPECT_EQ(directory.names(), "ProcessLog-1-2-3-1000000000-77.data ProcessLog-1-2-5.data other.tmp");
+    EXPECT_EQ(directory.names(), "ProcessLog-1-2-3-1000000000-77.data ProcessLog-1-2-4-1000000000-77.data "
+                                 "ProcessLog-1-2-4.make.tmp ProcessLog-1-2-5.data ProcessLog-1-2-6.make.tmp "
+                                 "ProcessLog-1-2-7.make.tmp ProcessLog-1-2-8.make.tmp "
+                                 "ProcessLog-1-2-9-1000000000-77.data other.tmp");
+    EXPECT_EQ(log.count("(2.21.31)"), 3U) << "a link, a directory and a pipe are told of";
+    EXPECT_EQ(log.count("(2.21.10)"), 1U);
+    EXPECT_TRUE(log.has(" 2 leftover file(s) were accepted."));
     EXPECT_EQ(readFile(directory / "ProcessLog-1-2-3-1000000000-77.data"), "record");
 }
 

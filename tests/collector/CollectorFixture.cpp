@@ -3,6 +3,7 @@
 #include "programs/collectors/agent/AgentLogger.h"
 #include "support/DataFiles.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
@@ -96,6 +97,12 @@ CapturedLog::CapturedLog(int32_t level) {
     LoggerUnit::setDebugLevel(level);
     runtallyState().logger.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre_, LogModule::runtally)));
     agentLogger().set(SmartPointer<LoggerUnit>(new LoggerUnit(centre_, LogModule::agent)));
+}
+
+size_t CapturedLog::count(const std::string& part) const {
+    const auto lines = linesOf(text());
+    return static_cast<size_t>(std::count_if(
+        lines.begin(), lines.end(), [&](const std::string& line) { return line.find(part) != std::string::npos; }));
 }
 
 CapturedLog::~CapturedLog() {

@@ -64,6 +64,7 @@ public:
     ~CapturedLog();
     std::string text() const { return readFile(directory_ / name_); }
     bool has(const std::string& part) const { return text().find(part) != std::string::npos; }
+    size_t count(const std::string& part) const;
 
 private:
     TempDirectory directory_;

@@ -1,5 +1,7 @@
 #include "collector/CollectorFixture.h"
 
+#include "support/DataFiles.h"
+
 #include <fstream>
 
 namespace Velmor {
@@ -60,19 +62,21 @@ TEST_F(EventLogTest, FilesOlderThanTheConfiguredDaysGoAndOthersStay) {
     EXPECT_LE(collector.os.fileSystem.scans, scans + 1) << "only when a scan can find something";
 }
 
-TEST_F(EventLogTest, ALineThatCantBeWrittenIsReportedAndTheNextOneTriesAgain) {
+TEST_F(EventLogTest, LinesThatCantBeWrittenWaitAndAreReportedOnceAMinute) {
     const CapturedLog log(1);
     std::filesystem::remove_all(temp.path());
     end(7, now());
     EXPECT_TRUE(log.has("(2.08.04) (Message not found.) Parameters: log-to-file"));
     EXPECT_EQ(collector.records().size(), 1U) << "usage isn't touched by it";
+    end(8, now());
+    EXPECT_EQ(log.count("(2.08.33)"), 1U);
     std::filesystem::create_directories(temp.path());
-    end(7, now());
-    EXPECT_EQ(temp.names(), "procevents-2001-09-09.eventlog");
+    end(9, now());
+    EXPECT_EQ(linesOf(readFile(temp / "procevents-2001-09-09.eventlog")).size(), 3U);
     std::filesystem::remove(temp / "procevents-2001-09-09.eventlog");
     std::filesystem::create_symlink("/dev/full", temp / "procevents-2001-09-09.eventlog");
     end(7, now());
-    EXPECT_TRUE(log.has("(2.08.33)"));
+    EXPECT_EQ(log.count("(2.08.33)"), 2U);
 }
 
 } // namespace Velmor

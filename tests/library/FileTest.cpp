@@ -172,6 +172,9 @@ TEST_F(FileTest, ARenameThatFailsTenTimesKeepsTheData) {
     EXPECT_GE(os.clock.now() - before, 20);
     EXPECT_EQ(readFile(path + ".tmp"), "data");
     EXPECT_FALSE(file.isOpen());
+    file.open(safeWrite);
+    std::filesystem::remove(path + ".tmp");
+    EXPECT_EQ(codeOf([&] { file.close(); }), FL_RENAME) << "what has vanished was not moved";
 }
 
 TEST_F(FileTest, WhatTheDiskHasNotTakenIsToldAtOnceAndKeepsItsTemporaryName) {

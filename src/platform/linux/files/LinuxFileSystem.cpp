@@ -87,6 +87,14 @@ bool statPath(std::string& path, struct stat& state) {
     return true;
 }
 
+/// The state of a directory's entry, of a link that of its target.
+bool statEntry(const std::string& path, struct stat& state, bool& isLink) {
+    if (lstat(path.c_str(), &state) != 0)
+        return false;
+    isLink = S_ISLNK(state.st_mode);
+    return !isLink || systemCalls().stat(path.c_str(), &state) == 0;
+}
+
 /// A pattern of the system's matcher in which only "*" and "?" mean more than themselves.
 std::string withoutSets(std::string_view pattern) {
     std::string plain;
@@ -112,6 +120,8 @@ FoundFile describe(std::string name, const struct stat& state) {
     found.modified = state.st_mtim.tv_sec;
     if (S_ISDIR(state.st_mode))
         found.attributes |= FileAttribute::directory;
+    else if (!S_ISREG(state.st_mode))
+        found.attributes |= FileAttribute::device;
     if (!(state.st_mode & anyWrite))
         found.attributes |= FileAttribute::readOnly;
     if (found.name.starts_with('.') && found.name != "." && found.name != "..")
@@ -211,11 +221,12 @@ bool moveReplacing(const std::string& from, const std::string& to, uint32_t& err
     return syncDirectoryOf(to, error);
 }
 
-bool moveWithoutReplacing(const std::string& from, const std::string& to, uint32_t& error) {
+/// The new name doesn't survive a power cut before its directory is flushed.
+bool renameWithoutReplacing(const std::string& from, const std::string& to, uint32_t& error) {
     if (!syncFile(from, error))
         return false;
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
-        return syncDirectoryOf(to, error);
+        return answer(true, error);
     struct stat state {};
     if (errno != EINVAL && errno != ENOSYS && errno != EXDEV)
         return answer(false, error);
@@ -224,6 +235,10 @@ bool moveWithoutReplacing(const std::string& from, const std::string& to, uint32
         return false;
     }
     return moveReplacing(from, to, error);
+}
+
+bool moveWithoutReplacing(const std::string& from, const std::string& to, uint32_t& error) {
+    return renameWithoutReplacing(from, to, error) && syncDirectoryOf(to, error);
 }
 } // namespace
 
@@ -267,9 +282,12 @@ bool LinuxFileSystem::scan(std::string_view directory, std::string_view pattern,
     const std::string wanted = withoutSets(pattern);
     const bool isRead = entries.forEach([&](const char* name, uint64_t /*inode*/) {
         struct stat state {};
-        if (fnmatch(wanted.c_str(), name, FNM_NOESCAPE) == 0 &&
-            systemCalls().stat((native + name).c_str(), &state) == 0)
+        bool isLink = false;
+        if (fnmatch(wanted.c_str(), name, FNM_NOESCAPE) == 0 && statEntry(native + name, state, isLink)) {
             found.push_back(describe(name, state));
+            if (isLink)
+                found.back().attributes |= FileAttribute::reparsePoint;
+        }
         return true;
     });
     return answer(isRead, error);
@@ -284,6 +302,19 @@ bool LinuxFileSystem::move(std::string_view from, std::string_view to, bool repl
     const std::string source = toNativePath(from);
     const std::string target = toNativePath(to);
     return replace ? moveReplacing(source, target, error) : moveWithoutReplacing(source, target, error);
+}
+
+void LinuxFileSystem::moveTogether(const std::vector<FileMove>& moves, std::vector<uint32_t>& errors) {
+    errors.assign(moves.size(), NativeError::success);
+    for (size_t i = 0; i < moves.size(); ++i) {
+        checkpoint();
+        renameWithoutReplacing(toNativePath(moves[i].from), toNativePath(moves[i].to), errors[i]);
+    }
+    uint32_t error = NativeError::success;
+    if (moves.empty() || syncDirectoryOf(toNativePath(moves.front().to), error))
+        return;
+    for (uint32_t& each : errors)
+        each = each == NativeError::success ? error : each;
 }
 
 bool LinuxFileSystem::remove(std::string_view path, uint32_t& error) {

@@ -74,6 +74,12 @@ bool LinuxOpenFile::isAt(std::string_view path) {
     return systemCalls().fstat(descriptor_, &own) != 0 || (own.st_ino == there.st_ino && own.st_dev == there.st_dev);
 }
 
+bool LinuxOpenFile::isLinked() {
+    struct stat own {};
+    checkpoint();
+    return systemCalls().fstat(descriptor_, &own) != 0 || own.st_nlink > 0;
+}
+
 bool LinuxOpenFile::close(uint32_t& error) {
     const int result = systemCalls().close(descriptor_);
     descriptor_ = -1; // the kernel has let go of it whatever it answers

@@ -18,6 +18,7 @@ public:
     bool size(uint64_t& bytes, uint32_t& error) override;
     bool truncate(uint64_t bytes, uint32_t& error) override;
     bool isAt(std::string_view path) override;
+    bool isLinked() override;
     bool close(uint32_t& error) override;
 
     /// Makes the data survive a power cut.

@@ -21,6 +21,11 @@ enum : int32_t {
     fileNotEnded = 13,
     listenerNotStarted = 15,
     configurationRefused = 16,
+    fileGone = 17,
+    waitingWritten = 18,
+    waitingLost = 19,
+    recordsWait = 30,
+    leftoverForeign = 31,
 };
 
 } // namespace Velmor::AgentMessage

@@ -11,6 +11,7 @@
 #include "shared/library/common/time/DateTime.h"
 
 #include <atomic>
+#include <utility>
 
 namespace Velmor {
 
@@ -35,18 +36,13 @@ bool renameAnew(const std::string& from, const std::string& to) {
     return FileOps::copy(from, copy, true) && FileOps::move(copy, from, true) && FileOps::move(from, to, true);
 }
 
-/// Gives a file the name by which the next start takes it for the leftover of a crash. Returns the name that it has
-/// now.
-std::string leaveForNextStart(const std::string& name) {
-    if (name.ends_with(".tmp"))
-        return name;
-    const std::string leftover = name + ".tmp";
-    return FileOps::move(name, leftover, true) ? leftover : name;
+/// The name under which a working name's records lie until they get their final one; the next start hands it over.
+std::string temporaryName(const std::string& workingName) {
+    return workingName + ".tmp";
 }
 
-void reportFailure(int32_t message, const std::string& fileName, const FileException& failure) {
-    agentLogger().error(message, fileName, failure.getCodeText());
-    agentLogger().debug(1, "LogFile:" + failure.getFullDescription());
+std::string localTime(int32_t seconds) {
+    return DateTime(seconds).toString(false, false);
 }
 } // namespace
 
@@ -56,8 +52,8 @@ LogFile::~LogFile() {
     } catch (const Exception& failure) {
         agentLogger().debug(1, "LogFile:" + failure.getFullDescription());
     }
-    for (const Rename& r : failedRenames_)
-        leaveForNextStart(r.from);
+    if (const uint64_t lost = waiting_.count() + waiting_.dropped(); lost > 0)
+        agentLogger().error(AgentMessage::waitingLost, getName(), std::to_string(lost));
 }
 
 void LogFile::setName(const std::string& stem) {
@@ -83,38 +79,64 @@ bool LogFile::open() {
         agentLogger().error(AgentMessage::notPrepared, "Open logfile", "");
         return false;
     }
+    if (tryOpen())
+        return true;
+    reportFailure();
+    return false;
+}
+
+/// Runs a step on the file. What it throws is kept for the report.
+template <typename Step>
+bool LogFile::attempt(int32_t message, Step&& step) {
     try {
-        if (isOpen())
-            end();
-        rescueUnfinished();
-        file_->open(dataFileAccess);
-        agentLogger().debug(4, "   LogFile: File opened.");
+        step();
         return true;
     } catch (const FileException& failure) {
-        reportFailure(AgentMessage::fileNotOpened, file_->getName(), failure);
+        failure_ = {message, failure.getCodeText(), failure.getFullDescription()};
     } catch (...) {
-        agentLogger().error(AgentMessage::fileNotOpened, file_->getName(), "UNKNOWN");
+        failure_ = {message, "UNKNOWN", {}};
     }
     return false;
 }
 
-/// An ending that was cut short, by a failure or by the forced end of its thread, leaves the records under one of the
-/// working names. Opening that name again would empty it; and a name whose file was handed over must not come again.
+bool LogFile::tryOpen() {
+    return attempt(AgentMessage::fileNotOpened, [&] {
+        if (isOpen())
+            end();
+        FileUtils::makeDirectories(file_->getName()); // which may have been removed
+        rescueUnfinished();
+        file_->open(dataFileAccess);
+        written_ = {};
+        agentLogger().debug(4, "   LogFile: File opened.");
+    });
+}
+
+void LogFile::reportFailure() {
+    uint32_t count = 0;
+    if (!failureLimit_.passes(count))
+        return;
+    agentLogger().error(failure_.message, file_->getName(), failure_.code);
+    if (!waiting_.isEmpty())
+        agentLogger().warning(AgentMessage::recordsWait, file_->getName(), std::to_string(waiting_.count()),
+                              std::to_string(waiting_.dropped()));
+    if (!failure_.description.empty())
+        agentLogger().debug(1, "LogFile:" + failure_.description);
+}
+
+/// An ending that was cut short, by a failure or by the forced end of its thread, leaves the records under the name
+/// that the next start takes for the leftover of a crash. Opening that name again would empty it; and a name whose file
+/// was handed over must not come again.
 void LogFile::rescueUnfinished() {
     const std::string name = file_->getName();
     const std::string final = finalName(name);
-    if (FileOps::exists(final))
-        updateName();
-    for (const std::string& left : {name + ".tmp", name}) {
-        if (FileUtils::getFileSize(left) == 0)
-            continue;
-        if (file_->getName() == name)
-            updateName();
+    const std::string left = temporaryName(name);
+    const bool isLeft = FileOps::size(left) > 0;
+    if (!isLeft && !FileOps::exists(final))
+        return;
+    updateName();
+    if (isLeft)
         noteRename(renameAnew(left, final), left, final);
-        break;
-    }
-    if (file_->getName() != name && FileUtils::getFileSize(name) == 0)
-        FileUtils::remove(name, false); // the empty file that stood for it
+    FileUtils::remove(name, false); // the empty file that stood for it
 }
 
 bool LogFile::write(std::string_view text) {
@@ -124,20 +146,60 @@ bool LogFile::write(std::string_view text) {
         agentLogger().error(AgentMessage::noDataFile, "LogFile:write: Trying to write to NULL file object.");
         return false;
     }
+    if (waiting_.isEmpty() && writeNow(text))
+        return true;
+    waiting_.add(text);
+    writeWaiting();
+    return true;
+}
+
+/// True if the text is in the file.
+bool LogFile::writeNow(std::string_view text) {
+    giveUpIfGone();
     if (!isOpen()) {
         agentLogger().debug(5, "   LogFile: File is not open. Opening...");
-        if (!open())
+        if (!tryOpen())
             return false;
     }
-    try {
-        file_->write(text.data(), text.size());
-        return true;
-    } catch (const FileException& failure) {
-        reportFailure(AgentMessage::fileNotWritten, file_->getName(), failure);
-    } catch (...) {
-        agentLogger().error(AgentMessage::fileNotWritten, file_->getName(), "UNKNOWN");
+    if (!attempt(AgentMessage::fileNotWritten, [&] { file_->write(text.data(), text.size()); }))
+        return false;
+    const int32_t now = DateTime().getSeconds();
+    if (written_.count++ == 0)
+        written_.first = now;
+    written_.last = now;
+    return true;
+}
+
+/// Tries to write what waits; what can't be written goes on waiting, which is reported.
+void LogFile::writeWaiting() {
+    if (waiting_.isEmpty())
+        return;
+    if (!waiting_.drain([&](const std::string& record) { return writeNow(record); })) {
+        reportFailure();
+        return;
     }
-    return false;
+    agentLogger().notice(AgentMessage::waitingWritten, file_->getName(), std::to_string(waiting_.waited()),
+                         std::to_string(waiting_.dropped()));
+    waiting_.restart();
+    failureLimit_.restart();
+}
+
+/// A file that was deleted, or moved with its directory, would take records that nobody ever gets. The whole look is
+/// taken once a second.
+void LogFile::giveUpIfGone() {
+    if (!isOpen())
+        return;
+    const int32_t now = DateTime().getSeconds();
+    const bool isWholeLook = std::exchange(lastLook_, now) != now;
+    if (file_->isLinked() && (!isWholeLook || file_->isInPlace()))
+        return;
+    agentLogger().error(AgentMessage::fileGone, file_->getName(), std::to_string(written_.count),
+                        localTime(written_.first), localTime(written_.last));
+    try {
+        file_->abort();
+    } catch (const FileException&) { // NOLINT(bugprone-empty-catch): its lock has gone with it
+    }
+    updateName();
 }
 
 bool LogFile::flushLine() {
@@ -154,6 +216,8 @@ bool LogFile::writeRecord(std::string_view record) {
 void LogFile::end() {
     const MonopolyHold hold(lock_);
     retryRenames();
+    writeWaiting();
+    giveUpIfGone();
     if (!isOpen()) {
         if (!file_.isNull())
             rescueUnfinished();
@@ -165,28 +229,23 @@ void LogFile::end() {
     // In one step: between two a crash would leave the records under a name that the next start deletes.
     file_->setFinalName(newName);
     file_->close();
-    if (file_->tookFinalName())
-        reportEnd(oldName, newName);
-    else
-        noteRename(FileOps::move(oldName, newName, true), oldName, newName);
+    if (!file_->tookFinalName())
+        FileUtils::remove(oldName, false); // the empty file that stood for it
+    noteRename(file_->tookFinalName(), temporaryName(oldName), newName);
     updateName();
     agentLogger().debug(4, "LogFile: Updated file name from \"%s\" to \"%s\".", FileUtils::getBaseName(newName),
                         FileUtils::getBaseName(file_->getName()));
 }
 
-void LogFile::reportEnd(const std::string& from, const std::string& to) {
+void LogFile::noteRename(bool succeeded, const std::string& from, const std::string& to) {
+    if (!succeeded) {
+        agentLogger().warning(AgentMessage::fileNotRenamed, from, to);
+        failedRenames_.push_back({from, to});
+        return;
+    }
     agentLogger().debug(4, "LogFile: Renaming file \"%s\" to \"%s\".", FileUtils::getBaseName(from),
                         FileUtils::getBaseName(to));
     agentLogger().debug(2, "LogFile: Ended file \"" + from + "\".");
-}
-
-void LogFile::noteRename(bool succeeded, const std::string& from, const std::string& to) {
-    if (succeeded) {
-        reportEnd(from, to);
-        return;
-    }
-    agentLogger().warning(AgentMessage::fileNotRenamed, from, to);
-    failedRenames_.push_back({leaveForNextStart(from), to}); // should there be no other chance
 }
 
 void LogFile::retryRenames() {

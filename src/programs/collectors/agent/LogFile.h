@@ -1,8 +1,10 @@
 #pragma once
 
+#include "programs/collectors/agent/WaitingRecords.h"
 #include "shared/library/common/files/FileBase.h"
 #include "shared/library/common/pointers/SmartPointer.h"
 #include "shared/library/common/system/Monopoly.h"
+#include "shared/library/common/time/ReportLimit.h"
 
 #include <string>
 #include <string_view>
@@ -27,7 +29,9 @@ public:
     /// The present file's name, ending in ".make"; empty before `setName`.
     std::string getName();
 
-    /// Writes a text, and opens the file before if need be. False if the text is lost, which is reported.
+    /// Writes a text, and opens the file before if need be. What can't be written waits in memory for the next call,
+    /// which is reported at once and then once a minute; so is the loss of a file that others have taken away. False
+    /// if there is no file, and the text is lost.
     bool write(std::string_view text);
 
     /// Hands what was written to the system, and ends the line.
@@ -55,13 +59,36 @@ private:
         std::string to;
     };
 
+    struct Failure {
+        int32_t message = 0;
+        std::string code;
+        std::string description;
+    };
+    /// What stands in the open file. Times are seconds since 1970.
+    struct Written {
+        uint64_t count = 0;
+        int32_t first = 0;
+        int32_t last = 0;
+    };
+
     bool isOpen() const { return !file_.isNull() && file_->isOpen(); }
+    template <typename Step>
+    bool attempt(int32_t message, Step&& step);
+    bool tryOpen();
+    bool writeNow(std::string_view text);
+    void writeWaiting();
+    void giveUpIfGone();
+    void reportFailure();
     void rescueUnfinished();
-    static void reportEnd(const std::string& from, const std::string& to);
     void noteRename(bool succeeded, const std::string& from, const std::string& to);
     void retryRenames();
 
     SmartPointer<FileBase> file_;
+    Written written_;
+    int32_t lastLook_ = 0; // seconds since 1970: when the open file was last looked for by its name
+    WaitingRecords waiting_;
+    Failure failure_; // the last one
+    ReportLimit failureLimit_;
     std::vector<Rename> failedRenames_; // tried again at each end, so that what is whole isn't left behind
     Monopoly lock_;                     // guards all of the above
 };

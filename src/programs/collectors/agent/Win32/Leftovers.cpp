@@ -3,6 +3,7 @@
 #include "platform/Machine.h"
 #include "platform/Platform.h"
 #include "programs/collectors/agent/AgentLogger.h"
+#include "programs/collectors/agent/AgentMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Agent.h"
 #include "shared/library/common/files/FileOps.h"
@@ -14,20 +15,37 @@ namespace Velmor {
 namespace {
 constexpr size_t workingEndingLength = std::string_view(".make.tmp").size();
 
-/// Deletes what holds no records, and returns the paths of the rest.
-std::vector<std::string> sortOut(const std::string& directory, const std::vector<DirectoryEntry>& entries) {
-    std::vector<std::string> kept;
-    for (const DirectoryEntry& entry : entries) {
-        const std::string path = directory + entry.name;
-        if (FileUtils::getExtension(entry.name) == "tmp") {
-            agentLogger().debug(5, "   Found \"%s\". Maybe we'll keep it...", entry.name);
-            kept.push_back(path);
-        } else {
-            agentLogger().debug(5, "   Found file \"%s\". Deleting it.", entry.name);
-            FileUtils::remove(path, false);
-        }
+bool isWhole(const std::string& directory, const DirectoryEntry& entry) {
+    if (FileUtils::getExtension(entry.name) != "tmp") {
+        agentLogger().debug(5, "   Found file \"%s\". Deleting it.", entry.name);
+        FileUtils::remove(directory + entry.name, false);
+        return false;
     }
-    return kept;
+    if (!entry.isRegular) { // whoever takes data files must not be led elsewhere
+        agentLogger().warning(AgentMessage::leftoverForeign, directory + entry.name);
+        return false;
+    }
+    agentLogger().debug(5, "   Found \"%s\". Maybe we'll keep it...", entry.name);
+    return true;
+}
+
+/// Deletes what holds no records, and returns what the rest is to be called.
+std::vector<FileMove> sortOut(const std::string& directory, const std::vector<DirectoryEntry>& entries) {
+    const std::string suffix =
+        "-" + std::to_string(DateTime().getSeconds()) + "-" + std::to_string(platform().machine->processId()) + ".data";
+    std::vector<FileMove> moves;
+    for (const DirectoryEntry& entry : entries) {
+        if (!isWhole(directory, entry))
+            continue;
+        const std::string path = directory + entry.name;
+        if (FileOps::size(path) > 0) {
+            moves.push_back({path, path.substr(0, path.size() - workingEndingLength) + suffix});
+            continue;
+        }
+        agentLogger().debug(5, "   The file\"%s\" has no data. Deleting it.", path);
+        FileUtils::remove(path, false);
+    }
+    return moves;
 }
 } // namespace
 
@@ -39,22 +57,19 @@ void Agent::handleLeftovers() {
         agentLogger().debug(3, "    No files found.");
         return;
     }
-    const auto paths = sortOut(directory, entries);
-    if (paths.empty()) {
+    const std::vector<FileMove> moves = sortOut(directory, entries);
+    if (moves.empty()) {
         agentLogger().debug(3, "   Found no files worth processing.");
         return;
     }
-    const std::string suffix =
-        "-" + std::to_string(DateTime().getSeconds()) + "-" + std::to_string(platform().machine->processId()) + ".data";
+    const std::vector<bool> done = FileOps::moveTogether(moves);
     int32_t accepted = 0;
-    for (const std::string& path : paths) {
-        if (FileUtils::getFileSize(path) == 0) {
-            agentLogger().debug(5, "   The file\"%s\" has no data. Deleting it.", path);
-            FileUtils::remove(path, false);
+    for (size_t i = 0; i < moves.size(); ++i) {
+        if (!done[i]) {
+            agentLogger().warning(AgentMessage::fileNotRenamed, moves[i].from, moves[i].to);
             continue;
         }
-        FileOps::move(path, path.substr(0, path.size() - workingEndingLength) + suffix, false);
-        agentLogger().debug(5, "   The file \"%s\" was OK, and has been accepted.", path);
+        agentLogger().debug(5, "   The file \"%s\" was OK, and has been accepted.", moves[i].from);
         ++accepted;
     }
     agentLogger().debug(3, "   %i leftover file(s) were accepted.", accepted);

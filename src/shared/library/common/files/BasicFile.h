@@ -63,6 +63,8 @@ public:
     bool isOpen() const { return stream_ != nullptr; }
     /// False once an open file has been moved or deleted by others.
     bool isInPlace() { return !stream_ || stream_->isAt(name_); }
+    /// False once the open file has been deleted by others, where that can be told; quicker.
+    bool isLinked() { return !stream_ || stream_->isLinked(); }
     int32_t getError() const { return error_; }
     int32_t getMode() const { return mode_; }
 

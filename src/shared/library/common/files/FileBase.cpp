@@ -18,9 +18,7 @@ bool FileBase::exists() const {
 }
 
 uint64_t FileBase::size() const {
-    FileInfo info;
-    FileOps::getInfo(name_, info);
-    return info.exists ? (uint64_t{info.sizeHigh} << 32) | info.sizeLow : 0;
+    return FileOps::size(name_);
 }
 
 void FileBase::lookForLock() {
@@ -88,9 +86,10 @@ void FileBase::finishSafeWrite(bool isComplete, const std::string& description) 
         throw FileException(FL_CANNOT_CLOSE, name_, __FILE__, __LINE__);
     if (!isOwed)
         return;
-    tookFinalName_ = !finalName.empty() && moveTemporary(finalName, description);
-    if (tookFinalName_) {
-        FileUtils::remove(name_, true); // the empty file by which the lock held the name
+    if (!finalName.empty()) {
+        tookFinalName_ = moveTemporary(finalName, description);
+        if (tookFinalName_)
+            FileUtils::remove(name_, true); // the empty file by which the lock held the name
         return;
     }
     for (int i = 0; i < renameAttempts; ++i) {
@@ -101,9 +100,11 @@ void FileBase::finishSafeWrite(bool isComplete, const std::string& description) 
     throw FileException(FL_RENAME, description, __FILE__, __LINE__);
 }
 
-/// A move that fails may have done its work all the same, if only the flush behind it failed.
+/// A move that fails may have done its work all the same, if only the flush behind it failed: then the file that was
+/// there before it is there no more.
 bool FileBase::moveTemporary(const std::string& to, const std::string& description) const {
-    if (FileOps::move(temporaryName(), to, true) || (!FileOps::exists(temporaryName()) && FileOps::exists(to)))
+    const bool wasThere = FileOps::exists(temporaryName());
+    if (FileOps::move(temporaryName(), to, true) || (wasThere && !FileOps::exists(temporaryName())))
         return true;
     if (FileOps::getLastError() == NativeError::writeFault) // told once only: a further attempt would seem to succeed
         throw FileException(FL_RENAME, description, __FILE__, __LINE__);

@@ -60,11 +60,13 @@ public:
     bool exists() const;
     /// False once an open file has been moved or deleted by others, where that can be told.
     virtual bool isInPlace() { return true; }
+    /// Quicker, but blind for a file that was moved.
+    virtual bool isLinked() { return true; }
     /// Of the file on the disk; 0 if it is absent.
     uint64_t size() const;
 
     /// At the next `close` a safe write puts the data under this name, in one step, and the file's own name is gone. If
-    /// that can't be done they come under the file's own name, as without this.
+    /// that can't be done they stay under their ".tmp" name.
     void setFinalName(const std::string& path) { finalName_ = path; }
     /// Whether the last `close` gave the data their final name.
     bool tookFinalName() const { return tookFinalName_; }
@@ -90,7 +92,7 @@ protected:
     void becomeClosed();
     /// Deletes the real file if it was the lock that had brought it into being.
     void removeOwnFile();
-    /// Moves the ".tmp" file onto the real name. Throws FL_RENAME with `description`, or FL_CANNOT_CLOSE if closing
+    /// Moves the ".tmp" file onto its final name. Throws FL_RENAME with `description`, or FL_CANNOT_CLOSE if closing
     /// told that something written was lost; the data stay in the ".tmp" file.
     void finishSafeWrite(bool isComplete, const std::string& description);
     bool moveTemporary(const std::string& to, const std::string& description) const;

@@ -55,6 +55,15 @@ bool FileOps::move(std::string_view from, std::string_view to, bool replace) {
     return fileSystem().move(from, to, replace, lastError);
 }
 
+std::vector<bool> FileOps::moveTogether(const std::vector<FileMove>& moves) {
+    std::vector<uint32_t> errors;
+    fileSystem().moveTogether(moves, errors);
+    std::vector<bool> done;
+    for (const uint32_t error : errors)
+        done.push_back(error == 0);
+    return done;
+}
+
 bool FileOps::deleteFile(std::string_view path) {
     uint32_t error = 0;
     return fileSystem().remove(path, error);
@@ -90,6 +99,12 @@ void FileOps::getInfo(std::string_view path, FileInfo& info) {
     info.created = partsOfFileTime(found.created);
     info.accessed = partsOfFileTime(found.accessed);
     info.modified = partsOfFileTime(found.modified);
+}
+
+uint64_t FileOps::size(std::string_view path) {
+    FoundFile found;
+    uint32_t error = 0;
+    return fileSystem().find(path, found, error) ? found.size : 0;
 }
 
 bool FileOps::lastChange(std::string_view path, int64_t& seconds) {
@@ -166,8 +181,10 @@ std::vector<DirectoryEntry> FileOps::scanDirectory(std::string_view directory, s
     fileSystem().scan(directory, pattern, found, error);
     std::vector<DirectoryEntry> entries;
     entries.reserve(found.size());
+    constexpr uint32_t special = FileAttribute::directory | FileAttribute::device | FileAttribute::reparsePoint;
     for (FoundFile& file : found)
-        entries.push_back({std::move(file.name), !(file.attributes & FileAttribute::directory)});
+        entries.push_back(
+            {std::move(file.name), !(file.attributes & FileAttribute::directory), (file.attributes & special) == 0});
     return entries;
 }
 

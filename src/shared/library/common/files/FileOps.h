@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/FileSystem.h"
 #include "shared/library/common/time/DateTime.h"
 
 #include <cstdint>
@@ -37,7 +38,8 @@ struct FileInfo {
 
 struct DirectoryEntry {
     std::string name;
-    bool isFile = false; // false for directories
+    bool isFile = false;    // false for directories
+    bool isRegular = false; // a file with data of its own, and no link to one
 };
 
 /// What touches the file system. Nothing here throws: each answers true or false, or an empty text.
@@ -49,6 +51,9 @@ public:
     static bool copy(std::string_view from, std::string_view to, bool overwrite);
     /// With `replace` an existing target is replaced, also across volumes, and the result survives a power cut.
     static bool move(std::string_view from, std::string_view to, bool replace);
+    /// Moves files within one directory without replacing any; answers for each whether it was done. All survive a
+    /// power cut.
+    static std::vector<bool> moveTogether(const std::vector<FileMove>& moves);
     static bool deleteFile(std::string_view path);
     /// One level.
     static bool makeDirectory(std::string_view path);
@@ -56,6 +61,8 @@ public:
     static std::string getCurrentDirectory();
     /// Only `exists` is written if there is no such file.
     static void getInfo(std::string_view path, FileInfo& info);
+    /// In bytes; 0 if there is no such file.
+    static uint64_t size(std::string_view path);
     /// When the content was last changed, in seconds since 1970; false if there is no such file. Costs one look.
     static bool lastChange(std::string_view path, int64_t& seconds);
     /// `mask` of InfoAttribute.

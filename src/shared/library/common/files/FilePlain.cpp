@@ -94,10 +94,12 @@ void FilePlain::abort() {
     if (!isOpen())
         return;
     file_.close();
-    releaseLock();
+    const bool isReleased = !lock_ || lock_->release();
     removeOwnFile();
     becomeClosed();
     dropSafeWrite();
+    if (!isReleased)
+        throw FileException(FL_CANNOT_UNLOCK, name_, __FILE__, __LINE__);
 }
 
 void FilePlain::requireOpen() const {

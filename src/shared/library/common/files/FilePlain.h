@@ -26,6 +26,7 @@ public:
     int64_t tell() override;
     bool eof() override;
     bool isInPlace() override { return file_.isInPlace(); }
+    bool isLinked() override { return file_.isLinked(); }
 
 private:
     void testAccess(uint16_t access) const;

@@ -8,6 +8,7 @@
 #include "shared/library/common/text/StringSearcher.h"
 #include "shared/library/common/text/TextUtils.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace Velmor {
@@ -55,12 +56,18 @@ int64_t lastChangeOf(const std::string& directory) {
     return seconds;
 }
 
+/// A "|" in a name would shift the fields behind it.
+std::string withoutSeparator(std::string text) {
+    std::replace(text.begin(), text.end(), '|', '_');
+    return text;
+}
+
 std::string lineOf(const DateTime& when, std::string_view event, const Process& process) {
     std::string line = std::to_string(when.getSeconds());
     line.append("|").append(when.toString(false, false));
     line.append("|").append(std::to_string(process.pid()));
-    line.append("|").append(process.getExecutable());
-    line.append("|").append(process.getApplication());
+    line.append("|").append(withoutSeparator(process.getExecutable()));
+    line.append("|").append(withoutSeparator(process.getApplication()));
     line.append("|").append(process.getUser());
     line.append("|").append(event);
     return line;
@@ -75,18 +82,31 @@ void ProcessEventLog::write(bool isStart, const Process& process) {
         closeAndClean(now);
     {
         const MonopolyHold hold(eventLogMonopoly_);
-        if (!file_.isOpen() && !openFile(now)) {
-            logger().error(RuntallyMessage::noFile, "log-to-file");
+        waiting_.add(lineOf(when, event, process));
+        if (!writeWaiting(now))
             return;
-        }
-        if (!file_.writeLine(lineOf(when, event, process))) {
-            logger().error(RuntallyMessage::eventLogNotWritten, fileName_);
-            return;
-        }
-        file_.flush();
     }
     logger().debug(5, "Logged %s event for process %i (%s) to process event log file", event, process.pid(),
                    process.getExecutable());
+}
+
+/// Writes what waits, as far as the disk takes it. False if something goes on waiting, which is reported.
+bool ProcessEventLog::writeWaiting(const DateTime& now) {
+    const bool isOpen = file_.isOpen() || openFile(now);
+    if (isOpen && waiting_.drain([&](const std::string& line) { return file_.writeLine(line); })) {
+        file_.flush();
+        waiting_.restart();
+        failureLimit_.restart();
+        return true;
+    }
+    uint32_t count = 0;
+    if (!failureLimit_.passes(count))
+        return false;
+    if (!isOpen)
+        logger().error(RuntallyMessage::noFile, "log-to-file");
+    logger().error(RuntallyMessage::eventLogNotWritten, fileName_, std::to_string(waiting_.count()),
+                   std::to_string(waiting_.dropped()));
+    return false;
 }
 
 bool ProcessEventLog::openFile(const DateTime& now) {

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "process/Process.h"
+#include "programs/collectors/agent/WaitingRecords.h"
 #include "shared/library/common/files/BasicFile.h"
 #include "shared/library/common/system/Monopoly.h"
 #include "shared/library/common/time/DateTime.h"
+#include "shared/library/common/time/ReportLimit.h"
 
 #include <cstdint>
 #include <string>
@@ -14,8 +16,8 @@ namespace Velmor {
 /// plays no part in the usage data. The only caller holds the registry's lock.
 class ProcessEventLog {
 public:
-    /// Adds the line of an event. Files older than the configured days are deleted on the way. A line that can't be
-    /// written is lost, and reported; the next event tries again.
+    /// Adds the line of an event. Files older than the configured days are deleted on the way. Lines that can't be
+    /// written wait in memory for the next event, which is reported at once and then once a minute.
     void write(bool isStart, const Process& process);
 
     /// The lock that guards the writing, for the repair after a lost thread.
@@ -26,10 +28,13 @@ private:
     bool isCleaningDue(const DateTime& now, int64_t directoryChanged) const;
     static void clean(const DateTime& now);
     bool openFile(const DateTime& now);
+    bool writeWaiting(const DateTime& now);
 
     BasicFile file_; // of the present day, closed at first
     std::string fileName_;
     DateTime opened_{0};
+    WaitingRecords waiting_;
+    ReportLimit failureLimit_;
 
     // The last cleaning, and what it hung on: another one finds nothing before one of these changes.
     int32_t cleanedAt_ = -1;       // seconds; -1 before the first

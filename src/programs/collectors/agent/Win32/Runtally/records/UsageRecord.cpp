@@ -158,9 +158,9 @@ void Runtally::logProcessData(const ProcessPointer& process) {
         duration = leastDuration;
     }
     record += process->isLogged() ? "0:" : "1:";
-    process->markLogged();
     record += std::to_string(duration);
-    writeToDataFile(usageDataType, record);
+    if (writeToDataFile(usageDataType, record))
+        process->markLogged(); // one that is lost must not take the count of its process with it
 }
 
 } // namespace Velmor
