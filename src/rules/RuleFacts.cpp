@@ -3,7 +3,7 @@
 namespace Velmor {
 
 RuleCondition& RuleFacts::at(RuleKey key) {
-    auto& slot = facts_[static_cast<size_t>(key)];
+    auto& slot = facts_[static_cast<size_t>(key) - 1];
     slot.emplace().key = key;
     return *slot;
 }
@@ -28,7 +28,7 @@ void RuleFacts::setAccount(RuleKey key, const std::map<std::string, std::string>
 }
 
 const RuleCondition* RuleFacts::find(RuleKey key) const {
-    const auto& slot = facts_[static_cast<size_t>(key)];
+    const auto& slot = facts_[static_cast<size_t>(key) - 1];
     return slot ? &*slot : nullptr;
 }
 

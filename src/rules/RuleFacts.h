@@ -32,7 +32,7 @@ public:
 private:
     RuleCondition& at(RuleKey key);
 
-    std::array<std::optional<RuleCondition>, ruleKeyCount> facts_;
+    std::array<std::optional<RuleCondition>, ruleWords.size()> facts_;
     DateTime time_;
 };
 

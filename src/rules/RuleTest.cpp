@@ -1,7 +1,11 @@
 #include "rules/RuleTest.h"
 
+#include "platform/Machine.h"
+#include "platform/Platform.h"
 #include "shared/library/common/system/SystemInfo.h"
 #include "shared/library/common/text/TextUtils.h"
+
+#include <algorithm>
 
 namespace Velmor {
 
@@ -10,38 +14,45 @@ namespace {
 constexpr int deepestReference = 32;
 constexpr int mostBlocks = 10000; // for one rule: blocks that name each other several times branch at each level
 
-constexpr bool isBetween(RuleKey key, RuleKey first, RuleKey last) {
-    return key >= first && key <= last;
-}
-
 int32_t secondsOfDay(const DateTimeParts& parts) {
     return (parts.hour * 60 + parts.minute) * 60 + parts.second;
 }
 } // namespace
 
-bool RuleTest::evaluate(const Rule& rule, bool all, int depth) {
-    for (const RuleCondition& condition : rule.conditions) {
-        if (isBetween(condition.key, RuleKey::before, RuleKey::afterTimeOfDay)) {
-            if (!timeHolds(condition))
-                return false;
-            continue;
-        }
-        bool holds = isBetween(condition.key, RuleKey::host, RuleKey::arch) && matchesLocalFact(condition);
-        if (!holds && condition.key == RuleKey::ref) {
-            const auto block = references_.find(condition.text);
-            holds = block != references_.end() && referenceHolds(block->second, depth);
-        } else if (!holds) {
-            const RuleCondition* fact = facts_.find(condition.key);
-            holds = fact && matchesFact(condition, *fact);
-        }
-        if (holds != all)
-            return holds;
-    }
-    return all;
+bool RuleTest::allHold(const Rule& rule) {
+    return std::all_of(rule.conditions.begin(), rule.conditions.end(),
+                       [&](const RuleCondition& condition) { return conditionHolds(condition, 0); });
 }
 
-bool RuleTest::referenceHolds(const Rule& block, int depth) {
-    return depth < deepestReference && ++blocksTried_ <= mostBlocks && evaluate(block, false, depth + 1);
+/// A time that doesn't hold ends the search; one that does decides nothing.
+bool RuleTest::anyHolds(const Rule& block, int depth) {
+    for (const RuleCondition& condition : block.conditions) {
+        const bool holds = conditionHolds(condition, depth);
+        if (holds != isTime(kindOf(condition.key)))
+            return holds;
+    }
+    return false;
+}
+
+bool RuleTest::conditionHolds(const RuleCondition& condition, int depth) {
+    switch (kindOf(condition.key)) {
+    case RuleKind::date:
+    case RuleKind::weekDays:
+    case RuleKind::timeOfDay:
+        return timeHolds(condition);
+    case RuleKind::reference:
+        return referenceHolds(condition, depth);
+    case RuleKind::machine:
+        return wildcardMatch(condition.text, localFact(condition.key)) || factHolds(condition);
+    default:
+        return factHolds(condition);
+    }
+}
+
+bool RuleTest::referenceHolds(const RuleCondition& condition, int depth) {
+    const auto block = references_.find(condition.text);
+    return block != references_.end() && depth < deepestReference && ++blocksTried_ <= mostBlocks &&
+           anyHolds(block->second, depth + 1);
 }
 
 bool RuleTest::timeHolds(const RuleCondition& condition) {
@@ -59,31 +70,35 @@ bool RuleTest::timeHolds(const RuleCondition& condition) {
     }
 }
 
-bool RuleTest::matchesLocalFact(const RuleCondition& condition) {
-    switch (condition.key) {
+const std::string& RuleTest::localFact(RuleKey key) {
+    switch (key) {
     case RuleKey::host:
-        return wildcardMatch(condition.text, localFacts().computerName);
+        return localFacts().computerName;
     case RuleKey::os:
-        return wildcardMatch(condition.text, localFacts().osName);
+        return localFacts().osName;
     case RuleKey::platform:
-        return wildcardMatch(condition.text, "windows");
+        return localFacts().platform;
     case RuleKey::domain:
-        return wildcardMatch(condition.text, localFacts().domain);
+        return localFacts().domain;
     default:
-        return wildcardMatch(condition.text, localFacts().architecture);
+        return localFacts().architecture;
     }
 }
 
-bool RuleTest::matchesFact(const RuleCondition& condition, const RuleCondition& fact) const {
-    if (!isBetween(condition.key, RuleKey::cpu, RuleKey::duration))
-        return wildcardMatch(condition.text, fact.text);
-    return condition.number >= 0 ? fact.number >= condition.number : fact.number < -condition.number;
+bool RuleTest::factHolds(const RuleCondition& condition) const {
+    const RuleCondition* fact = facts_.find(condition.key);
+    if (!fact)
+        return false;
+    if (kindOf(condition.key) != RuleKind::number)
+        return wildcardMatch(condition.text, fact->text);
+    return condition.number >= 0 ? fact->number >= condition.number : fact->number < -condition.number;
 }
 
 const RuleTest::LocalFacts& RuleTest::localFacts() {
     if (!localFacts_) {
         localFacts_.emplace();
         getStaticInfo(localFacts_->domain, localFacts_->computerName, localFacts_->architecture, localFacts_->osName);
+        localFacts_->platform = platform().machine->platformWord();
     }
     return *localFacts_;
 }

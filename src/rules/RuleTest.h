@@ -17,23 +17,26 @@ public:
     /// Whether all conditions of the rule hold.
     bool holds(const Rule& rule) {
         blocksTried_ = 0;
-        return evaluate(rule, true, 0);
+        return allHold(rule);
     }
 
 private:
-    /// What the machine itself answers to the keys `host`, `os`, `domain` and `arch`.
+    /// What the machine itself answers to the keys of kind `machine`.
     struct LocalFacts {
         std::string domain;
         std::string computerName;
         std::string architecture;
         std::string osName;
+        std::string platform;
     };
 
-    bool evaluate(const Rule& rule, bool all, int depth);
+    bool allHold(const Rule& rule);
+    bool anyHolds(const Rule& block, int depth);
+    bool conditionHolds(const RuleCondition& condition, int depth);
     bool timeHolds(const RuleCondition& condition);
-    bool matchesLocalFact(const RuleCondition& condition);
-    bool referenceHolds(const Rule& block, int depth);
-    bool matchesFact(const RuleCondition& condition, const RuleCondition& fact) const;
+    bool referenceHolds(const RuleCondition& condition, int depth);
+    bool factHolds(const RuleCondition& condition) const;
+    const std::string& localFact(RuleKey key);
     const LocalFacts& localFacts();
     const DateTimeParts& localTime();
 

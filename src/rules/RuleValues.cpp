@@ -14,36 +14,6 @@
 namespace Velmor {
 
 namespace {
-struct KeyWord {
-    std::string_view word;
-    RuleKey key;
-};
-
-constexpr std::array<KeyWord, 22> keyWords{{
-    {"before", RuleKey::before},
-    {"after", RuleKey::after},
-    {"wdays", RuleKey::weekDays},
-    {"before-tod", RuleKey::beforeTimeOfDay},
-    {"after-tod", RuleKey::afterTimeOfDay},
-    {"user", RuleKey::user},
-    {"group", RuleKey::group},
-    {"project", RuleKey::project},
-    {"exe", RuleKey::exe},
-    {"app", RuleKey::app},
-    {"module", RuleKey::module},
-    {"host", RuleKey::host},
-    {"os", RuleKey::os},
-    {"platform", RuleKey::platform},
-    {"domain", RuleKey::domain},
-    {"arch", RuleKey::arch},
-    {"datatype", RuleKey::datatype},
-    {"cpu", RuleKey::cpu},
-    {"io", RuleKey::io},
-    {"memory", RuleKey::memory},
-    {"duration", RuleKey::duration},
-    {"ref", RuleKey::ref},
-}};
-
 // In the order of the mask's bits.
 constexpr std::array<std::string_view, 7> weekDays{"mon", "tue", "wed", "thu", "fri", "sat", "sun"};
 
@@ -52,25 +22,15 @@ constexpr size_t timeOfDayParts = 3;
 constexpr int32_t mostOfAPart = 1000000; // more hours than any day has
 } // namespace
 
-std::optional<RuleKey> ruleKeyFromWord(std::string_view word) {
-    const auto row = std::find_if(keyWords.begin(), keyWords.end(), [&](const KeyWord& k) { return k.word == word; });
-    return row == keyWords.end() ? std::nullopt : std::optional(row->key);
-}
-
 bool RuleFileReader::readValue(RuleCondition& condition, const std::string& value) {
-    switch (condition.key) {
-    case RuleKey::before:
-    case RuleKey::after:
+    switch (kindOf(condition.key)) {
+    case RuleKind::date:
         return readDate(condition, value);
-    case RuleKey::weekDays:
+    case RuleKind::weekDays:
         return readWeekDays(condition, value);
-    case RuleKey::beforeTimeOfDay:
-    case RuleKey::afterTimeOfDay:
+    case RuleKind::timeOfDay:
         return readTimeOfDay(condition, value);
-    case RuleKey::cpu:
-    case RuleKey::io:
-    case RuleKey::memory:
-    case RuleKey::duration:
+    case RuleKind::number:
         return readNumber(condition, value);
     default:
         condition.text = value;
@@ -80,7 +40,6 @@ bool RuleFileReader::readValue(RuleCondition& condition, const std::string& valu
 
 bool RuleFileReader::readDate(RuleCondition& condition, const std::string& value) {
     try {
-        const LastZoneKept kept; // a date in a rule must not move the local time of everything else
         condition.date = DateTime(DateTime::fromString(value));
         return true;
     } catch (const Exception&) {

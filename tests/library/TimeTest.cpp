@@ -44,8 +44,8 @@ TEST(DateTimeTest, TextsAreReadAsUtcFields) {
              Case{"1969-07-20T10:00:00Z", "1970-07-20T10:00:00Z"},
              Case{"2099-12-31T23:59:59Z", "2038-01-19T03:14:07Z"},
          }) {
-        DateTime(0).set(2000, 1, 1, 0, 0, 0, false);
         EXPECT_EQ(zulu(DateTime::fromString(text)), instant) << text;
+        EXPECT_EQ(DateTime(0).toString(false, false), "1970-01-01T01:00:00") << text << " moved the local time";
     }
 }
 
@@ -60,6 +60,7 @@ TEST(DateTimeTest, DamagedTextsAreRefusedWithTheirReason) {
         {"2005T10:00:00x", "Expected '+' or '-' before timezone."},
         {"2005T10:00:00+01x", "Expected ':' after hh (hours) in timezone."},
         {"2005T10:00:00+01:00xx", "Input too long."},
+        {"2005T10:00:00+914:00", "Input too long."},
     };
     for (const auto& [text, reason] : cases)
         EXPECT_EQ(refusal(text), reason) << text;

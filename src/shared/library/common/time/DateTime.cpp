@@ -55,12 +55,6 @@ const DateTime DateTime::minDate(0);
 const DateTime DateTime::maxDate(2147483647);
 const TimeZoneDef TimeZoneDef::atStart;
 
-LastZoneKept::LastZoneKept() : saved_(lastTimeZone.load(std::memory_order_relaxed)) {}
-
-LastZoneKept::~LastZoneKept() {
-    lastTimeZone.store(saved_, std::memory_order_relaxed);
-}
-
 TimeZoneDef::TimeZoneDef() : offset_(DateTime().getTimeZone(false)) {}
 
 DateTime::DateTime() : TimeBase(0), timeZone_(defaultTimeZone) {
@@ -140,20 +134,24 @@ void DateTime::build(int32_t year, int32_t month, int32_t day, int32_t hour, int
     const int32_t m = std::clamp(month, 1, 12);
     const int32_t d = std::clamp(day, 1, daysInMonth(m, y));
     int64_t minutes = std::clamp(minute, 0, 59);
-    if (zone != TZ_UNDEFINED)
-        minutes -= zone;
+    minutes -= zone;
     const int64_t seconds = fieldsToSeconds(y, m, d, std::clamp(hour, 0, 23), minutes, std::clamp(second, 0, 59));
     seconds_ = static_cast<int32_t>(std::clamp<int64_t>(seconds, 0, maxSeconds));
-    setTimeZone(zone);
+    timeZone_ = TZ_UNDEFINED;
 }
 
 void DateTime::set(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute, int32_t second, bool zulu) {
-    build(year, month, day, hour, minute, second, TZ_UNDEFINED);
+    build(year, month, day, hour, minute, second, 0);
     if (zulu)
         return;
     lastTimeZone.store(TZ_UNDEFINED, std::memory_order_relaxed);
+    takeLocalOffset();
+}
+
+/// Of a value that was built from local fields as if they were UTC.
+void DateTime::takeLocalOffset() {
     const DateTime hourBefore(std::max(seconds_ - 3600, 0));
-    const int64_t offset = int64_t{60} * std::max(getTimeZone(true), hourBefore.getTimeZone(true));
+    const int64_t offset = int64_t{60} * std::max(getTimeZone(false), hourBefore.getTimeZone(false));
     seconds_ = static_cast<int32_t>(std::clamp<int64_t>(seconds_ - offset, 0, maxSeconds));
 }
 
@@ -161,7 +159,7 @@ DateTimeParts DateTime::toLocal(const DateTimeParts& parts) const {
     if (parts.local)
         return parts;
     DateTime value(0);
-    value.build(parts.year, parts.month, parts.day, parts.hour, parts.minute, parts.second, TZ_UNDEFINED);
+    value.build(parts.year, parts.month, parts.day, parts.hour, parts.minute, parts.second, 0);
     // The offset is this value's: its own zone, if it has one, and else that of the instant.
     value.timeZone_ = timeZone_;
     const int64_t shifted = value.seconds_ + int64_t{60} * value.getTimeZone(true);
@@ -194,17 +192,15 @@ std::string DateTime::toString(bool zulu, bool compact) const {
 void DateTime::alignTo(const TimeSpan& span) {
     if (span.getSeconds() < 2)
         return;
-    const int32_t savedZone = lastTimeZone.exchange(TZ_UNDEFINED, std::memory_order_relaxed);
     const int64_t original = seconds_;
     const auto aligned = [&](int64_t offset) {
         return static_cast<int32_t>((original + offset) - (original + offset) % span.getSeconds() - offset);
     };
-    const int32_t zone = getTimeZone(true);
+    const int32_t zone = getTimeZone(false); // that of the place, whatever zone a text has named
     seconds_ = aligned(int64_t{60} * zone);
     // Between the two lies a change of daylight saving: the period begins by the clock that was in force then.
-    if (const int32_t zoneThere = getTimeZone(true); zoneThere != zone)
+    if (const int32_t zoneThere = getTimeZone(false); zoneThere != zone)
         seconds_ = aligned(int64_t{60} * zoneThere);
-    lastTimeZone.store(savedZone, std::memory_order_relaxed);
 }
 
 DateTime& DateTime::operator+=(const TimeSpan& span) {

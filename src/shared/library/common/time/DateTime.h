@@ -28,7 +28,7 @@ struct DateTimeParts : DateParts, TimeParts {};
 /// A point in time: seconds since 1970-01-01 00:00:00 UTC in 32 bits. It is always held as UTC; local time exists only
 /// in printing, in parsing and in fields. Fields out of range are clamped, never refused.
 ///
-/// A zone that was given explicitly, in a text or by `setTimeZone`, is remembered for the process and serves the local
+/// A zone that was given explicitly by `setTimeZone` is remembered for the process and serves the local
 /// view of all values until local fields are read again.
 class DateTime : public TimeBase {
 public:
@@ -66,7 +66,8 @@ public:
     /// `2008-05-19T08:55:23`, or with `compact` `20080519T085523`; local, or with `zulu` UTC and a "Z" behind.
     std::string toString(bool zulu, bool compact) const;
 
-    /// Reads a text as UTC fields. Throws `TimeException` TM_INPUT with a description for a text of a wrong shape.
+    /// Reads a text as UTC fields; a zone in it counts for this text alone. Throws `TimeException` TM_INPUT with a
+    /// description for a text of a wrong shape.
     static DateTimeParts fromString(std::string_view text);
 
     /// Moves the value back to the start of the local period of that length. A span below 2 seconds changes nothing.
@@ -89,23 +90,13 @@ public:
     static int32_t daysInMonth(int32_t month, int32_t year);
 
 private:
+    /// From fields of a zone that many minutes east of Greenwich.
     void build(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute, int32_t second, int32_t zone);
+    void takeLocalOffset();
 
     friend class DateTimeReader;
 
     int32_t timeZone_; // minutes east of Greenwich, or TZ_UNDEFINED
-};
-
-/// Keeps what is done while it lives from changing the zone that is remembered for the process.
-class LastZoneKept {
-public:
-    LastZoneKept();
-    LastZoneKept(const LastZoneKept&) = delete;
-    LastZoneKept& operator=(const LastZoneKept&) = delete;
-    ~LastZoneKept();
-
-private:
-    int32_t saved_;
 };
 
 /// The local offset of the instant of its construction, in minutes.

@@ -39,8 +39,6 @@ public:
         parts.hour = number(hour_, now.hour);
         parts.minute = number(minute_, now.minute);
         parts.second = number(second_, now.second);
-        if (zulu_)
-            return inZone(parts, DateTime::TZ_UNDEFINED).getDateTime();
         return inZone(parts, zone_ ? *zone_ : localZone(parts)).getDateTime();
     }
 
@@ -55,9 +53,10 @@ private:
         return value;
     }
 
-    static int32_t localZone(DateTimeParts parts) {
-        parts.local = true;
-        return DateTime(parts).getTimeZone(true);
+    static int32_t localZone(const DateTimeParts& parts) {
+        DateTime value = inZone(parts, 0);
+        value.takeLocalOffset();
+        return value.getTimeZone(false);
     }
 
     /// Takes a field of two characters, and the separator that may stand before it, off the front of `rest`.
@@ -113,7 +112,7 @@ private:
         if (sign == 'Z') {
             if (!rest.empty())
                 refuse("Input too long.", __LINE__);
-            zulu_ = true;
+            zone_ = 0;
             return;
         }
         if (sign != '+' && sign != '-')
@@ -133,7 +132,7 @@ private:
                 refuse("Expected ':' after hh (hours) in timezone.", __LINE__);
             rest.remove_prefix(1);
         }
-        if (!startsWithDigits(rest, 2))
+        if (rest.size() < 2)
             refuse("Illegal input format. Minutes in timezone must have 2 digits.", __LINE__);
         if (rest.size() > 3)
             refuse("Input too long.", __LINE__);
@@ -146,7 +145,6 @@ private:
     std::string_view hour_;
     std::string_view minute_ = "00";
     std::string_view second_ = "00";
-    bool zulu_ = false;
     std::optional<int32_t> zone_; // minutes east of Greenwich
 };
 

@@ -152,7 +152,6 @@ bool isWanted(const Process& process, const PerformanceFigures& figures) {
     facts.setNumber(RuleKey::io, figures.io);
     facts.setNumber(RuleKey::memory, figures.memory);
     setUserFacts(facts, process.getUser());
-    setPlatformFact(facts);
     return isIncluded("logPerfMonData", "Process", facts);
 }
 

@@ -34,7 +34,6 @@ bool isWanted(const Process& process, int32_t duration) {
     facts.setText(RuleKey::app, process.getApplication());
     facts.setNumber(RuleKey::duration, duration);
     setUserFacts(facts, process.getUser());
-    setPlatformFact(facts);
     return isIncluded("logProcessData", "Process", facts);
 }
 
@@ -101,12 +100,6 @@ void setUserFacts(RuleFacts& facts, const std::string& user) {
         attributes[key] = part;
     }
     facts.setAccount(RuleKey::user, attributes);
-}
-
-void setPlatformFact(RuleFacts& facts) {
-    const std::string word = platform().machine->platformWord();
-    if (word != "windows")
-        facts.setText(RuleKey::platform, word);
 }
 
 bool isIncluded(std::string_view who, std::string_view what, const RuleFacts& facts) {

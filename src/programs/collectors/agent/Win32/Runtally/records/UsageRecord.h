@@ -28,9 +28,6 @@ std::string exitCode(uint32_t code);
 /// Sets the facts of a process's user text, which may carry attributes behind the account name.
 void setUserFacts(RuleFacts& facts, const std::string& user);
 
-/// Sets the fact of the platform where rules can't know it otherwise.
-void setPlatformFact(RuleFacts& facts);
-
 /// Whether the rules want a record; the trace, led by `who`, names the line that decided.
 bool isIncluded(std::string_view who, std::string_view what, const RuleFacts& facts);
 

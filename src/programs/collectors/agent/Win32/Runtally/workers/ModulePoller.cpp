@@ -39,7 +39,6 @@ bool isWanted(const Process& process, const ModuleRecord& module) {
     facts.setNumber(RuleKey::duration, DateTime().getSeconds() - module.firstSeen);
     facts.setText(RuleKey::module, module.name);
     setUserFacts(facts, process.getUser());
-    setPlatformFact(facts);
     return isIncluded("logModule", "Module", facts);
 }
 
