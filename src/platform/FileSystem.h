@@ -51,6 +51,7 @@ struct FileMove {
 
 enum class OpenMode : uint8_t {
     read,             // must exist
+    readRegular,      // must exist, with data of its own, and be no link: for names that anybody may have put there
     write,            // made if missing, emptied
     append,           // made if missing, every write goes to the end
     readWrite,        // must exist

@@ -32,7 +32,7 @@ PrimePeriod readPeriod(std::string line) {
     period.hours.assign(line.begin(), hoursEnd);
     std::string word(hoursEnd, line.end());
     word.resize(std::min(word.size(), word.find('#')));
-    StringSearcher::trim(word);
+    trimBlanks(word);
     toLower(word);
     period.prime = word != "exclude" && word != "0";
     return period;
@@ -52,7 +52,7 @@ bool PrimeTime::readFile(const std::string& fileName) {
         std::string line = file.readLine();
         if (file.getError() != BasicFile::ERROR_NONE)
             return false;
-        StringSearcher::trim(line);
+        trimBlanks(line);
         if (!line.empty() && line.front() != '#')
             periods_.push_back(readPeriod(std::move(line)));
     }

@@ -15,7 +15,7 @@ constexpr char commentMark = '#';
 
 std::string withoutComment(std::string text) {
     text.resize(std::min(text.size(), text.find(commentMark)));
-    StringSearcher::trim(text);
+    trimBlanks(text);
     return text;
 }
 
@@ -49,7 +49,7 @@ bool readRuleBlocks(const std::string& fileName, ProcessRuleBlocks& blocks) {
     while (!file->eof()) {
         std::string line;
         file->readLine(line);
-        StringSearcher::trim(line);
+        trimBlanks(line);
         if (line.empty() || line.front() == commentMark)
             continue;
         if (line.front() == '+' || line.front() == '-')

@@ -47,8 +47,10 @@ protected:
 TEST_F(ConfigurationTest, ASystemWithoutEventsIsPolledInTheirPlace) {
     constexpr const char* events = "logging () = \"\" { process-data () = \"\" { events (Bool) = true { } "
                                    "polling (Bool) = false { interval (TimeSpan) = P1M { } } } }";
+    os.machine.version.name = "AGENT Linux 12"; // not the NT that is meant
     EXPECT_TRUE(configure(events));
     EXPECT_FALSE(settings().pollingOn);
+    os.machine.version.name.clear();
     os.machine.version.major = 4;
     EXPECT_TRUE(configure(events));
     EXPECT_TRUE(settings().pollingOn);

@@ -86,7 +86,8 @@ TEST_F(ConfTest, DamagedFilesNeverCrashOrHang) {
 TEST_F(ConfTest, EachTypeHasItsRules) {
     read("t (Bool) = true {} bad (Bool) = True {} i (Integer) = 12x {} w (Integer) = x {}"
          "s (String) = \"  AbC \" {} d (DirName) = \"C:/x//y\" {} e (DirName) = \"\" {} none () = x {}"
-         "n (FileName) = \" a/b \" {} slash (FileName) = 'a\\\\' {} star (FileName) = a* {}"
+         "u (FileName) = \" /etc/\xc3\xa9t\xc3\xa9 \" {} n (FileName) = \" a/b \" {} slash (FileName) = 'a\\\\' {} "
+         "star (FileName) = a* {}"
          "badspan (TimeSpan) = 1H {} emptyspan (TimeSpan) = \"\" {}");
     bool flag = false;
     EXPECT_EQ(reader.getBool("t", flag), ConfReader::FOUND);
@@ -105,6 +106,7 @@ TEST_F(ConfTest, EachTypeHasItsRules) {
     EXPECT_TRUE(reader.getDirName("d", text) == ConfReader::FOUND && text == "C:\\x\\y\\");
     EXPECT_TRUE(reader.getDirName("e", text) == ConfReader::FOUND && text.empty());
     EXPECT_TRUE(reader.getFileName("n", text) == ConfReader::FOUND && text == "a\\b");
+    EXPECT_TRUE(reader.getFileName("u", text) == ConfReader::FOUND && text == "\\etc\\\xc3\xa9t\xc3\xa9") << text;
     for (const char* key : {"slash", "star"})
         EXPECT_EQ(reader.getFileName(key, text), ConfReader::BAD_TEXT) << key;
     TimeSpanParts parts;

@@ -57,9 +57,15 @@ TEST_F(IdValuesTest, DamagedFilesGiveNoValue) {
         leave("user_id-bob.idval", text);
         EXPECT_EQ(textOf("bob", 7), "bob") << text;
     }
-    leave("user_id-bob-7-cad.exe.idval", "\n=v");
+    leave("user_id-bob.idval", "\nid=" + std::string(5000, 'x'));
+    EXPECT_EQ(textOf("bob", 7), "bob") << "more than any tool leaves";
+    std::filesystem::remove(place() + "user_id-bob.idval");
+    const std::string secret = shared().write("secret", "\nid=root");
+    std::filesystem::create_symlink(secret, place() + "user_id-bob.idval");
+    EXPECT_EQ(textOf("bob", 7), "bob") << "a link may lead to what its maker can't read";
+    leave("user_id-bob-7-cad.exe.idval", "\n=v|x:0:\x1b[1m\xc3\xa9");
     std::filesystem::create_directories(place() + "project_id-bob-7-cad.exe.idval");
-    EXPECT_EQ(textOf("bob", 7), "bob|user id=v") << "a directory can't be read";
+    EXPECT_EQ(textOf("bob", 7), "bob|user id=v_x_0__[1m\xc3\xa9") << "a directory can't be read, a field not forged";
 }
 
 TEST_F(IdValuesTest, FilesOfProcessesThatAreGoneAreCleanedEveryFiveMinutes) {
@@ -70,9 +76,13 @@ TEST_F(IdValuesTest, FilesOfProcessesThatAreGoneAreCleanedEveryFiveMinutes) {
                              "user_id-bob-10-cad.exe", "user_id-bob", "user_id-jean-luc-7-cad.exe"})
         leave(std::string(name) + ".idval", "\nid=1\n");
     std::filesystem::create_directories(place() + "a-b-11-c.idval");
-    const std::string kept = "a-b-11-c.idval user_id-bob-7-CAD.exe.idval user_id-bob.idval";
+    const std::string foreign = shared().write("foreign", "");
+    std::filesystem::permissions(foreign, std::filesystem::perms::owner_read);
+    std::filesystem::create_symlink(foreign, place() + "a-b-12-c.idval");
+    const std::string kept = "a-b-11-c.idval a-b-12-c.idval user_id-bob-7-CAD.exe.idval user_id-bob.idval";
     textOf("bob", 7);
     EXPECT_EQ(names(), kept);
+    EXPECT_EQ(std::filesystem::status(foreign).permissions(), std::filesystem::perms::owner_read);
     leave("user_id-bob-10-cad.exe.idval", "\nid=1\n");
     os.clock.advance(299);
     textOf("bob", 7);

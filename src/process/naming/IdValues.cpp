@@ -1,13 +1,13 @@
 #include "process/naming/IdValues.h"
 
 #include "process/Process.h"
-#include "shared/library/common/files/BasicFile.h"
 #include "shared/library/common/files/FileOps.h"
 #include "shared/library/common/files/FileUtils.h"
 #include "shared/library/common/system/SystemInfo.h"
 #include "shared/library/common/text/StringSearcher.h"
 #include "shared/library/common/text/TextUtils.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace Velmor {
@@ -15,6 +15,7 @@ namespace Velmor {
 namespace {
 constexpr int32_t cleaningInterval = 300; // seconds
 constexpr std::string_view extension = ".idval";
+constexpr size_t largestFile = 4096; // bytes
 
 /// What the look-ups of all threads share.
 struct IdValueState {
@@ -76,14 +77,18 @@ std::string fileKey(std::string_view key) {
     return text;
 }
 
-/// The value in the second line of a file; false if it can't be opened.
+/// The value in the second line of a file; false if it can't be read. Anybody may have left the file, so nothing in it
+/// may look like a further field of the record.
 bool readValue(const std::string& path, std::string& value) {
-    BasicFile file;
-    if (!file.open(path, BasicFile::MODE_READ))
+    std::string text;
+    if (!FileUtils::readForeign(path, largestFile, text))
         return false;
-    file.readLine();
-    value = file.readLine();
+    firstField(text, '\n');
+    value = firstField(text, '\n');
+    std::erase(value, '\r');
     firstField(value, '=');
+    std::replace_if(
+        value.begin(), value.end(), [](unsigned char c) { return c < ' ' || c == 0x7F || c == '|' || c == ':'; }, '_');
     return true;
 }
 
@@ -141,7 +146,7 @@ void cleanIdValues() {
         return;
     const std::string directory = findDirectory();
     for (const DirectoryEntry& entry : FileOps::scanDirectory(directory, "*-*-*-*.idval"))
-        if (entry.isFile && !isOfRunningProcess(entry.name))
+        if (entry.isRegular && !isOfRunningProcess(entry.name))
             FileUtils::remove(directory + entry.name, true);
 }
 

@@ -3,6 +3,7 @@
 #include "platform/Errors.h"
 #include "platform/linux/base/DirectoryReader.h"
 #include "platform/linux/base/Errno.h"
+#include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/files/LinuxOpenFile.h"
 #include "platform/linux/files/NativePath.h"
 #include "platform/linux/files/SystemCalls.h"
@@ -32,6 +33,8 @@ int flagsOf(OpenMode mode) {
     switch (mode) {
     case OpenMode::read:
         return O_RDONLY | O_NONBLOCK; // a pipe under the name must not hold the reader
+    case OpenMode::readRegular:
+        return O_RDONLY | O_NONBLOCK | O_NOFOLLOW;
     case OpenMode::write:
         return O_WRONLY | O_CREAT | O_TRUNC;
     case OpenMode::append:
@@ -51,9 +54,11 @@ bool answer(bool succeeded, uint32_t& error) {
 }
 
 /// The native API opens no directory, but the kernel lets one be opened for reading, and then gives no byte of it.
-bool isDirectoryOpenedForReading(int descriptor, int flags) {
+bool isRefused(int descriptor, int flags) {
     struct stat state {};
-    return (flags & O_ACCMODE) == O_RDONLY && systemCalls().fstat(descriptor, &state) == 0 && S_ISDIR(state.st_mode);
+    if ((flags & O_ACCMODE) != O_RDONLY || systemCalls().fstat(descriptor, &state) != 0)
+        return false;
+    return S_ISDIR(state.st_mode) || ((flags & O_NOFOLLOW) && !S_ISREG(state.st_mode));
 }
 
 std::unique_ptr<LinuxOpenFile> openNative(const std::string& path, int flags) {
@@ -65,7 +70,7 @@ std::unique_ptr<LinuxOpenFile> openNative(const std::string& path, int flags) {
     if (descriptor < 0)
         return nullptr;
     auto file = std::make_unique<LinuxOpenFile>(descriptor);
-    if (!isDirectoryOpenedForReading(descriptor, flags))
+    if (!isRefused(descriptor, flags))
         return file;
     errno = EACCES;
     return nullptr;
@@ -330,15 +335,23 @@ bool LinuxFileSystem::makeDirectory(std::string_view path, uint32_t& error) {
 bool LinuxFileSystem::setAttributes(std::string_view path, uint32_t attributes, uint32_t& error) {
     checkpoint();
     const std::string native = toNativePath(path);
+    // By a descriptor: whoever puts a link under the name must not have another file's mode changed.
+    const FileDescriptor file(systemCalls().open(native.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC, 0));
     struct stat state {};
-    if (systemCalls().stat(native.c_str(), &state) != 0)
+    if (!file || systemCalls().fstat(file.get(), &state) != 0)
         return answer(false, error);
     const mode_t mode = state.st_mode & 07777U;
     const bool readOnly = (attributes & FileAttribute::readOnly) != 0;
     mode_t wanted = readOnly ? mode & ~anyWrite : mode;
     if (!readOnly && !(mode & anyWrite))
         wanted |= S_IWUSR;
-    return answer(wanted == mode || systemCalls().chmod(native.c_str(), wanted) == 0, error);
+    if (wanted == mode)
+        return answer(true, error);
+    if (S_ISLNK(state.st_mode)) {
+        error = NativeError::accessDenied;
+        return false;
+    }
+    return answer(systemCalls().chmod(("/proc/self/fd/" + std::to_string(file.get())).c_str(), wanted) == 0, error);
 }
 
 bool LinuxFileSystem::fullPath(std::string_view path, std::string& full, uint32_t& error) {

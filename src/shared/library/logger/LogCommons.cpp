@@ -171,8 +171,8 @@ void LogCommons::loadFile(const std::string& path, const std::string& name, Load
             continue;
         std::string number = line.substr(0, line.find(':'));
         std::string text = number.size() < line.size() ? line.substr(number.size() + 1) : std::string();
-        StringSearcher::trim(number);
-        StringSearcher::trim(text);
+        trimBlanks(number);
+        trimBlanks(text);
         messages_.try_emplace(messageKey(module, toNumber(number)), std::move(text));
         ++count;
     }

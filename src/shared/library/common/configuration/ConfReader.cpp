@@ -114,7 +114,7 @@ int32_t ConfReader::getString(std::string_view key, std::string& text, bool trim
     if (const int32_t result = getRaw(key, "String", value); result != FOUND)
         return result;
     if (trim)
-        StringSearcher::trim(value);
+        trimBlanks(value);
     if (lowerCase)
         toLower(value);
     text = std::move(value);
@@ -143,7 +143,7 @@ int32_t ConfReader::getDirName(std::string_view key, std::string& text) const {
     std::string value;
     if (const int32_t result = getRaw(key, dirName, value); result != FOUND)
         return result;
-    StringSearcher::trim(value);
+    trimBlanks(value);
     text = std::move(value);
     return FOUND;
 }
@@ -154,7 +154,7 @@ int32_t ConfReader::getFileName(std::string_view key, std::string& text) const {
         return result;
     if (!FileUtils::isValidFileName(value))
         return BAD_TEXT;
-    StringSearcher::trim(value);
+    trimBlanks(value);
     text = std::move(value);
     return FOUND;
 }

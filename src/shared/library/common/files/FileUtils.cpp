@@ -1,5 +1,6 @@
 #include "shared/library/common/files/FileUtils.h"
 
+#include "platform/Platform.h"
 #include "shared/library/common/files/FileOps.h"
 
 namespace Velmor {
@@ -19,6 +20,25 @@ bool FileUtils::move(std::string_view from, std::string_view to, bool replace) {
 
 bool FileUtils::copy(std::string_view from, std::string_view to, bool overwrite) {
     return FileOps::copy(from, to, overwrite);
+}
+
+bool FileUtils::readForeign(std::string_view path, size_t mostBytes, std::string& text) {
+    uint32_t error = 0;
+    const auto file = platform().fileSystem->openFile(path, OpenMode::readRegular, error);
+    if (!file)
+        return false;
+    std::string read(mostBytes + 1, '\0');
+    size_t length = 0;
+    size_t count = 0;
+    do {
+        if (!file->read(read.data() + length, read.size() - length, count, error))
+            return false;
+        length += count;
+    } while (count > 0 && length <= mostBytes);
+    if (length > mostBytes)
+        return false;
+    text = read.substr(0, length);
+    return true;
 }
 
 uint32_t FileUtils::getFileSize(std::string_view path) {

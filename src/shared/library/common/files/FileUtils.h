@@ -15,6 +15,8 @@ public:
     static bool move(std::string_view from, std::string_view to, bool replace);
     static bool copy(std::string_view from, std::string_view to, bool overwrite);
     /// In bytes, modulo 2^32; 0 if there is no such file.
+    /// The whole text of a regular file, and of none that is larger or a link: for files that anybody may leave.
+    static bool readForeign(std::string_view path, size_t mostBytes, std::string& text);
     static uint32_t getFileSize(std::string_view path);
 
     /// Adds a separator to a text that isn't empty and doesn't end in one.

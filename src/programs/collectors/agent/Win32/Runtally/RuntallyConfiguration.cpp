@@ -27,6 +27,11 @@ constexpr int32_t defaultPerformancePoll = 5;        // seconds
 constexpr int32_t forcedPoll = 10;                   // seconds, on systems without an event trace
 constexpr int32_t defaultEventLogDays = 7;
 
+/// Whether the system is of the old line that has no trace of process events; other names may hold its letters.
+bool hasNoTrace(std::string_view osName) {
+    return osName.starts_with("Windows NT") || osName.starts_with("NT");
+}
+
 RuntallySettings& settings() {
     return runtallyState().settings;
 }
@@ -182,7 +187,7 @@ void Runtally::chooseEvents() {
     if (!isOn("runtally.logging.process-data.events"))
         return;
     logger().debug(1, "Will be using process events...");
-    if (programState().staticInfo.osName.find("NT") != std::string::npos) {
+    if (hasNoTrace(programState().staticInfo.osName)) {
         logger().warning(RuntallyMessage::notAsAsked);
         settings().pollingOn = true;
         if (settings().pollInterval.getSeconds() > forcedPoll)

@@ -57,7 +57,7 @@ CounterEntry readEntry(std::string line) {
     CounterEntry entry;
     const bool hasMode = line.find('|') != std::string::npos;
     entry.name = firstField(line, '|');
-    StringSearcher::trim(line);
+    trimBlanks(line);
     entry.mode = hasMode ? modeOf(line) : GatherMode::last;
     return entry;
 }
@@ -71,7 +71,7 @@ bool readEntries(const std::string& fileName, std::vector<CounterEntry>& entries
     while (!file.eof()) {
         std::string line;
         file.readLine(line);
-        StringSearcher::trim(line);
+        trimBlanks(line);
         if (!line.empty() && line.front() != '#')
             entries.push_back(readEntry(std::move(line)));
     }
