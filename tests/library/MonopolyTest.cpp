@@ -22,6 +22,8 @@ TEST(MonopolyTest, AResetFreesTheSectionOfALostOwnerAndKeepsItsWords) {
     EXPECT_EQ(monopoly.getCount(), 1);
     EXPECT_TRUE(monopoly.tryEnforce(busy));
     monopoly.relax();
+    EXPECT_EQ(monopoly.getOwner(), 0U);
+    EXPECT_EQ(monopoly.getCount(), 0);
 }
 
 TEST(MonopolyTest, ThreadsExcludeEachOther) {

@@ -66,6 +66,11 @@ TEST_F(RegistryTest, TheCauseNamesFileAndLineOrWhatToDo) {
     EXPECT_NE(cause.find(directory / "resources.toml"), std::string::npos) << cause;
     EXPECT_NE(cause.find("line 2"), std::string::npos) << cause;
     EXPECT_EQ(cause.find('\n'), std::string::npos);
+    for (const char* value : {"2147483648", "1.5", "true", "[1, 2]", "{ x = \"y\" }"}) {
+        directory.write("resources.toml", std::string("A = \"1\"\n\nLevel = ") + value + "\n");
+        EXPECT_FALSE(registry.isReadable(cause)) << value;
+        EXPECT_NE(cause.find("line 3 (Level"), std::string::npos) << cause;
+    }
     setenv("VELMOR_RESOURCES", directory.path().c_str(), 1);
     EXPECT_FALSE(registry.isReadable(cause)) << "a directory";
 }

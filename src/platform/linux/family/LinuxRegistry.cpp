@@ -26,8 +26,7 @@ bool sameState(const struct stat& a, const struct stat& b) {
            a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
-std::string bytesOf(int64_t number) {
-    const auto narrow = static_cast<int32_t>(number);
+std::string bytesOf(int32_t narrow) {
     std::string data(sizeof(narrow), '\0');
     std::memcpy(data.data(), &narrow, sizeof(narrow));
     return data;
@@ -36,9 +35,28 @@ std::string bytesOf(int64_t number) {
 std::string partsOf(const toml::array& array) {
     std::string data;
     for (const auto& part : array)
-        if (const auto* text = part.as_string())
-            data.append(text->get()).push_back('\0');
+        data.append(part.as_string()->get()).push_back('\0');
     return data;
+}
+
+/// False for what the family has no type for.
+bool takeValue(const toml::node& node, uint32_t& type, std::string& data) {
+    if (const auto* text = node.as_string()) {
+        type = RegistryType::text;
+        data = text->get();
+        return true;
+    }
+    if (const auto* number = node.as_integer()) {
+        type = RegistryType::number;
+        data = bytesOf(static_cast<int32_t>(number->get()));
+        return number->get() == static_cast<int32_t>(number->get());
+    }
+    const auto* array = node.as_array();
+    if (!array || !(array->empty() || array->is_homogeneous<std::string>()))
+        return false;
+    type = RegistryType::multiText;
+    data = partsOf(*array);
+    return true;
 }
 
 std::string quoted(std::string_view text) {
@@ -55,6 +73,11 @@ std::string quoted(std::string_view text) {
         }
     }
     return out + '"';
+}
+
+std::string mistake(const std::string& path, uint32_t line, const std::string& what) {
+    return "The file of the family's values \"" + path + "\" has a mistake in line " + std::to_string(line) + " (" +
+           what + "); correct it.";
 }
 
 bool isToml(const std::string& text) {
@@ -111,20 +134,15 @@ void LinuxRegistry::parse(Source& source) {
         const toml::table table = toml::parse(text.str());
         for (const auto& [key, node] : table) {
             Value value;
-            if (const auto* single = node.as_string())
-                value = {RegistryType::text, single->get()};
-            else if (const auto* number = node.as_integer())
-                value = {RegistryType::number, bytesOf(number->get())};
-            else if (const auto* array = node.as_array())
-                value = {RegistryType::multiText, partsOf(*array)};
+            if (takeValue(node, value.type, value.data))
+                source.values.emplace(std::string(key.str()), std::move(value));
             else
-                continue;
-            source.values.emplace(std::string(key.str()), std::move(value));
+                source.problem =
+                    mistake(source.path, node.source().begin.line,
+                            std::string(key.str()) + " is no text, no array of texts and no number of 32 bits");
         }
-    } catch (const toml::parse_error& mistake) {
-        std::string description(mistake.description());
-        source.problem = "The file of the family's values \"" + source.path + "\" has a mistake in line " +
-                         std::to_string(mistake.source().begin.line) + " (" + description + "); correct it.";
+    } catch (const toml::parse_error& error) {
+        source.problem = mistake(source.path, error.source().begin.line, std::string(error.description()));
     }
 }
 

@@ -104,8 +104,14 @@ bool LinuxAccounts::lookup(std::string_view sid, std::string& user, std::string&
         return false;
     }
     error = NativeError::success;
-    domain = names_->computerName();
     user = nameOf(uid);
+    const size_t separator = user.find('\\'); // a directory service may give a name with its domain
+    if (separator == std::string::npos) {
+        domain = names_->computerName();
+        return true;
+    }
+    domain = user.substr(0, separator);
+    user.erase(0, separator + 1);
     return true;
 }
 

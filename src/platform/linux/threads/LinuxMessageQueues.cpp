@@ -173,10 +173,15 @@ void LinuxMessageQueues::receiveSystemRequests() {
     struct sigaction action {};
     action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+    sigset_t received;
+    sigemptyset(&received);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
         sigaction(signal, &action, nullptr);
+        sigaddset(&received, signal);
+    }
     action.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &action, nullptr);
+    pthread_sigmask(SIG_UNBLOCK, &received, nullptr); // which may have been held until now
 }
 
 } // namespace Velmor

@@ -132,7 +132,8 @@ std::string Agent::configurationFile(const std::string& directory) const {
 }
 
 void Agent::loadConfiguration(const std::string& directory) {
-    if (!arguments_.empty() && arguments_.front().first == "c") {
+    const bool isNamed = !arguments_.empty() && arguments_.front().first == "c";
+    if (isNamed && configurationFile_.empty()) { // one file for the whole life, reconfigurations too
         configurationFile_ = arguments_.front().second;
         arguments_.erase(arguments_.begin());
     }

@@ -61,7 +61,10 @@ bool Monopoly::enforceNamed() {
     return enforced_;
 }
 
+/// The first to enter a renewed section owes nothing for the calls that a lost owner has left open.
 void Monopoly::noteEntered() {
+    if (renewed_.exchange(false, std::memory_order_relaxed))
+        count_.store(0, std::memory_order_relaxed);
     count_.fetch_add(1, std::memory_order_relaxed);
     enforced_.store(true, std::memory_order_relaxed);
     owner_.store(platform().threads->currentId(), std::memory_order_relaxed);
@@ -101,6 +104,7 @@ bool Monopoly::relax() {
 void Monopoly::reset() {
     resetting_.store(true, std::memory_order_release);
     Timer::sleep(resetPause);
+    renewed_.store(true, std::memory_order_relaxed);
     section_->renew();
     resetting_.store(false, std::memory_order_release);
 }

@@ -36,7 +36,8 @@ public:
     /// Gives one `enforce` back. True also if nothing is held.
     bool relax();
 
-    /// For a lock whose owner was killed and can never leave it: frees it at once. Count and owner keep their values.
+    /// For a lock whose owner was killed and can never leave it: frees it at once. Count and owner keep their values
+    /// until the next one enters.
     void reset();
 
     /// Why the named form could not be taken last, as a native error: 183 if somebody else holds the name.
@@ -59,7 +60,8 @@ private:
     std::atomic<bool> enforced_{false};
     std::string name_;
     std::atomic<bool> resetting_{false};
-    std::atomic<int32_t> count_{0}; // open `enforce` calls of the owner
+    std::atomic<bool> renewed_{false}; // by a reset; nobody has entered since
+    std::atomic<int32_t> count_{0};    // open `enforce` calls of the owner
     std::atomic<uint32_t> owner_{0};
 };
 

@@ -8,13 +8,17 @@
 
 #include <iostream>
 #include <span>
+#include <stdexcept>
 #include <string>
 
 namespace {
 
 constexpr int startupFailed = -1;
 
+/// One kind of quotes can stand within the other; a text with both has no form in the command line.
 std::string quoted(const std::string& text) {
+    if (text.find('"') != std::string::npos && text.find('\'') != std::string::npos)
+        throw std::invalid_argument("The argument " + text + " holds both kinds of quotes; use at most one kind.");
     const char quote = text.find('"') == std::string::npos ? '"' : '\'';
     return quote + text + quote;
 }
