@@ -83,12 +83,13 @@ TEST_F(IpcCommandsTest, CommandsAreCarriedOutAndAnswered) {
     Collector collector;
     const CapturedLog log(1);
     programState().mainThreadId = 4711;
+    IpcCommands commands;
     MailSlot core(MailSlotMode::receiver, "Core");
     MailSlot own(MailSlotMode::sender, "Core");
     const auto command = [&](const std::string& type, const std::string& text, const std::string& replyTo) {
         programState().quitFlag = 0;
         programState().reconfigureFlag = 0;
-        ipcCallback(type, "ref", text, replyTo);
+        commands.ipcCallback({{type, "ref", text, replyTo, {}}});
         own.send("behind it");
         std::vector<std::string> replies;
         while (replies.empty() || replies.back() != "behind it")

@@ -42,16 +42,20 @@ int32_t codeOf(Operation&& operation) {
     return 0;
 }
 
-struct Heard {
+struct Hearer : IPCListener {
+    void ipcCallback(const std::vector<IPCMessage>& come) override {
+        const std::lock_guard lock(mutex);
+        for (const IPCMessage& m : come)
+            messages.push_back(m.type + "|" + m.reference + "|" + m.text + "|" + m.replyTo);
+    }
+    void messagesRefused(uint64_t count) override { refused += count; }
+    void slotRenewed() override { ++renewed; }
+
     std::mutex mutex;
     std::vector<std::string> messages;
+    std::atomic<uint64_t> refused{0};
+    std::atomic<int> renewed{0};
 };
-Heard heard;
-
-void hear(const std::string& type, const std::string& reference, const std::string& text, const std::string& replyTo) {
-    const std::lock_guard lock(heard.mutex);
-    heard.messages.push_back(type + "|" + reference + "|" + text + "|" + replyTo);
-}
 } // namespace
 
 TEST_F(IpcTest, MisuseAndMissingReadersAreTold) {
@@ -94,7 +98,8 @@ TEST_F(IpcTest, AllMessagesOfManyWritersWaitForASlowReader) {
 }
 
 TEST_F(IpcTest, TheServerHandsOverMessagesOfTheFamilyOnlyAndLeavesWhenToldTo) {
-    IPCServer server("server", SmartPointer<LoggerCentre>(), hear);
+    Hearer heard;
+    IPCServer server("server", SmartPointer<LoggerCentre>(), heard);
     IPCClient client("server");
     const auto order = [&] { client.send("COMMAND", "", "DIE", ""); };
     EXPECT_TRUE(eventually([&] { return codeOf<IPCException>(order) == 0; }));

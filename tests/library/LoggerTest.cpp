@@ -53,8 +53,9 @@ class LogFileOfManyTest : public RuntimeFixture {};
 /// A core service at which the first message stands still for good.
 class StandingCore : public Mailslots {
 public:
-    std::unique_ptr<MailslotReader> create(std::string_view, uint32_t&) override { return nullptr; }
-    std::unique_ptr<MailslotWriter> open(std::string_view, uint32_t&) override {
+    std::unique_ptr<MailslotReader> create(std::string_view, MailslotAccess, uint32_t&) override { return nullptr; }
+    bool mayCommand(std::string&) override { return true; }
+    std::unique_ptr<MailslotWriter> open(std::string_view, uint32_t, uint32_t&) override {
         struct Way : MailslotWriter {
             bool write(std::string_view, uint32_t&) override { return true; }
         };
@@ -244,11 +245,27 @@ TEST_F(LogFileTest, NumberedMessagesAreForwardedAsTheyAreOrStayInTheLog) {
         return !received.empty();
     });
     EXPECT_EQ(received, std::vector<std::string>{"Velmor\x1bLOGMSG\x1b\x1b" + text + "\x1b"});
-    Monopoly turn("Velmor_MailSlot");
+    Monopoly turn("Velmor_MailSlot", NamedLockAccess::family);
     ASSERT_TRUE(turn.enforce());
     const uint32_t begin = os.clock.ticks();
     EXPECT_FALSE(messenger.post(text));
-    EXPECT_LT(os.clock.ticks() - begin, 1000U) << "whoever logs holds others up no longer";
+    EXPECT_EQ(os.clock.ticks(), begin) << "whoever logs waits for nobody";
+    turn.relax();
+    EXPECT_EQ(messenger.sendWaiting(), 0U);
+    EXPECT_TRUE(eventually([&] {
+        core.receive(received);
+        return received.size() == 2;
+    })) << "what had to wait is sent on";
+    ASSERT_TRUE(turn.enforce());
+    for (int i = 0; i < 1003; ++i)
+        EXPECT_FALSE(messenger.post(text));
+    EXPECT_EQ(messenger.sendWaiting(), 3U) << "the oldest make room";
+    turn.relax();
+    messenger.sendWaiting();
+    EXPECT_TRUE(eventually([&] {
+        core.receive(received);
+        return received.size() == 1002;
+    }));
 }
 
 TEST_F(LogFileTest, AMessageBehindOneThatStandsStillGivesUpSoonAndALostThreadGivesItsTurnBack) {

@@ -8,7 +8,9 @@
 #include "support/RuntimeFixture.h"
 
 #include <atomic>
+#include <filesystem>
 #include <future>
+#include <grp.h>
 #include <sys/stat.h>
 
 namespace Velmor {
@@ -24,9 +26,15 @@ class MailslotTest : public RuntimeFixture {
 protected:
     /// Waits for as many messages; the reader itself never does.
     static std::vector<std::string> readAll(MailslotReader& reader, size_t count) {
-        std::vector<std::string> messages;
+        std::vector<MailslotMessage> messages;
         eventually([&] { return !reader.read(messages) || messages.size() >= count; });
-        return messages;
+        std::vector<std::string> texts;
+        for (const MailslotMessage& message : messages) {
+            EXPECT_TRUE(message.sender.mayCommand);
+            EXPECT_EQ(message.sender.process, static_cast<uint32_t>(getpid()));
+            texts.push_back(message.text);
+        }
+        return texts;
     }
 
     LinuxMailslots mailslots;
@@ -42,21 +50,23 @@ struct NameService {
 } // namespace
 
 TEST_F(NamedLockTest, ALockExistsOnceOnTheMachineAndGoesWithItsHolder) {
-    auto lock = locks.create("Global\\one/../two", error);
+    auto lock = locks.create("Global\\one/../two", NamedLockAccess::own, error);
     ASSERT_TRUE(lock) << error;
-    EXPECT_FALSE(locks.create("Global\\one/../two", error));
+    EXPECT_FALSE(locks.create("Global\\one/../two", NamedLockAccess::own, error));
     EXPECT_EQ(error, NativeError::alreadyExists);
-    Child other([this] { return locks.create("Global\\one/../two", error) ? 0 : static_cast<int>(error); });
+    Child other([this] {
+        return locks.create("Global\\one/../two", NamedLockAccess::own, error) ? 0 : static_cast<int>(error);
+    });
     EXPECT_EQ(other.reap(), static_cast<int>(NativeError::alreadyExists));
     lock.reset();
-    Child died([this] { return locks.create("Global\\one/../two", error).release() ? 0 : 1; });
+    Child died([this] { return locks.create("Global\\one/../two", NamedLockAccess::own, error).release() ? 0 : 1; });
     EXPECT_EQ(died.reap(), 0);
-    EXPECT_TRUE(locks.create("Global\\one/../two", error)) << "left by a process that is gone";
+    EXPECT_TRUE(locks.create("Global\\one/../two", NamedLockAccess::own, error)) << "left by a process that is gone";
 }
 
 TEST_F(MailslotTest, TenThousandMessagesOfAnySizeWaitWithoutHoldingTheWriterUp) {
-    const auto reader = mailslots.create("slot", error);
-    const auto writer = mailslots.open("slot", error);
+    const auto reader = mailslots.create("slot", MailslotAccess::group, error);
+    const auto writer = mailslots.open("slot", Mailslots::usualPatience, error);
     ASSERT_TRUE(writer);
     std::vector<std::string> sent{"", std::string(65536, 'x'), std::string(150000, 'x')};
     while (sent.size() < 10000)
@@ -65,45 +75,123 @@ TEST_F(MailslotTest, TenThousandMessagesOfAnySizeWaitWithoutHoldingTheWriterUp) 
         ASSERT_TRUE(writer->write(message, error)) << message.size() << " gave " << error;
     EXPECT_EQ(readAll(*reader, sent.size()), sent);
     EXPECT_FALSE(writer->write(std::string(64 << 20, 'x'), error)) << "too long is refused, not cut";
-    std::vector<std::string> none;
+    std::vector<MailslotMessage> none;
     EXPECT_TRUE(reader->read(none));
     EXPECT_TRUE(none.empty());
 }
 
 TEST_F(MailslotTest, ALiveReadersNameIsItsOwnAndADeadOnesIsTakenOver) {
-    EXPECT_FALSE(mailslots.open("slot", error)) << "nobody has it";
+    EXPECT_FALSE(mailslots.open("slot", Mailslots::usualPatience, error)) << "nobody has it";
     EXPECT_EQ(error, NativeError::fileNotFound);
     EXPECT_EQ(mailslots.errorText(error), "No such file or directory");
-    auto reader = mailslots.create("slot", error);
+    auto reader = mailslots.create("slot", MailslotAccess::group, error);
     ASSERT_TRUE(reader);
-    EXPECT_FALSE(mailslots.create("slot", error));
+    EXPECT_FALSE(mailslots.create("slot", MailslotAccess::group, error));
     EXPECT_EQ(error, NativeError::alreadyExists);
-    auto writer = mailslots.open("slot", error);
+    auto writer = mailslots.open("slot", Mailslots::usualPatience, error);
     ASSERT_TRUE(writer);
     reader.reset();
     EXPECT_FALSE(writer->write("to nobody", error));
     EXPECT_EQ(error, NativeError::fileNotFound);
 
-    Child died([this] { return mailslots.create("slot", error).release() ? 0 : 1; });
+    Child died([this] { return mailslots.create("slot", MailslotAccess::group, error).release() ? 0 : 1; });
     ASSERT_EQ(died.reap(), 0);
     ASSERT_EQ(TempDirectory::namesOf(directory / "run/mailslot"), "slot") << "its socket is left";
-    EXPECT_FALSE(mailslots.open("slot", error));
-    reader = mailslots.create("slot", error);
+    EXPECT_FALSE(mailslots.open("slot", Mailslots::usualPatience, error));
+    reader = mailslots.create("slot", MailslotAccess::group, error);
     ASSERT_TRUE(reader);
-    writer = mailslots.open("slot", error);
+    writer = mailslots.open("slot", Mailslots::usualPatience, error);
     ASSERT_TRUE(writer && writer->write("hello", error));
     EXPECT_EQ(readAll(*reader, 1), std::vector<std::string>{"hello"});
 }
 
-TEST_F(MailslotTest, AnyUsersProcessReachesTheSocketWhateverIsMasked) {
-    const mode_t before = umask(077);
-    const auto reader = mailslots.create("slot", error);
-    umask(before);
-    struct stat state {};
-    ASSERT_EQ(stat((directory / "run/mailslot/slot").c_str(), &state), 0);
-    EXPECT_EQ(state.st_mode & 0777U, 0666U);
-    ASSERT_EQ(stat((directory / "run/mailslot").c_str(), &state), 0);
-    EXPECT_EQ(state.st_mode & 0777U, 0755U);
+TEST_F(MailslotTest, AFloodIsBoundedForEachSenderAndCounted) {
+    const auto reader = mailslots.create("slot", MailslotAccess::group, error);
+    Child flood([this] {
+        const auto writer = mailslots.open("slot", Mailslots::usualPatience, error);
+        for (int i = 0; i < 30000; ++i)
+            writer->write("x", error);
+        return 0;
+    });
+    EXPECT_EQ(flood.reap(), 0);
+    const auto writer = mailslots.open("slot", Mailslots::usualPatience, error);
+    ASSERT_TRUE(writer->write("mine", error));
+    std::vector<MailslotMessage> messages;
+    EXPECT_TRUE(eventually([&] {
+        reader->read(messages);
+        return !messages.empty() && messages.back().text == "mine";
+    })) << "one sender doesn't shut out another";
+    EXPECT_LE(messages.size() + reader->takeRefused(), 30001U);
+    EXPECT_EQ(reader->takeRefused(), 0U);
+}
+
+TEST_F(MailslotTest, ASlotIsForItsGroupUnlessItIsForEveryoneAndTellsWhoSent) {
+    struct Case {
+        MailslotAccess access;
+        mode_t socket;
+        mode_t slots;
+        bool strangersReachIt;
+    };
+    for (const auto& [access, socketMode, slotsMode, strangersReachIt] :
+         {Case{MailslotAccess::group, 0660, 03770, false}, Case{MailslotAccess::everyone, 0666, 03771, true}}) {
+        const mode_t before = umask(077);
+        const auto reader = mailslots.create("slot", access, error);
+        umask(before);
+        ASSERT_TRUE(reader) << error;
+        struct stat state {};
+        ASSERT_EQ(stat((directory / "run/mailslot/slot").c_str(), &state), 0);
+        EXPECT_EQ(state.st_mode & 07777U, socketMode);
+        ASSERT_EQ(stat((directory / "run/mailslot").c_str(), &state), 0);
+        EXPECT_EQ(state.st_mode & 07777U, slotsMode);
+        if (getuid() != 0)
+            GTEST_SKIP() << "another user's message needs root to send it";
+        std::filesystem::permissions(directory.path(), std::filesystem::perms::others_exec,
+                                     std::filesystem::perm_options::add);
+        Child stranger([this] {
+            if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)
+                return 2;
+            std::string group;
+            const auto writer = mailslots.open("slot", Mailslots::usualPatience, error);
+            return writer && writer->write("x", error) && !mailslots.mayCommand(group) ? 0 : 1;
+        });
+        EXPECT_EQ(stranger.reap(), strangersReachIt ? 0 : 1);
+        std::vector<MailslotMessage> messages;
+        EXPECT_EQ(strangersReachIt, eventually(
+                                        [&] {
+                                            reader->read(messages);
+                                            return !messages.empty();
+                                        },
+                                        std::chrono::milliseconds(strangersReachIt ? 10000 : 100)));
+        for (const MailslotMessage& message : messages) {
+            EXPECT_EQ(message.sender.user, "S-1-22-1-65534");
+            EXPECT_FALSE(message.sender.mayCommand);
+        }
+    }
+}
+
+TEST_F(MailslotTest, AReaderNoticesThatItsSlotWasTakenAway) {
+    const auto reader = mailslots.create("slot", MailslotAccess::group, error);
+    EXPECT_TRUE(reader->isReachable());
+    std::filesystem::remove_all(directory / "run");
+    EXPECT_FALSE(reader->isReachable());
+    const auto another = mailslots.create("slot", MailslotAccess::group, error);
+    ASSERT_TRUE(another) << error;
+    EXPECT_FALSE(reader->isReachable());
+    EXPECT_TRUE(another->isReachable());
+}
+
+TEST_F(MailslotTest, NoLinkUnderANameOfOursIsFollowed) {
+    std::filesystem::create_directories(directory / "run/mailslot");
+    std::filesystem::create_directories(directory / "run/lock");
+    const std::string secret = directory.write("secret", "x");
+    std::filesystem::permissions(secret, std::filesystem::perms::owner_read);
+    std::filesystem::create_symlink(secret, directory / "run/mailslot/slot");
+    std::filesystem::create_symlink(secret, directory / "run/lock/lock");
+    EXPECT_TRUE(mailslots.create("slot", MailslotAccess::everyone, error)) << "it takes the link's place";
+    EXPECT_FALSE(LinuxNamedLocks().create("lock", NamedLockAccess::own, error));
+    EXPECT_EQ(std::filesystem::status(secret).permissions(), std::filesystem::perms::owner_read);
+    std::filesystem::permissions(directory / "run/lock", std::filesystem::perms::all);
+    EXPECT_FALSE(LinuxNamedLocks().create("other", NamedLockAccess::own, error)) << "anybody could take it away";
 }
 
 TEST(MachineTest, AUserWithoutRightsStartsHealthyAndIsToldWhatItCosts) {

@@ -132,7 +132,7 @@ TEST_F(ThreadsTest, AThreadThatHoldsANamedLockMayLetGoFirst) {
     start([](void*) -> uint32_t {
         uint32_t failure = 0;
         {
-            const auto lock = namedLocks.create("held", failure);
+            const auto lock = namedLocks.create("held", NamedLockAccess::own, failure);
             rounds.fetch_add(1);
             systemClock.sleep(300);
         }
@@ -141,9 +141,9 @@ TEST_F(ThreadsTest, AThreadThatHoldsANamedLockMayLetGoFirst) {
         return 0;
     });
     ASSERT_TRUE(eventually([&] { return isRunning(); }));
-    ASSERT_FALSE(namedLocks.create("held", error));
+    ASSERT_FALSE(namedLocks.create("held", NamedLockAccess::own, error));
     EXPECT_TRUE(threads.terminate(thread, 5, error));
-    EXPECT_TRUE(namedLocks.create("held", error)) << error;
+    EXPECT_TRUE(namedLocks.create("held", NamedLockAccess::own, error)) << error;
     EXPECT_FALSE(went);
 }
 

@@ -54,8 +54,8 @@ private:
 
 TEST_F(CommandsTest, WithoutACollectorCommandsSaySoAtOnce) {
     const OutputCapture err(std::cerr);
-    EXPECT_EQ(sendCommand("DIE"), CommandStatus::noCollector);
-    EXPECT_EQ(sendAndWait("RUNTALLYDUMP", 10), CommandStatus::noCollector);
+    EXPECT_EQ(sendCommand("DIE"), CommandStatus::noAnswer);
+    EXPECT_EQ(sendAndWait("RUNTALLYDUMP", 10), CommandStatus::noAnswer);
     EXPECT_NE(err.text().find("No collector listens"), std::string::npos) << err.text();
 }
 
@@ -64,7 +64,7 @@ TEST_F(CommandsTest, ACollectorThatDoesntAnswerIsWaitedForAsLongAsAskedFor) {
     MailSlot collector(MailSlotMode::receiver, "Velmor_Runtally");
     const OutputCapture err(std::cerr);
     const uint32_t begin = os.clock.ticks();
-    EXPECT_EQ(sendAndWait("RUNTALLYDUMP", 7), CommandStatus::noReply);
+    EXPECT_EQ(sendAndWait("RUNTALLYDUMP", 7), CommandStatus::noAnswer);
     EXPECT_EQ((os.clock.ticks() - begin) / 1000, 7U);
     EXPECT_EQ(next(collector), "Velmor|COMMAND|Velmor_ctl_77|RUNTALLYDUMP|Velmor_ctl_77|");
 }

@@ -1,10 +1,9 @@
 #include "programs/runtallyctl/Commands.h"
 
 #include "platform/Clock.h"
-#include "platform/Errors.h"
 #include "platform/Machine.h"
+#include "platform/Mailslots.h"
 #include "platform/MessageQueues.h"
-#include "platform/NamedLocks.h"
 #include "platform/Platform.h"
 #include "shared/library/common/errors/IPCException.h"
 #include "shared/library/common/ipc/IPCClient.h"
@@ -21,37 +20,22 @@
 namespace Velmor {
 
 namespace {
-constexpr std::string_view collectorSlot = "Velmor_Runtally";
-constexpr std::string_view coreSlot = "Velmor_Core";
-constexpr std::string_view turnLock = "Velmor_MailSlot";
 constexpr uint32_t lookPause = 50; // milliseconds
 
-/// The fields of a message; the type is empty if it isn't the family's.
-IPCMessage parse(std::string line) {
-    IPCMessage message;
-    if (firstField(line, IPCMessage::separator) != IPCMessage::address)
-        return message;
-    message.type = firstField(line, IPCMessage::separator);
-    message.reference = firstField(line, IPCMessage::separator);
-    message.text = firstField(line, IPCMessage::separator);
-    message.replyTo = firstField(line, IPCMessage::separator);
-    return message;
-}
-
-/// Whether this user may take part. All who send take turns by one lock, and waiting for one that this user can't have
-/// would never end.
-bool mayTakePart() {
-    uint32_t error = NativeError::success;
-    const NamedLockHandle lock = platform().namedLocks->create(turnLock, error);
-    if (lock || error != NativeError::accessDenied)
+/// Whether this user may command the collector, who would get no answer otherwise.
+bool mayCommand() {
+    std::string group;
+    if (platform().mailslots->mayCommand(group))
         return true;
-    std::cerr << "Commands may only be sent by root, or by the user that the collector runs as\n";
+    std::cerr
+        << "Commands are taken from root, from the user that the collector runs as, and from members of the group "
+        << group << "; be one of them\n";
     return false;
 }
 
 bool send(const std::string& command, const std::string& reference, const std::string& replyTo) {
     try {
-        IPCClient(collectorSlot).send("COMMAND", reference, command, replyTo);
+        IPCClient(FamilyName::collector).send(MessageType::command, reference, command, replyTo);
         return true;
     } catch (const IPCException& failure) {
         std::cerr << "No collector listens on this machine, or it can't be reached now (" << failure.getDescription()
@@ -66,9 +50,11 @@ bool receiveUntil(MailSlot& slot, uint32_t milliseconds, const std::function<boo
     while (platform().clock->ticks() - begin < milliseconds) {
         std::vector<std::string> lines;
         slot.receive(lines);
-        for (std::string& line : lines)
-            if (take(parse(std::move(line))))
+        for (const std::string& line : lines) {
+            IPCMessage message;
+            if (message.fromLine(line) && take(message))
                 return true;
+        }
         Timer::sleep(lookPause);
     }
     return false;
@@ -76,7 +62,7 @@ bool receiveUntil(MailSlot& slot, uint32_t milliseconds, const std::function<boo
 
 void printMessage(const LogCommons& catalogue, const IPCMessage& message) {
     LogMessage decoded;
-    if (message.type != "LOGMSG" || !LogCommons::decodeMessage(message.text, decoded))
+    if (message.type != MessageType::logMessage || !LogCommons::decodeMessage(message.text, decoded))
         return;
     std::string wording;
     const bool found = catalogue.findMessage(decoded.module, decoded.messageId, wording);
@@ -89,9 +75,9 @@ void printMessage(const LogCommons& catalogue, const IPCMessage& message) {
 /// The core service's mailslot; null if it is somebody else's.
 std::unique_ptr<MailSlot> ownCoreSlot() {
     try {
-        return std::make_unique<MailSlot>(MailSlotMode::receiver, coreSlot);
+        return std::make_unique<MailSlot>(MailSlotMode::receiver, FamilyName::core);
     } catch (const IPCException& failure) {
-        std::cerr << "The mailslot " << coreSlot << " can't be had (error " << failure.getDescription()
+        std::cerr << "The mailslot " << FamilyName::core << " can't be had (error " << failure.getDescription()
                   << "): the core service, or somebody else, listens on it already\n";
         return nullptr;
     }
@@ -99,18 +85,20 @@ std::unique_ptr<MailSlot> ownCoreSlot() {
 } // namespace
 
 int sendCommand(const std::string& command) {
-    return mayTakePart() && send(command, "", "") ? CommandStatus::done : CommandStatus::noCollector;
+    if (!mayCommand())
+        return CommandStatus::notAllowed;
+    return send(command, "", "") ? CommandStatus::done : CommandStatus::noAnswer;
 }
 
 int sendAndWait(const std::string& command, int32_t timeout) {
-    if (!mayTakePart())
-        return CommandStatus::noCollector;
+    if (!mayCommand())
+        return CommandStatus::notAllowed;
     const std::string own = "Velmor_ctl_" + std::to_string(platform().machine->processId());
     MailSlot slot(MailSlotMode::receiver, own);
     if (!send(command, own, own))
-        return CommandStatus::noCollector;
+        return CommandStatus::noAnswer;
     const bool answered = receiveUntil(slot, static_cast<uint32_t>(timeout) * 1000, [&](const IPCMessage& message) {
-        if (message.type != "REPLY" || message.reference != own)
+        if (message.type != MessageType::reply || message.reference != own)
             return false;
         std::cout << (message.text.empty() ? "done" : printable(message.text)) << '\n';
         return true;
@@ -118,7 +106,7 @@ int sendAndWait(const std::string& command, int32_t timeout) {
     if (answered)
         return CommandStatus::done;
     std::cerr << "The collector hasn't answered within " << timeout << " s\n";
-    return CommandStatus::noReply;
+    return CommandStatus::noAnswer;
 }
 
 int listen(const std::string& catalogue, int32_t seconds) {
@@ -129,7 +117,7 @@ int listen(const std::string& catalogue, int32_t seconds) {
     platform().messageQueues->receiveSystemRequests();
     const auto slot = ownCoreSlot();
     if (!slot)
-        return CommandStatus::noCollector;
+        return CommandStatus::failed;
     const uint32_t begin = platform().clock->ticks();
     uint32_t request = 0;
     while (std::cout && !platform().messageQueues->peek(request)) {

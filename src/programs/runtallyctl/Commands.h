@@ -8,8 +8,9 @@ namespace Velmor {
 /// Exit statuses of the commands.
 namespace CommandStatus {
 constexpr int done = 0;
-constexpr int noCollector = 1; // nobody listens, or this user may not send
-constexpr int noReply = 3;     // not within the time limit
+constexpr int failed = 1;     // the tool itself could not do its work
+constexpr int noAnswer = 3;   // nobody listens, or no reply came within the time limit
+constexpr int notAllowed = 4; // this user may not command
 } // namespace CommandStatus
 
 /// Sends a command that the collector doesn't answer.

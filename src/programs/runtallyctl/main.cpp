@@ -3,6 +3,7 @@
 #include "programs/runtallyctl/Commands.h"
 #include "programs/runtallyctl/UsageReport.h"
 #include "shared/library/common/errors/IPCException.h"
+#include "shared/library/common/ipc/IPCMessage.h"
 #include "shared/library/logger/LoggerUnit.h"
 
 #include <CLI/CLI.hpp>
@@ -14,7 +15,6 @@ namespace {
 
 constexpr int32_t defaultTimeout = 10; // seconds
 constexpr int32_t longestTime = 86400;
-constexpr int failed = 1;
 
 struct Options {
     std::vector<std::string> paths;
@@ -38,24 +38,24 @@ void addReading(CLI::App& tool, Options& options) {
 }
 
 void addCommands(CLI::App& tool, Options& options) {
-    const auto addSilent = [&](const char* name, const char* text, const char* word) {
+    const auto addSilent = [&](const char* name, const char* text, std::string_view word) {
         tool.add_subcommand(name, text)->callback([&options, word] {
-            options.action = [word] { return Velmor::sendCommand(word); };
+            options.action = [word] { return Velmor::sendCommand(std::string(word)); };
         });
     };
-    addSilent("die", "End the collector, after its last delivery", "DIE");
-    addSilent("reconfigure", "Let the collector read its configuration again", "RECONFIG");
-    const auto addAnswered = [&](const char* name, const char* text, const char* word) {
+    addSilent("die", "End the collector, after its last delivery", Velmor::CommandWord::die);
+    addSilent("reconfigure", "Let the collector read its configuration again", Velmor::CommandWord::reconfigure);
+    const auto addAnswered = [&](const char* name, const char* text, std::string_view word) {
         CLI::App* command = tool.add_subcommand(name, text);
         command->add_option("--timeout", options.timeout, "Seconds to wait for the reply")
             ->capture_default_str()
             ->check(CLI::Range(1, longestTime));
         command->callback([&options, word] {
-            options.action = [&options, word] { return Velmor::sendAndWait(word, options.timeout); };
+            options.action = [&options, word] { return Velmor::sendAndWait(std::string(word), options.timeout); };
         });
     };
-    addAnswered("dump", "Deliver all data now", "RUNTALLYDUMP");
-    addAnswered("info", "Process id and main thread id of the collector", "SEND_PROCESS_INFO");
+    addAnswered("dump", "Deliver all data now", Velmor::CommandWord::dump);
+    addAnswered("info", "Process id and main thread id of the collector", Velmor::CommandWord::sendProcessInfo);
     CLI::App* listen = tool.add_subcommand("listen", "Print the messages that the collector sends to the core service");
     listen->add_option("--catalogue", options.catalogue, "Directory in which LogMessages lies")->capture_default_str();
     listen->add_option("--seconds", options.seconds, "End after this time")->check(CLI::Range(1, longestTime));
@@ -68,9 +68,8 @@ void addCommands(CLI::App& tool, Options& options) {
 int main(int count, char** values) {
     Velmor::LoggerUnit::setDebugLevel(0);
     CLI::App tool("Commands to the running collector, and reading of its data files.", "runtallyctl");
-    tool.footer(
-        "Exit status: 0 done; 1 no collector listens, or the tool itself failed; 2 a file or a record can't be\n"
-        "read; 3 no reply within the time limit; above 100 a mistake in the command line.");
+    tool.footer("Exit status: 0 done; 1 the tool itself failed; 2 a file or a record can't be read; 3 no collector\n"
+                "listens, or no reply came in time; 4 not allowed; above 100 a mistake in the command line.");
     tool.set_version_flag("--version", std::string("runtallyctl ") + VELMOR_VERSION);
     tool.require_subcommand(1);
     Options options;
@@ -90,5 +89,5 @@ int main(int count, char** values) {
     } catch (const std::exception& failure) {
         std::cerr << failure.what() << '\n';
     }
-    return failed;
+    return Velmor::CommandStatus::failed;
 }

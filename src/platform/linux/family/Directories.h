@@ -14,12 +14,6 @@ std::string stateDirectory();
 /// The file of the family's values that the administrator writes. VELMOR_RESOURCES, else /etc/velmor/resources.toml.
 std::string resourcesFile();
 
-/// What root makes in another user's directory becomes that user's, as everything else there.
-void adoptOwnerOfDirectory(const std::string& path);
-
-/// Makes a directory and those that lead to it; true if it is there afterwards.
-bool makeDirectoryTree(const std::string& path);
-
 /// The name of a lock or a mailslot as a file name: nothing that leads out of its directory.
 std::string asFileName(std::string name);
 

@@ -5,14 +5,21 @@
 #include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/family/Directories.h"
 #include "platform/linux/family/LinuxNamedLocks.h"
+#include "platform/linux/family/SafeDirectory.h"
 #include "platform/linux/threads/Checkpoint.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
+#include <grp.h>
+#include <map>
 #include <mutex>
 #include <poll.h>
 #include <pthread.h>
+#include <pwd.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -23,11 +30,18 @@
 namespace Velmor {
 
 namespace {
-constexpr mode_t socketMode = 0666; // any user's program may write
+constexpr mode_t groupMode = 0660;
+constexpr mode_t everyoneMode = 0666;
+constexpr mode_t mayPass = 01; // others may reach what lies in a directory
 constexpr size_t longestMessage = 256 * 1024;
-constexpr size_t mostWaiting = 64 * 1024 * 1024; // bytes; a writer that floods is held up from here on
 constexpr int bufferSize = 4 * 1024 * 1024;
-constexpr timeval writeLimit{0, 500000}; // for a reader that stands still; whoever writes may hold others up
+constexpr size_t recordSize = 16384;
+
+// What waits between two reads: for one sender, and for all together, so that the one can't shut the others out.
+constexpr size_t mostOfOne = 10000;
+constexpr size_t mostBytesOfOne = 12 * 1024 * 1024;
+constexpr size_t mostWaiting = 12000;
+constexpr size_t mostBytesWaiting = 16 * 1024 * 1024;
 
 std::string slotDirectory() {
     return runtimeDirectory() + "/mailslot";
@@ -37,11 +51,9 @@ std::string lockName(std::string_view name) {
     return "mailslot_" + std::string(name);
 }
 
-std::string slotPath(std::string_view name) {
-    return slotDirectory() + "/" + asFileName(std::string(name));
-}
-
-bool makeAddress(const std::string& path, sockaddr_un& address) {
+/// The address of a name in a directory that is open: its length doesn't hang on where the directory lies.
+bool makeAddress(int directory, const std::string& name, sockaddr_un& address) {
+    const std::string path = "/proc/self/fd/" + std::to_string(directory) + "/" + name;
     address = {};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof(address.sun_path)) {
@@ -56,11 +68,57 @@ const sockaddr* generic(const sockaddr_un& address) {
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
+/// The group that may work in the runtime directory.
+bool familyGroup(uid_t& owner, gid_t& group) {
+    struct stat state {};
+    if (stat(slotDirectory().c_str(), &state) != 0 && stat(runtimeDirectory().c_str(), &state) != 0)
+        return false;
+    owner = state.st_uid;
+    group = state.st_gid;
+    return true;
+}
+
+std::string nameOfGroup(gid_t id) {
+    group entry{};
+    group* found = nullptr;
+    std::array<char, recordSize> buffer{};
+    getgrgid_r(id, &entry, buffer.data(), buffer.size(), &found);
+    return found ? found->gr_name : std::to_string(id);
+}
+
+bool isMember(uid_t user, gid_t primary, gid_t wanted) {
+    if (primary == wanted)
+        return true;
+    passwd entry{};
+    passwd* found = nullptr;
+    std::vector<char> buffer(recordSize);
+    if (getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
+        return false;
+    std::vector<gid_t> groups(256);
+    auto count = static_cast<int>(groups.size());
+    if (getgrouplist(found->pw_name, found->pw_gid, groups.data(), &count) < 0)
+        return false;
+    return std::find(groups.begin(), groups.begin() + count, wanted) != groups.begin() + count;
+}
+
+/// What one sender has waiting.
+struct Share {
+    size_t count = 0;
+    size_t bytes = 0;
+};
+
+/// What has arrived, and from whom.
+struct Arrival {
+    std::string text;
+    ucred sender{};
+};
+
 class Reader : public MailslotReader {
 public:
-    Reader(FileDescriptor ownership, FileDescriptor socket, FileDescriptor stop, std::string name)
+    Reader(FileDescriptor ownership, FileDescriptor socket, FileDescriptor stop, std::string name,
+           MailslotAccess access, const struct stat& place)
         : ownership_(std::move(ownership)), socket_(std::move(socket)), stop_(std::move(stop)), name_(std::move(name)),
-          drain_([this] { drain(); }) {}
+          access_(access), inode_(place.st_ino), device_(place.st_dev), drain_([this] { drain(); }) {}
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
     ~Reader() override {
@@ -68,18 +126,39 @@ public:
         const ssize_t written = write(stop_.get(), &one, sizeof(one));
         (void)written; // a fresh counter takes it
         drain_.join();
-        unlink(slotPath(name_).c_str());
+        if (!isReachable())
+            return; // another's by now
+        if (const SafeDirectory directory(slotDirectory()); directory)
+            directory.remove(asFileName(name_));
         forgetNamedLock(lockName(name_));
     }
 
-    bool read(std::vector<std::string>& messages) override {
+    bool read(std::vector<MailslotMessage>& messages) override {
         checkpoint();
+        std::vector<Arrival> arrivals;
+        bool failed = false;
+        {
+            const ServiceLock lock(mutex_);
+            arrivals.swap(waiting_);
+            shares_.clear();
+            waitingBytes_ = 0;
+            failed = std::exchange(failed_, false);
+        }
+        for (Arrival& arrival : arrivals)
+            messages.push_back({std::move(arrival.text), senderOf(arrival.sender)});
+        return !failed;
+    }
+
+    uint64_t takeRefused() override {
         const ServiceLock lock(mutex_);
-        messages.insert(messages.end(), std::make_move_iterator(waiting_.begin()),
-                        std::make_move_iterator(waiting_.end()));
-        waiting_.clear();
-        waitingBytes_ = 0;
-        return !std::exchange(failed_, false);
+        return std::exchange(refused_, 0);
+    }
+
+    bool isReachable() override {
+        checkpoint();
+        struct stat there {};
+        return stat((slotDirectory() + "/" + asFileName(name_)).c_str(), &there) == 0 && there.st_ino == inode_ &&
+               there.st_dev == device_;
     }
 
 private:
@@ -89,57 +168,109 @@ private:
         pthread_sigmask(SIG_BLOCK, &all, nullptr);
         std::string buffer(longestMessage, '\0');
         while (true) {
-            const bool full = isFull();
-            pollfd wanted[2] = {{stop_.get(), POLLIN, 0}, {full ? -1 : socket_.get(), POLLIN, 0}};
-            poll(wanted, 2, full ? 100 : -1);
+            pollfd wanted[2] = {{stop_.get(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
+            poll(wanted, 2, -1);
             if (wanted[0].revents != 0)
                 return;
-            if (wanted[1].revents != 0)
-                takeAll(buffer);
-        }
-    }
-
-    bool isFull() {
-        const ServiceLock lock(mutex_);
-        return waitingBytes_ >= mostWaiting;
-    }
-
-    void takeAll(std::string& buffer) {
-        while (!isFull()) {
-            const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
-            if (size < 0 && (errno == EAGAIN || errno == EINTR))
-                return;
-            const ServiceLock lock(mutex_);
-            if (size < 0) { // no memory, say; the next look tries again
-                failed_ = true;
-                return;
+            while (takeOne(buffer)) {
             }
-            waiting_.emplace_back(buffer, 0, static_cast<size_t>(size));
-            waitingBytes_ += static_cast<size_t>(size) + sizeof(std::string);
         }
+    }
+
+    /// False if nothing waits any more.
+    bool takeOne(std::string& buffer) {
+        iovec part{buffer.data(), buffer.size()};
+        alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(ucred))> control{};
+        msghdr header{};
+        header.msg_iov = &part;
+        header.msg_iovlen = 1;
+        header.msg_control = control.data();
+        header.msg_controllen = control.size();
+        const ssize_t size = recvmsg(socket_.get(), &header, MSG_DONTWAIT | MSG_TRUNC);
+        if (size < 0 && (errno == EAGAIN || errno == EINTR))
+            return false;
+        const ServiceLock lock(mutex_);
+        if (size < 0) { // no memory, say; the next look tries again
+            failed_ = true;
+            return false;
+        }
+        keep(buffer, static_cast<size_t>(size), credentialsOf(header));
+        return true;
+    }
+
+    static ucred credentialsOf(msghdr& header) {
+        ucred sender{0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+        const cmsghdr* first = CMSG_FIRSTHDR(&header);
+        if (first && first->cmsg_level == SOL_SOCKET && first->cmsg_type == SCM_CREDENTIALS)
+            std::memcpy(&sender, CMSG_DATA(first), sizeof(sender));
+        return sender;
+    }
+
+    void keep(const std::string& buffer, size_t size, const ucred& sender) {
+        Share& share = shares_[sender.pid];
+        const size_t bytes = size + sizeof(Arrival);
+        const bool isTooMuch = share.count >= mostOfOne || share.bytes + bytes > mostBytesOfOne ||
+                               waiting_.size() >= mostWaiting || waitingBytes_ + bytes > mostBytesWaiting;
+        if (isTooMuch || size > buffer.size()) {
+            ++refused_;
+            return;
+        }
+        share.bytes += bytes;
+        ++share.count;
+        waitingBytes_ += bytes;
+        waiting_.push_back({buffer.substr(0, size), sender});
+    }
+
+    /// In a slot that is for the group the kernel has let nobody else write.
+    MailslotSender senderOf(const ucred& sender) {
+        MailslotSender result;
+        result.user = "S-1-22-1-" + std::to_string(sender.uid);
+        result.process = static_cast<uint32_t>(sender.pid);
+        result.mayCommand = access_ == MailslotAccess::group || mayCommand(sender);
+        return result;
+    }
+
+    bool mayCommand(const ucred& sender) {
+        if (sender.uid == 0 || sender.uid == geteuid())
+            return true;
+        uid_t owner = 0;
+        gid_t group = 0;
+        if (!familyGroup(owner, group))
+            return false;
+        const auto [place, isNew] = members_.try_emplace({sender.uid, sender.gid}, false);
+        if (isNew)
+            place->second = isMember(sender.uid, sender.gid, group);
+        return place->second;
     }
 
     FileDescriptor ownership_; // of the name, while the process lives
     FileDescriptor socket_;
     FileDescriptor stop_;
     std::string name_;
-    std::mutex mutex_; // guards the next three
-    std::vector<std::string> waiting_;
+    MailslotAccess access_;
+    ino_t inode_; // of the name
+    dev_t device_;
+    std::map<std::pair<uid_t, gid_t>, bool> members_; // of the group; asked for once, as for a login
+    std::mutex mutex_;                                // guards the next five
+    std::vector<Arrival> waiting_;
+    std::map<pid_t, Share> shares_;
     size_t waitingBytes_ = 0;
+    uint64_t refused_ = 0;
     bool failed_ = false;
     std::thread drain_;
 };
 
 class Writer : public MailslotWriter {
 public:
-    explicit Writer(FileDescriptor socket) : socket_(std::move(socket)) {}
+    Writer(FileDescriptor socket, bool neverWaits)
+        : socket_(std::move(socket)), flags_(MSG_NOSIGNAL | (neverWaits ? MSG_DONTWAIT : 0)) {}
 
     bool write(std::string_view message, uint32_t& error) override {
         checkpoint();
         error = NativeError::invalidParameter;
         if (message.size() > longestMessage) // the reader would get a part of it
             return false;
-        while (send(socket_.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0) {
+        while (send(socket_.get(), message.data(), message.size(), flags_) < 0) {
             if (errno != EINTR) {
                 error = errno == EAGAIN ? NativeError::timeout : nativeError(errno);
                 return false;
@@ -152,51 +283,87 @@ public:
 
 private:
     FileDescriptor socket_;
+    int flags_;
 };
 
 FileDescriptor makeSocket() {
     return FileDescriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
 }
 
-/// Binds at the path, in place of what a dead reader left there.
-bool bindTo(const FileDescriptor& socket, const std::string& path) {
+/// Binds at the name, in place of what a dead reader left there, and tells what stands there now.
+bool bindIn(const SafeDirectory& directory, const std::string& name, const FileDescriptor& socket, mode_t mode,
+            struct stat& state) {
     sockaddr_un address{};
-    if (!makeAddress(path, address))
+    if (!makeAddress(directory.get(), name, address))
         return false;
-    unlink(path.c_str());
-    return bind(socket.get(), generic(address), sizeof(address)) == 0 && chmod(path.c_str(), socketMode) == 0;
+    directory.remove(name);
+    const int on = 1;
+    return setsockopt(socket.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof(on)) == 0 &&
+           bind(socket.get(), generic(address), sizeof(address)) == 0 && directory.setMode(name, mode) &&
+           fstatat(directory.get(), name.c_str(), &state, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+/// Lets everybody through to what lies in the directory of slots.
+void openToEveryone() {
+    for (const std::string& path : {runtimeDirectory(), slotDirectory()}) {
+        struct stat state {};
+        if (const SafeDirectory directory(path); directory && fstat(directory.get(), &state) == 0)
+            (void)!fchmod(directory.get(), state.st_mode | mayPass); // one that isn't ours stays as it is
+    }
 }
 } // namespace
 
-std::unique_ptr<MailslotReader> LinuxMailslots::create(std::string_view name, uint32_t& error) {
+std::unique_ptr<MailslotReader> LinuxMailslots::create(std::string_view name, MailslotAccess access, uint32_t& error) {
     checkpoint();
-    FileDescriptor ownership = takeNamedLock(lockName(name), error);
+    const StopDeferral deferral;
+    FileDescriptor ownership = takeNamedLock(lockName(name), NamedLockAccess::own, error);
     if (!ownership)
         return nullptr;
-    makeDirectoryTree(slotDirectory());
+    const SafeDirectory directory(slotDirectory(), SafeDirectory::sharedMode);
     FileDescriptor stop(eventfd(0, EFD_CLOEXEC));
     FileDescriptor socket = makeSocket();
-    if (!stop || !socket || !bindTo(socket, slotPath(name))) {
+    const mode_t mode = access == MailslotAccess::everyone ? everyoneMode : groupMode;
+    struct stat state {};
+    if (!directory || !stop || !socket || !bindIn(directory, asFileName(std::string(name)), socket, mode, state)) {
         error = nativeError(errno);
         return nullptr;
     }
+    if (access == MailslotAccess::everyone)
+        openToEveryone();
     setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &bufferSize, sizeof(bufferSize));
-    return std::make_unique<Reader>(std::move(ownership), std::move(socket), std::move(stop), std::string(name));
+    return std::make_unique<Reader>(std::move(ownership), std::move(socket), std::move(stop), std::string(name), access,
+                                    state);
 }
 
-std::unique_ptr<MailslotWriter> LinuxMailslots::open(std::string_view name, uint32_t& error) {
+std::unique_ptr<MailslotWriter> LinuxMailslots::open(std::string_view name, uint32_t patience, uint32_t& error) {
     checkpoint();
+    const StopDeferral deferral;
+    const FileDescriptor directory(::open(slotDirectory().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     sockaddr_un address{};
     FileDescriptor socket = makeSocket();
-    if (!socket || !makeAddress(slotPath(name), address) ||
+    if (!directory || !socket || !makeAddress(directory.get(), asFileName(std::string(name)), address) ||
         connect(socket.get(), generic(address), sizeof(address)) != 0) {
         error = nativeError(errno);
         return nullptr;
     }
+    const timeval limit{patience / 1000, static_cast<suseconds_t>(patience % 1000) * 1000};
     setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &bufferSize, sizeof(bufferSize));
-    setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &writeLimit, sizeof(writeLimit));
+    setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
     error = NativeError::success;
-    return std::make_unique<Writer>(std::move(socket));
+    return std::make_unique<Writer>(std::move(socket), patience == 0);
+}
+
+bool LinuxMailslots::mayCommand(std::string& group) {
+    checkpoint();
+    uid_t owner = 0;
+    gid_t wanted = 0;
+    if (!familyGroup(owner, wanted))
+        return true; // nobody listens there
+    group = nameOfGroup(wanted);
+    std::vector<gid_t> groups(static_cast<size_t>(std::max(0, getgroups(0, nullptr))));
+    groups.resize(static_cast<size_t>(std::max(0, getgroups(static_cast<int>(groups.size()), groups.data()))));
+    groups.push_back(getegid());
+    return geteuid() == 0 || geteuid() == owner || std::find(groups.begin(), groups.end(), wanted) != groups.end();
 }
 
 std::string LinuxMailslots::errorText(uint32_t error) {

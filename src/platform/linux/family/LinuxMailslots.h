@@ -8,8 +8,9 @@ namespace Velmor {
 /// as they come, so that writers aren't held up however rarely the owner reads.
 class LinuxMailslots : public Mailslots {
 public:
-    std::unique_ptr<MailslotReader> create(std::string_view name, uint32_t& error) override;
-    std::unique_ptr<MailslotWriter> open(std::string_view name, uint32_t& error) override;
+    std::unique_ptr<MailslotReader> create(std::string_view name, MailslotAccess access, uint32_t& error) override;
+    std::unique_ptr<MailslotWriter> open(std::string_view name, uint32_t patience, uint32_t& error) override;
+    bool mayCommand(std::string& group) override;
     std::string errorText(uint32_t error) override;
 };
 

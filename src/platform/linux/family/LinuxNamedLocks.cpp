@@ -3,6 +3,7 @@
 #include "platform/Errors.h"
 #include "platform/linux/base/Errno.h"
 #include "platform/linux/family/Directories.h"
+#include "platform/linux/family/SafeDirectory.h"
 #include "platform/linux/threads/Checkpoint.h"
 
 #include <cerrno>
@@ -14,7 +15,8 @@
 namespace Velmor {
 
 namespace {
-constexpr mode_t lockFileMode = 0600;
+constexpr mode_t ownMode = 0600;
+constexpr mode_t familyMode = 0660;
 
 class LockedFile : public NamedLock {
 public:
@@ -25,67 +27,47 @@ private:
     FileDescriptor file_;
 };
 
-std::string lockDirectory() {
-    return runtimeDirectory() + "/lock";
+SafeDirectory lockDirectory() {
+    return SafeDirectory(runtimeDirectory() + "/lock", SafeDirectory::sharedMode);
 }
 
-bool isAt(const FileDescriptor& file, const std::string& path) {
+bool isAt(const FileDescriptor& file, const SafeDirectory& directory, const std::string& name) {
     struct stat own {};
     struct stat there {};
-    return fstat(file.get(), &own) == 0 && stat(path.c_str(), &there) == 0 && own.st_ino == there.st_ino &&
-           own.st_dev == there.st_dev;
-}
-
-FileDescriptor openLockFile(const std::string& directory, const std::string& name) {
-    const std::string path = directory + "/" + name;
-    const auto open = [&](int flags) {
-        return FileDescriptor(::open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC | flags, lockFileMode));
-    };
-    while (true) {
-        FileDescriptor file = open(O_CREAT | O_EXCL);
-        if (!file && errno == ENOENT && makeDirectoryTree(directory))
-            file = open(O_CREAT | O_EXCL);
-        if (file) {
-            adoptOwnerOfDirectory(path);
-            return file;
-        }
-        if (errno != EEXIST)
-            return file;
-        file = open(0);
-        if (file || errno != ENOENT) // its holder has just taken it away: begin again
-            return file;
-    }
+    return fstat(file.get(), &own) == 0 && fstatat(directory.get(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+           own.st_ino == there.st_ino && own.st_dev == there.st_dev;
 }
 } // namespace
 
-FileDescriptor takeNamedLock(std::string_view name, uint32_t& error) {
+FileDescriptor takeNamedLock(std::string_view name, NamedLockAccess access, uint32_t& error) {
     const std::string fileName = asFileName(std::string(name));
-    while (true) {
-        FileDescriptor file = openLockFile(lockDirectory(), fileName);
-        if (!file) {
-            error = nativeError(errno);
-            return FileDescriptor();
-        }
-        if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-            error = errno == EWOULDBLOCK ? NativeError::alreadyExists : nativeError(errno);
-            return FileDescriptor();
-        }
+    const SafeDirectory directory = lockDirectory();
+    const bool isOwn = access == NamedLockAccess::own;
+    while (directory) {
+        FileDescriptor file = directory.openFile(fileName, O_RDWR | O_CREAT, isOwn ? ownMode : familyMode);
+        if (!file && errno == EACCES && isOwn && faccessat(directory.get(), fileName.c_str(), F_OK, 0) == 0)
+            errno = EWOULDBLOCK; // another user's: nobody can tell whether it is held, so it is
+        if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0)
+            break;
         // The holder before may have taken the file away between the two calls.
-        if (isAt(file, lockDirectory() + "/" + fileName)) {
+        if (isAt(file, directory, fileName)) {
             error = NativeError::success;
             return file;
         }
     }
+    error = errno == EWOULDBLOCK ? NativeError::alreadyExists : nativeError(errno);
+    return FileDescriptor();
 }
 
 void forgetNamedLock(std::string_view name) {
-    unlink((lockDirectory() + "/" + asFileName(std::string(name))).c_str());
+    if (const SafeDirectory directory = lockDirectory())
+        directory.remove(asFileName(std::string(name)));
 }
 
-NamedLockHandle LinuxNamedLocks::create(std::string_view name, uint32_t& error) {
+NamedLockHandle LinuxNamedLocks::create(std::string_view name, NamedLockAccess access, uint32_t& error) {
     checkpoint();
     const StopDeferral deferral;
-    FileDescriptor file = takeNamedLock(name, error);
+    FileDescriptor file = takeNamedLock(name, access, error);
     return file ? std::make_unique<LockedFile>(std::move(file)) : nullptr;
 }
 

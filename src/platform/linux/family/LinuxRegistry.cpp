@@ -4,6 +4,7 @@
 #include "platform/linux/base/Errno.h"
 #include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/family/Directories.h"
+#include "platform/linux/family/SafeDirectory.h"
 #include "platform/linux/threads/Checkpoint.h"
 
 #include <array>
@@ -12,6 +13,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <poll.h>
 #include <sstream>
 #include <sys/file.h>
 #include <toml++/toml.h>
@@ -19,7 +21,10 @@
 namespace Velmor {
 
 namespace {
-constexpr mode_t fileMode = 0644;
+constexpr mode_t fileMode = 0640;
+constexpr mode_t lockMode = 0600;
+constexpr int lockLimit = 2000; // milliseconds
+constexpr const char* ownFile = "resources.toml";
 
 bool sameState(const struct stat& a, const struct stat& b) {
     return a.st_ino == b.st_ino && a.st_dev == b.st_dev && a.st_size == b.st_size &&
@@ -89,17 +94,30 @@ bool isToml(const std::string& text) {
     }
 }
 
-bool writeWhole(const std::string& path, const std::string& text) {
-    const FileDescriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, fileMode));
-    if (!file)
-        return false;
-    for (size_t done = 0; done < text.size();) {
-        const ssize_t written = write(file.get(), text.data() + done, text.size() - done);
-        if (written < 0 && errno != EINTR)
+/// Waits for its turn, but not for ever: whoever stands still with the lock must not stop all others.
+bool lockWithin(int file, int milliseconds) {
+    constexpr int pause = 10;
+    for (int waited = 0; flock(file, LOCK_EX | LOCK_NB) != 0; waited += pause) {
+        if (errno != EWOULDBLOCK || waited >= milliseconds)
             return false;
-        done += written > 0 ? static_cast<size_t>(written) : 0;
+        poll(nullptr, 0, pause);
     }
-    return fsync(file.get()) == 0;
+    return true;
+}
+
+/// The form of a value in the file.
+std::string textOf(uint32_t type, std::string_view data) {
+    if (type == RegistryType::number) {
+        int32_t number = 0;
+        std::memcpy(&number, data.data(), sizeof(number));
+        return std::to_string(number);
+    }
+    if (type == RegistryType::text)
+        return quoted(data);
+    std::string parts;
+    for (size_t end = 0; (end = data.find('\0')) != std::string_view::npos; data.remove_prefix(end + 1))
+        parts += (parts.empty() ? "" : ", ") + quoted(data.substr(0, end));
+    return "[" + parts + "]";
 }
 } // namespace
 
@@ -148,9 +166,12 @@ void LinuxRegistry::parse(Source& source) {
 
 bool LinuxRegistry::isReadable(std::string& cause) {
     checkpoint();
+    for (const std::string& directory : {stateDirectory(), runtimeDirectory()})
+        if (cause = directoryProblem(directory); !cause.empty())
+            return false;
     const ServiceLock lock(mutex_);
     refresh(administrators_, resourcesFile());
-    refresh(written_, stateDirectory() + "/resources.toml");
+    refresh(written_, stateDirectory() + "/" + ownFile);
     cause = administrators_.problem;
     if (cause.empty() && !written_.isMissing)
         cause = written_.problem;
@@ -158,7 +179,7 @@ bool LinuxRegistry::isReadable(std::string& cause) {
 }
 
 const LinuxRegistry::Value* LinuxRegistry::find(std::string_view name) {
-    refresh(written_, stateDirectory() + "/resources.toml");
+    refresh(written_, stateDirectory() + "/" + ownFile);
     refresh(administrators_, resourcesFile());
     for (const Source* source : {&written_, &administrators_})
         if (const auto value = source->values.find(name); value != source->values.end())
@@ -180,40 +201,33 @@ bool LinuxRegistry::read(std::string_view name, uint32_t& type, std::string& dat
 
 bool LinuxRegistry::writeText(std::string_view name, std::string_view text, uint32_t& error) {
     checkpoint();
-    const ServiceLock lock(mutex_);
-    const std::string directory = stateDirectory();
-    makeDirectoryTree(directory);
-    const std::string path = directory + "/resources.toml";
-    const FileDescriptor guard(open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, fileMode));
-    if (!guard || flock(guard.get(), LOCK_EX) != 0) {
-        error = nativeError(errno);
+    const StopDeferral deferral;
+    const SafeDirectory directory(stateDirectory());
+    const FileDescriptor guard =
+        directory ? directory.openFile(std::string(ownFile) + ".lock", O_RDWR | O_CREAT, lockMode) : FileDescriptor();
+    if (!guard || !lockWithin(guard.get(), lockLimit)) {
+        error = errno == EWOULDBLOCK ? NativeError::timeout : nativeError(errno);
         return false;
     }
-    refresh(written_, path);
+    const ServiceLock lock(mutex_);
+    refresh(written_, stateDirectory() + "/" + ownFile);
     if (!written_.problem.empty() && !written_.isMissing) { // a damaged file may still be mended by hand
         error = NativeError::generalFailure;
         return false;
     }
-    std::map<std::string, std::string_view> texts;
+    std::map<std::string, std::string> lines{{std::string(name), quoted(text)}};
     for (const auto& [key, value] : written_.values)
-        if (value.type == RegistryType::text)
-            texts.emplace(key, value.data);
-    texts.insert_or_assign(std::string(name), text);
-    std::string lines;
-    for (const auto& [key, value] : texts)
-        lines += quoted(key) + " = " + quoted(value) + '\n';
-    if (!isToml(lines)) { // bytes that are no UTF-8 would damage all of the file
+        lines.try_emplace(key, textOf(value.type, value.data));
+    std::string all;
+    for (const auto& [key, value] : lines)
+        all += quoted(key) + " = " + value + '\n';
+    if (!isToml(all)) { // bytes that are no UTF-8 would damage all of the file
         error = NativeError::invalidParameter;
         return false;
     }
-    const std::string temporary = path + ".new";
-    if (!writeWhole(temporary, lines) || rename(temporary.c_str(), path.c_str()) != 0) {
-        error = nativeError(errno);
-        unlink(temporary.c_str());
-        return false;
-    }
-    error = NativeError::success;
-    return true;
+    const bool written = directory.writeFile(ownFile, all, fileMode);
+    error = written ? NativeError::success : nativeError(errno);
+    return written;
 }
 
 } // namespace Velmor

@@ -26,6 +26,11 @@ enum : int32_t {
     waitingLost = 19,
     recordsWait = 30,
     leftoverForeign = 31,
+    commandTaken = 32,
+    commandRefused = 33,
+    messagesRefused = 34,
+    slotRenewed = 35,
+    messagesFellOut = 36,
 };
 
 } // namespace Velmor::AgentMessage

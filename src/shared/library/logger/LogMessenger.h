@@ -21,6 +21,8 @@ public:
     /// Writes an encoded message. False if it doesn't decode or couldn't be written; a `FileException` of the file
     /// passes through. Any thread may call.
     virtual bool post(const std::string& text);
+    /// Sends on what had to wait. Returns how many messages had to make room for newer ones since the last call.
+    virtual uint64_t sendWaiting() { return 0; }
 
     bool setFile(const std::string& path) { return agent_.setFile(path); }
 

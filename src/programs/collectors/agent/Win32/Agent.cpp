@@ -249,9 +249,16 @@ bool Agent::configureAgain() {
     return false;
 }
 
-bool Agent::startIPCServer(const std::string& name, IPCCallback callback) {
+void Agent::forwardWaiting() {
+    if (loggerContext_.messenger.isNull())
+        return;
+    if (const uint64_t lost = loggerContext_.messenger->sendWaiting(); lost > 0)
+        agentLogger().warning(AgentMessage::messagesFellOut, std::to_string(lost));
+}
+
+bool Agent::startIPCServer(std::string_view name, IPCListener& told) {
     try {
-        ipcServer_ = SmartPointer<IPCServer>(new IPCServer(name, loggerContext_.centre, callback));
+        ipcServer_ = SmartPointer<IPCServer>(new IPCServer(name, loggerContext_.centre, told));
         return !ipcServer_.isNull();
     } catch (IPCException& failure) {
         failure.addPosition(__FILE__, __LINE__);

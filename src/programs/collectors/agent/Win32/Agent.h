@@ -69,7 +69,9 @@ public:
     bool monitorThreads();
 
     /// Listens for commands. False if that can't be.
-    bool startIPCServer(const std::string& name, IPCCallback callback);
+    /// Sends the core service what it could not take before.
+    void forwardWaiting();
+    bool startIPCServer(std::string_view name, IPCListener& told);
 
     /// Ends the listening; nothing if there is none.
     void stopIPCServer();

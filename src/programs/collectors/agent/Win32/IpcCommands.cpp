@@ -1,5 +1,6 @@
 #include "programs/collectors/agent/Win32/IpcCommands.h"
 
+#include "platform/Accounts.h"
 #include "platform/Machine.h"
 #include "platform/Platform.h"
 #include "programs/collectors/agent/AgentLogger.h"
@@ -10,68 +11,141 @@
 #include "shared/library/common/ipc/IPCClient.h"
 #include "shared/library/common/text/TextUtils.h"
 
+#include <algorithm>
+#include <set>
+#include <utility>
+
 namespace Velmor {
 
 namespace {
-void reply(const std::string& reference, const std::string& text, const std::string& replyTo) {
-    IPCClient client(replyTo);
-    client.send("REPLY", reference, text, collectorMailslot);
+// A reader that stands still gets no reply: those who wait behind it want theirs.
+constexpr SendPatience replyPatience{300, 0};
+
+std::string nameOf(const MailslotSender& sender) {
+    std::string user = "?";
+    std::string domain;
+    uint32_t error = 0;
+    if (!sender.user.empty())
+        platform().accounts->lookup(sender.user, user, domain, error);
+    return user;
 }
 
-void sendProcessInfo(const std::string& reference, const std::string& replyTo) {
+void noteOrder(const std::string& command, size_t count, const MailslotSender& sender) {
+    agentLogger().notice(AgentMessage::commandTaken, command, nameOf(sender), std::to_string(sender.process),
+                         std::to_string(count));
+}
+} // namespace
+
+void IpcCommands::ipcCallback(const std::vector<IPCMessage>& messages) {
+    std::vector<std::pair<std::string, Requests>> commands; // in the order of their first requests
+    for (const IPCMessage& message : messages) {
+        if (!isCommand(message))
+            continue;
+        auto known =
+            std::find_if(commands.begin(), commands.end(), [&](const auto& c) { return c.first == message.text; });
+        if (known == commands.end())
+            known = commands.insert(commands.end(), {message.text, {}});
+        known->second.push_back(&message);
+    }
+    // What only asks isn't held up by what takes time.
+    std::stable_partition(commands.begin(), commands.end(),
+                          [](const auto& c) { return c.first == CommandWord::sendProcessInfo; });
+    for (const auto& [command, requests] : commands)
+        carryOut(command, requests);
+}
+
+bool IpcCommands::isCommand(const IPCMessage& message) {
+    if (agentLogger().passes(2))
+        agentLogger().debug(2, "IPC: Received message \"%s\".", printable(message.type));
+    if (message.type != MessageType::command) {
+        agentLogger().debug(1, "IPC: Received an unknown type.");
+        return false;
+    }
+    if (agentLogger().passes(3))
+        agentLogger().debug(3, "IPC: Received command \"%s\".", printable(message.text));
+    const auto isWord = [&](std::string_view word) { return message.text == word; };
+    if (!std::any_of(CommandWord::all.begin(), CommandWord::all.end(), isWord)) {
+        agentLogger().debug(1, "IPC: Received an unknown command.");
+        return false;
+    }
+    if (message.sender.mayCommand)
+        return true;
+    uint32_t count = 0;
+    if (refusals_.passes(count))
+        agentLogger().warning(AgentMessage::commandRefused, message.text, nameOf(message.sender),
+                              std::to_string(message.sender.process), std::to_string(count));
+    return false;
+}
+
+void IpcCommands::carryOut(const std::string& command, const Requests& requests) {
+    const MailslotSender& first = requests.front()->sender;
+    if (command == CommandWord::sendProcessInfo) {
+        sendProcessInfo(requests);
+        return;
+    }
+    noteOrder(command, requests.size(), first);
+    if (command == CommandWord::die) {
+        agentLogger().debug(3, "Quitting.");
+        programState().quitFlag = 1;
+    } else if (command == CommandWord::dump) {
+        dump(requests);
+    } else {
+        agentLogger().debug(1, "Reconfiguring...");
+        programState().reconfigureFlag = 1;
+    }
+}
+
+void IpcCommands::sendProcessInfo(const Requests& requests) {
     agentLogger().debug(3, "IPC: Sending main thread ID as requested...");
-    reply(reference,
-          std::to_string(platform().machine->processId()) + "," + std::to_string(programState().mainThreadId.load()),
-          replyTo);
+    reply(requests,
+          std::to_string(platform().machine->processId()) + "," + std::to_string(programState().mainThreadId.load()));
     agentLogger().debug(3, "IPC: Main thread ID sent.");
 }
 
-void dump(const std::string& reference, const std::string& replyTo) {
+void IpcCommands::dump(const Requests& requests) {
     agentLogger().debug(3, "IPC: Dumping data as requested...");
     {
         const MonopolyHold hold(programState().deliveryMonopoly);
         deliverAll(false);
     }
     agentLogger().debug(3, "IPC: Reporting success to Velmor Core.");
-    reply(reference, "", replyTo);
+    reply(requests, "");
 }
 
-void carryOut(const std::string& command, const std::string& reference, const std::string& replyTo) {
-    if (command == "DIE") {
-        agentLogger().debug(3, "Quitting.");
-        programState().quitFlag = 1;
-    } else if (command == "SEND_PROCESS_INFO") {
-        sendProcessInfo(reference, replyTo);
-    } else if (command == "RUNTALLYDUMP") {
-        dump(reference, replyTo);
-    } else if (command == "RECONFIG") {
-        agentLogger().debug(1, "Reconfiguring...");
-        programState().reconfigureFlag = 1;
-    } else {
-        agentLogger().debug(1, "IPC: Received an unknown command.");
+/// Replies to each request. A name that has failed once is not tried again: none of its replies would arrive.
+void IpcCommands::reply(const Requests& requests, const std::string& text) {
+    std::set<std::string> failed;
+    for (const IPCMessage* request : requests) {
+        if (failed.contains(request->replyTo))
+            continue;
+        try {
+            IPCClient(request->replyTo, replyPatience)
+                .send(MessageType::reply, request->reference, text, FamilyName::collector);
+        } catch (IPCException& failure) {
+            failure.addPosition(__FILE__, __LINE__);
+            failed.insert(request->replyTo);
+            reportReply(failure);
+        }
     }
 }
-} // namespace
 
-void ipcCallback(const std::string& type, const std::string& reference, const std::string& text,
-                 const std::string& replyTo) {
-    if (agentLogger().passes(2))
-        agentLogger().debug(2, "IPC: Received message \"%s\".", printable(type));
-    if (type != "COMMAND") {
-        agentLogger().debug(1, "IPC: Received an unknown type.");
+void IpcCommands::reportReply(const IPCException& failure) {
+    uint32_t count = 0;
+    if (!failedReplies_.passes(count))
         return;
-    }
-    if (agentLogger().passes(3))
-        agentLogger().debug(3, "IPC: Received command \"%s\".", printable(text));
-    try {
-        carryOut(text, reference, replyTo);
-    } catch (IPCException& failure) {
-        failure.addPosition(__FILE__, __LINE__);
-        agentLogger().debug(1, failure.getFullDescription());
-        agentLogger().error(AgentMessage::fileNotOpened, failure.getCodeText());
-    } catch (...) {
-        agentLogger().error(AgentMessage::fileNotOpened, "UNKNOWN");
-    }
+    agentLogger().debug(1, failure.getFullDescription());
+    agentLogger().error(AgentMessage::fileNotOpened, failure.getCodeText());
+}
+
+void IpcCommands::messagesRefused(uint64_t count) {
+    flooded_ += count;
+    uint32_t occasions = 0;
+    if (floods_.passes(occasions))
+        agentLogger().warning(AgentMessage::messagesRefused, std::to_string(std::exchange(flooded_, 0)));
+}
+
+void IpcCommands::slotRenewed() {
+    agentLogger().warning(AgentMessage::slotRenewed, FamilyName::collector);
 }
 
 } // namespace Velmor

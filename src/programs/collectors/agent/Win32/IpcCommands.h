@@ -1,15 +1,39 @@
 #pragma once
 
+#include "shared/library/common/ipc/IPCServer.h"
+#include "shared/library/common/time/ReportLimit.h"
+
+#include <cstdint>
 #include <string>
-#include <string_view>
+#include <vector>
 
 namespace Velmor {
 
-constexpr std::string_view collectorMailslot = "Velmor_Runtally";
+class IPCException;
 
-/// Carries out a command of another program of the family, on the listener's thread; a request that asks for one gets
-/// a reply.
-void ipcCallback(const std::string& type, const std::string& reference, const std::string& text,
-                 const std::string& replyTo);
+/// Carries out the commands of the family's other programs, on the listener's thread; a request that asks for one gets
+/// a reply. Commands that are the same and wait together are carried out once, for all who asked. Those of users who
+/// may not command are refused; nobody is told but the log.
+class IpcCommands : public IPCListener {
+public:
+    void ipcCallback(const std::vector<IPCMessage>& messages) override;
+    void messagesRefused(uint64_t count) override;
+    void slotRenewed() override;
+
+private:
+    using Requests = std::vector<const IPCMessage*>; // of one command, the first one first
+
+    bool isCommand(const IPCMessage& message);
+    void carryOut(const std::string& command, const Requests& requests);
+    void sendProcessInfo(const Requests& requests);
+    void dump(const Requests& requests);
+    void reply(const Requests& requests, const std::string& text);
+    void reportReply(const IPCException& failure);
+
+    ReportLimit refusals_;
+    ReportLimit failedReplies_;
+    ReportLimit floods_;
+    uint64_t flooded_ = 0; // messages that could not be kept, since the last report
+};
 
 } // namespace Velmor

@@ -31,6 +31,7 @@ void supervise(Agent& agent) {
             }
         }
         agent.supervisionRound();
+        agent.forwardWaiting();
         Timer::sleep(roundPause);
     }
 }

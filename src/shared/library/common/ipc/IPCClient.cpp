@@ -7,14 +7,11 @@ namespace Velmor {
 
 bool IPCClient::send(std::string_view type, std::string_view reference, std::string_view text,
                      std::string_view replyTo) {
-    std::string line;
-    for (const std::string_view field : {IPCMessage::address, type, reference, text})
-        line.append(field).push_back(IPCMessage::separator);
-    if (!replyTo.empty())
-        line.append(replyTo).push_back(IPCMessage::separator);
+    const std::string line =
+        IPCMessage{std::string(type), std::string(reference), std::string(text), std::string(replyTo), {}}.toLine();
     try {
         if (!channel_)
-            channel_ = std::make_unique<MailSlot>(MailSlotMode::sender, target_, turnLimit_);
+            channel_ = std::make_unique<MailSlot>(MailSlotMode::sender, target_, patience_);
         return channel_->send(line);
     } catch (IPCException& failure) {
         failure.addPosition(__FILE__, __LINE__);

@@ -11,9 +11,8 @@ namespace Velmor {
 /// Sends messages of the family's format to one mailslot. One thread at a time uses an object.
 class IPCClient {
 public:
-    /// `turnLimit`: milliseconds for which a message waits for its turn among all senders of the machine.
-    explicit IPCClient(std::string_view target, uint32_t turnLimit = MailSlot::patientTurn)
-        : target_(target), turnLimit_(turnLimit) {}
+    explicit IPCClient(std::string_view target, const SendPatience& patience = {})
+        : target_(target), patience_(patience) {}
     IPCClient(const IPCClient&) = delete;
     IPCClient& operator=(const IPCClient&) = delete;
     virtual ~IPCClient() = default;
@@ -25,7 +24,7 @@ public:
 private:
     std::unique_ptr<IPC> channel_; // made at the first message
     std::string target_;
-    uint32_t turnLimit_;
+    SendPatience patience_;
 };
 
 } // namespace Velmor

@@ -17,51 +17,67 @@
 namespace Velmor {
 
 namespace {
-constexpr int32_t statusInterval = 60; // seconds
+constexpr int32_t statusInterval = 60; // seconds; also between two looks for a slot that was taken away
 constexpr uint32_t turnPause = 1000;   // milliseconds
 constexpr int stopAttempts = 10;
 constexpr auto failedExitCode = static_cast<uint32_t>(-1);
 
 /// The state of the process's one listener.
 struct Listener {
-    std::atomic<IPCCallback> callback{nullptr};
+    std::atomic<IPCListener*> told{nullptr};
     std::atomic<bool> stop{false}; // set to end the listener, which clears it on its way out
 };
 Listener listener;
 
-void handleMessage(const Logger& logger, std::string line) {
+/// Adds a message to those that are handed over, if it is for the family.
+void take(const Logger& logger, MailslotMessage& received, std::vector<IPCMessage>& messages) {
     if (logger.passes(5))
-        logger.debug(5, "IPC: Received message line \"%s\".", printable(line));
-    if (firstField(line, IPCMessage::separator) != IPCMessage::address) {
+        logger.debug(5, "IPC: Received message line \"%s\".", printable(received.text));
+    IPCMessage message;
+    if (!message.fromLine(received.text)) {
         logger.debug(4, "IPC: The message was not adressed to Velmor. Ignoring it.");
         return;
     }
-    IPCMessage message;
-    message.type = firstField(line, IPCMessage::separator);
-    message.reference = firstField(line, IPCMessage::separator);
-    message.text = firstField(line, IPCMessage::separator);
-    message.replyTo = firstField(line, IPCMessage::separator);
-    if (const IPCCallback callback = listener.callback)
-        callback(message.type, message.reference, message.text, message.replyTo);
+    message.sender = std::move(received.sender);
+    messages.push_back(std::move(message));
 }
 
 void receiveAndHandle(const Logger& logger, const std::string& name, MailSlot& slot) {
-    std::vector<std::string> messages;
+    std::vector<MailslotMessage> received;
     try {
-        slot.receive(messages);
-        logger.debug(5, "IPC: Server \"%s\": Received %i message(s)", name, messages.size());
+        slot.receive(received);
+        logger.debug(5, "IPC: Server \"%s\": Received %i message(s)", name, received.size());
     } catch (...) {
         logger.debug(1, "IPC: Server \"%s\": Failed to receive messages", name);
-        messages.clear();
+        received.clear();
     }
-    if (messages.empty())
+    IPCListener& told = *listener.told;
+    if (const uint64_t refused = slot.takeRefused(); refused > 0)
+        told.messagesRefused(refused);
+    if (received.empty())
         return;
-    logger.debug(4, "IPC: Server \"%s\": Received %i message(s)...", name, messages.size());
-    for (std::string& message : messages)
-        handleMessage(logger, std::move(message));
+    logger.debug(4, "IPC: Server \"%s\": Received %i message(s)...", name, received.size());
+    std::vector<IPCMessage> messages;
+    for (MailslotMessage& message : received)
+        take(logger, message, messages);
+    if (!messages.empty())
+        told.ipcCallback(messages);
 }
 
-void runTurns(const Logger& logger, const std::string& name, MailSlot& slot) {
+/// A slot that somebody has taken away would never bring a command again.
+void renewIfGone(const Logger& logger, const std::string& name, std::unique_ptr<MailSlot>& slot) {
+    if (slot && slot->isReachable())
+        return;
+    slot.reset();
+    try {
+        slot = std::make_unique<MailSlot>(MailSlotMode::receiver, name);
+        listener.told.load()->slotRenewed();
+    } catch (const IPCException& failure) { // the next look tries again
+        logger.debug(1, failure.getFullDescription());
+    }
+}
+
+void runTurns(const Logger& logger, const std::string& name, std::unique_ptr<MailSlot>& slot) {
     const auto nextStatus = [] { return DateTime() + TimeSpan(statusInterval); };
     Timer timer;
     timer.setEnd(nextStatus());
@@ -79,8 +95,10 @@ void runTurns(const Logger& logger, const std::string& name, MailSlot& slot) {
             logger.debug(4, "IPC: Received message to exit IPC listener.");
             listener.stop = true;
         }
-        receiveAndHandle(logger, name, slot);
+        if (slot)
+            receiveAndHandle(logger, name, *slot);
         if (statusDue) {
+            renewIfGone(logger, name, slot);
             logger.debug(5, "IPC: Server \"%s\": Now sleeping for a while.", name);
             timer.setEnd(nextStatus());
         }
@@ -89,12 +107,12 @@ void runTurns(const Logger& logger, const std::string& name, MailSlot& slot) {
 }
 } // namespace
 
-IPCServer::IPCServer(std::string_view name, const SmartPointer<LoggerCentre>& centre, IPCCallback callback)
+IPCServer::IPCServer(std::string_view name, const SmartPointer<LoggerCentre>& centre, IPCListener& told)
     : name_(name), argument_{&logger_, &name_} {
     logger_.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre, LogModule::ipc)));
     thread_ = SmartPointer<ThreadInstance>(new ThreadInstance(listen, &argument_));
-    listener.stop = false;        // a listener that was ended by force has left it set
-    listener.callback = callback; // before the start: the first turn may bring a message at once
+    listener.stop = false; // a listener that was ended by force has left it set
+    listener.told = &told; // before the start: the first turn may bring a message at once
     try {
         thread_->execute();
     } catch (JobException& failure) {
@@ -135,7 +153,7 @@ uint32_t IPCServer::listen(void* given) {
     logger.debug(2, "IPC: Initializing listener for \"" + name + "\".");
     logger.debug(2, "IPC: Creating MailSlot \"" + name + "\".");
     try {
-        MailSlot slot(MailSlotMode::receiver, name);
+        auto slot = std::make_unique<MailSlot>(MailSlotMode::receiver, name);
         logger.debug(2, "IPC: MailSlot created \"" + name + "\".");
         runTurns(logger, name, slot);
     } catch (IPCException& failure) {

@@ -1,25 +1,38 @@
 #pragma once
 
+#include "shared/library/common/ipc/IPCMessage.h"
 #include "shared/library/common/pointers/SmartPointer.h"
 #include "shared/library/common/win32/ThreadInstance.h"
 #include "shared/library/logger/Logger.h"
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Velmor {
 
-/// What is told of each message, on the listener's thread. What it lets out ends the listener.
-using IPCCallback = void (*)(const std::string& type, const std::string& reference, const std::string& text,
-                             const std::string& replyTo);
+/// What an `IPCServer` tells, on the listener's thread. What it lets out ends the listener.
+class IPCListener {
+public:
+    virtual ~IPCListener() = default;
 
-/// Listens on a mailslot with a thread of its own, once a second, and hands each message of the family's format to a
-/// callback, in the order of arrival. A program has one server at the most.
+    /// The messages of the family's format that waited, in the order of arrival.
+    virtual void ipcCallback(const std::vector<IPCMessage>& messages) = 0;
+
+    /// How many messages could not be kept, being too long or too many.
+    virtual void messagesRefused(uint64_t count) = 0;
+
+    /// The mailslot had been taken away, and has been made anew.
+    virtual void slotRenewed() = 0;
+};
+
+/// Listens on a mailslot with a thread of its own, once a second, and hands what has come to a listener. A program has
+/// one server at the most.
 class IPCServer {
 public:
     /// Starts the listener. Throws `JobException` or `IPCException` if it can't be started; a name that can't be had
-    /// ends the listener, which its creator isn't told.
-    IPCServer(std::string_view name, const SmartPointer<LoggerCentre>& centre, IPCCallback callback);
+    /// ends the listener, which its creator isn't told. `told` must outlive the server.
+    IPCServer(std::string_view name, const SmartPointer<LoggerCentre>& centre, IPCListener& told);
     IPCServer(const IPCServer&) = delete;
     IPCServer& operator=(const IPCServer&) = delete;
     virtual ~IPCServer();

@@ -19,7 +19,8 @@ constexpr uint32_t destructionPause = 10; // likewise
 
 Monopoly::Monopoly() : section_(platform().criticalSections->create()) {}
 
-Monopoly::Monopoly(std::string_view name) : Monopoly() {
+Monopoly::Monopoly(std::string_view name, NamedLockAccess access) : Monopoly() {
+    access_ = access;
     setName(name);
 }
 
@@ -56,7 +57,7 @@ bool Monopoly::enforceNamed() {
         return true;
     if (name_.empty() || mutexHandle_)
         return false;
-    mutexHandle_ = platform().namedLocks->create(name_, lastError_);
+    mutexHandle_ = platform().namedLocks->create(name_, access_, lastError_);
     enforced_ = mutexHandle_ != nullptr;
     return enforced_;
 }

@@ -18,7 +18,7 @@ namespace Velmor {
 class Monopoly {
 public:
     Monopoly();
-    explicit Monopoly(std::string_view name);
+    explicit Monopoly(std::string_view name, NamedLockAccess access = NamedLockAccess::own);
     Monopoly(const Monopoly&) = delete;
     Monopoly& operator=(const Monopoly&) = delete;
     /// Gives a named lock up. An unnamed one must not be in use any more.
@@ -59,6 +59,7 @@ private:
     uint32_t lastError_ = 0;
     std::atomic<bool> enforced_{false};
     std::string name_;
+    NamedLockAccess access_ = NamedLockAccess::own;
     std::atomic<bool> resetting_{false};
     std::atomic<bool> renewed_{false}; // by a reset; nobody has entered since
     std::atomic<int32_t> count_{0};    // open `enforce` calls of the owner

@@ -3,6 +3,8 @@
 #include "platform/Errors.h"
 #include "platform/Platform.h"
 #include "shared/library/common/errors/IPCException.h"
+#include "shared/library/common/ipc/IPCMessage.h"
+#include "shared/library/common/system/SystemInfo.h"
 #include "shared/library/common/time/Timer.h"
 
 #include <algorithm>
@@ -27,13 +29,22 @@ std::string systemText(uint32_t error) {
     return text;
 }
 
+MailslotAccess slotAccess() {
+    std::string word;
+    getResourceValue("MailslotAccess", word);
+    return word == "everyone" ? MailslotAccess::everyone : MailslotAccess::group;
+}
+
 /// Holds the turn to write from construction to destruction.
 class SendTurn {
 public:
     SendTurn(Monopoly& lock, uint32_t limit) : lock_(lock) {
         // The holder is inside a single write, so a yielded processor is all the wait there should be. A lock that
-        // stays out of reach is one that can't be had.
+        // stays out of reach is one that can't be had. Who may not take turns writes out of turn: a slot that is open
+        // to him takes messages whole.
         for (uint32_t i = 0; !lock_.enforce(); ++i) {
+            if (lock_.getLastError() == NativeError::accessDenied)
+                return;
             if (lock_.getLastError() != NativeError::alreadyExists || i >= quickTurns + limit / slowPause)
                 fail(IC_CANNOT_SEND, "Error " + std::to_string(lock_.getLastError()), __LINE__);
             Timer::sleep(i < quickTurns ? 0 : slowPause);
@@ -48,19 +59,19 @@ private:
 };
 } // namespace
 
-MailSlot::MailSlot(MailSlotMode mode, std::string_view name, uint32_t turnLimit)
-    : IPC(mode), name_(name), turnLimit_(turnLimit), sendLock_("Velmor_MailSlot") {
+MailSlot::MailSlot(MailSlotMode mode, std::string_view name, const SendPatience& patience)
+    : IPC(mode), name_(name), patience_(patience), sendLock_(FamilyName::turn, NamedLockAccess::family) {
     if (mode_ != MailSlotMode::receiver)
         return;
     uint32_t error = NativeError::success;
-    reader_ = platform().mailslots->create(name_, error);
+    reader_ = platform().mailslots->create(name_, slotAccess(), error);
     if (!reader_)
         fail(IC_CANNOT_CREATE_COMM, std::to_string(error), __LINE__);
 }
 
 void MailSlot::open() {
     uint32_t error = NativeError::success;
-    writer_ = platform().mailslots->open(name_, error);
+    writer_ = platform().mailslots->open(name_, patience_.reader, error);
     if (!writer_)
         fail(IC_CANNOT_SEND, systemText(error), __LINE__);
 }
@@ -75,7 +86,7 @@ bool MailSlot::send(std::string_view text) {
     uint32_t error = NativeError::success;
     bool written = false;
     {
-        const SendTurn turn(sendLock_, turnLimit_);
+        const SendTurn turn(sendLock_, patience_.turn);
         written = writer_->write(message, error);
     }
     if (written)
@@ -84,17 +95,29 @@ bool MailSlot::send(std::string_view text) {
     fail(IC_CANNOT_SEND, "Error " + std::to_string(error) + (error == noNetwork ? " - No network" : ""), __LINE__);
 }
 
-void MailSlot::receive(std::vector<std::string>& list) {
+void MailSlot::receive(std::vector<MailslotMessage>& list) {
     if (mode_ != MailSlotMode::receiver)
         fail(IC_NOT_RECEIVER, "", __LINE__);
-    std::vector<std::string> waiting;
-    const bool complete = reader_->read(waiting);
-    for (std::string& message : waiting) {
-        message.resize(std::min(message.size(), message.find('\0')));
-        list.push_back(std::move(message));
-    }
+    const bool complete = reader_->read(list);
+    for (MailslotMessage& message : list)
+        message.text.resize(std::min(message.text.size(), message.text.find('\0')));
     if (!complete)
         fail(IC_CANNOT_RECEIVE, "", __LINE__);
+}
+
+void MailSlot::receive(std::vector<std::string>& list) {
+    std::vector<MailslotMessage> waiting;
+    const auto append = [&] {
+        for (MailslotMessage& message : waiting)
+            list.push_back(std::move(message.text));
+    };
+    try {
+        receive(waiting);
+    } catch (...) {
+        append();
+        throw;
+    }
+    append();
 }
 
 } // namespace Velmor

@@ -9,19 +9,29 @@
 
 namespace Velmor {
 
+/// How long a sender waits, in milliseconds.
+struct SendPatience {
+    uint32_t turn = 5000;                       // for its turn among all senders of the machine
+    uint32_t reader = Mailslots::usualPatience; // for a reader that stands still; 0: not at all
+};
+
 /// A mailslot of this machine: the receiving end owns the name, a sending end writes into a mailslot that another
 /// program owns. The senders of all programs of the family take turns through one lock of the machine. One thread at a
 /// time uses an object.
 class MailSlot : public IPC {
 public:
-    /// Milliseconds for which a sender waits for its turn, if nothing else is said.
-    static constexpr uint32_t patientTurn = 5000;
-
-    /// A receiver takes its name here; a sender opens it at its first `send`. `turnLimit` is in milliseconds.
-    MailSlot(MailSlotMode mode, std::string_view name, uint32_t turnLimit = patientTurn);
+    /// A receiver takes its name here, open to everybody only if the family's value `MailslotAccess` is "everyone"; a
+    /// sender opens it at its first `send`.
+    MailSlot(MailSlotMode mode, std::string_view name, const SendPatience& patience = {});
 
     bool send(std::string_view text) override;
     void receive(std::vector<std::string>& list) override;
+    /// The same with the senders.
+    void receive(std::vector<MailslotMessage>& list);
+
+    /// Of a receiver: how many messages it couldn't keep since the last call, and whether its name still leads to it.
+    uint64_t takeRefused() { return reader_->takeRefused(); }
+    bool isReachable() { return reader_->isReachable(); }
 
 private:
     void open();
@@ -29,7 +39,7 @@ private:
     std::unique_ptr<MailslotReader> reader_;
     std::unique_ptr<MailslotWriter> writer_; // null until the first send and after one that failed
     std::string name_;
-    uint32_t turnLimit_; // milliseconds
+    SendPatience patience_;
     Monopoly sendLock_;
 };
 

@@ -1,21 +1,29 @@
 #include "shared/library/logger/context/LogMessengerIPC.h"
 
 #include "platform/Clock.h"
+#include "platform/Mailslots.h"
 #include "platform/Platform.h"
 #include "shared/library/common/errors/IPCException.h"
 #include "shared/library/common/ipc/IPCClient.h"
+#include "shared/library/common/ipc/IPCMessage.h"
 #include "shared/library/common/time/Timer.h"
 #include "shared/library/logger/LogCommons.h"
+
+#include <utility>
 
 namespace Velmor {
 
 namespace {
-constexpr uint32_t longSend = 250;      // milliseconds after which a core service counts as standing still
-constexpr uint32_t turnLimit = 300;     // milliseconds for a turn among the programs of the machine
-constexpr int turnAttempts = 30;        // for one among the threads of this one
-constexpr uint32_t turnPause = 10;      // milliseconds
-constexpr uint32_t lostHolder = 20000;  // milliseconds after which a thread that sends must have been ended by force
-constexpr uint32_t heldUpPause = 60000; // milliseconds in which such a one gets no message
+constexpr SendPatience noPatience{0, 0};
+constexpr size_t mostWaiting = 1000;   // messages
+constexpr int turnAttempts = 30;       // for one among the threads of this one
+constexpr uint32_t turnPause = 10;     // milliseconds
+constexpr uint32_t lostHolder = 20000; // milliseconds after which a thread that sends must have been ended by force
+
+bool isListening() {
+    uint32_t error = 0;
+    return platform().mailslots->open(FamilyName::core, 0, error) != nullptr;
+}
 } // namespace
 
 LogMessengerIPC::LogMessengerIPC() = default;
@@ -52,21 +60,41 @@ bool LogMessengerIPC::forward(const std::string& text) {
     if (!takeTurn())
         return false;
     const MonopolyHold hold(sending_, std::adopt_lock);
-    const uint32_t begin = platform().clock->ticks();
-    if (isHeldUp_ && begin - heldUpSince_ < heldUpPause)
+    if (sendAll() && send(text))
+        return true;
+    if (!isListening())
         return false;
-    isHeldUp_ = false;
+    waiting_.push_back(text);
+    for (; waiting_.size() > mostWaiting; waiting_.pop_front())
+        ++fellOut_;
+    return false;
+}
+
+/// True if nothing waits any more.
+bool LogMessengerIPC::sendAll() {
+    while (!waiting_.empty() && send(waiting_.front()))
+        waiting_.pop_front();
+    return waiting_.empty();
+}
+
+bool LogMessengerIPC::send(const std::string& text) {
     try {
         if (!client_)
-            client_ = std::make_unique<IPCClient>("Velmor_Core", turnLimit);
-        return client_->send("LOGMSG", "", text, "");
+            client_ = std::make_unique<IPCClient>(FamilyName::core, noPatience);
+        return client_->send(MessageType::logMessage, "", text, "");
     } catch (IPCException& failure) {
         failure.addPosition(__FILE__, __LINE__);
     } catch (...) { // NOLINT(bugprone-empty-catch): a message about a message that can't be sent would follow it
     }
-    heldUpSince_ = platform().clock->ticks();
-    isHeldUp_ = heldUpSince_ - begin >= longSend;
     return false;
+}
+
+uint64_t LogMessengerIPC::sendWaiting() {
+    if (!takeTurn())
+        return 0;
+    const MonopolyHold hold(sending_, std::adopt_lock);
+    sendAll();
+    return std::exchange(fellOut_, 0);
 }
 
 } // namespace Velmor

@@ -65,7 +65,7 @@ void Runtally::run() {
                             ";tid=" + std::to_string(platform().threads->currentId());
     setResourceValue("JOB_Runtally", ids);
     handleLeftovers();
-    if (!startIPCServer(std::string(collectorMailslot), ipcCallback))
+    if (!startIPCServer(FamilyName::collector, commands_))
         return;
     enableDebugPrivilege();
     if (!startThreads() || !startStatusMonitor()) {

@@ -2,6 +2,7 @@
 
 #include "process/Process.h"
 #include "programs/collectors/agent/Win32/Agent.h"
+#include "programs/collectors/agent/Win32/IpcCommands.h"
 #include "shared/library/common/time/TimeSpan.h"
 
 #include <cstdint>
@@ -115,6 +116,7 @@ private:
     void awaitStatusMonitor();
     static void runMessageLoop();
 
+    IpcCommands commands_;
     ThreadHandle statusMonitor_;
     uint32_t statusMonitorId_ = 0;
     std::string processStem_; // names of the data files
