@@ -3,17 +3,16 @@
 #include "platform/Errors.h"
 #include "platform/linux/base/Errno.h"
 #include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/base/WakeEvent.h"
 #include "platform/linux/family/Directories.h"
 #include "platform/linux/family/LinuxNamedLocks.h"
 #include "platform/linux/threads/Checkpoint.h"
+#include "platform/linux/threads/ServiceThread.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <mutex>
 #include <poll.h>
-#include <pthread.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -58,15 +57,13 @@ const sockaddr* generic(const sockaddr_un& address) {
 
 class Reader : public MailslotReader {
 public:
-    Reader(FileDescriptor ownership, FileDescriptor socket, FileDescriptor stop, std::string name)
+    Reader(FileDescriptor ownership, FileDescriptor socket, WakeEvent stop, std::string name)
         : ownership_(std::move(ownership)), socket_(std::move(socket)), stop_(std::move(stop)), name_(std::move(name)),
-          drain_([this] { drain(); }) {}
+          drain_(startServiceThread([this] { drain(); })) {}
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
     ~Reader() override {
-        const uint64_t one = 1;
-        const ssize_t written = write(stop_.get(), &one, sizeof(one));
-        (void)written; // a fresh counter takes it
+        stop_.ring();
         drain_.join();
         unlink(slotPath(name_).c_str());
         forgetNamedLock(lockName(name_));
@@ -84,13 +81,10 @@ public:
 
 private:
     void drain() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_BLOCK, &all, nullptr);
         std::string buffer(longestMessage, '\0');
         while (true) {
             const bool full = isFull();
-            pollfd wanted[2] = {{stop_.get(), POLLIN, 0}, {full ? -1 : socket_.get(), POLLIN, 0}};
+            pollfd wanted[2] = {{stop_.descriptor(), POLLIN, 0}, {full ? -1 : socket_.get(), POLLIN, 0}};
             poll(wanted, 2, full ? 100 : -1);
             if (wanted[0].revents != 0)
                 return;
@@ -121,7 +115,7 @@ private:
 
     FileDescriptor ownership_; // of the name, while the process lives
     FileDescriptor socket_;
-    FileDescriptor stop_;
+    WakeEvent stop_;
     std::string name_;
     std::mutex mutex_; // guards the next three
     std::vector<std::string> waiting_;
@@ -174,7 +168,7 @@ std::unique_ptr<MailslotReader> LinuxMailslots::create(std::string_view name, ui
     if (!ownership)
         return nullptr;
     makeDirectoryTree(slotDirectory());
-    FileDescriptor stop(eventfd(0, EFD_CLOEXEC));
+    WakeEvent stop;
     FileDescriptor socket = makeSocket();
     if (!stop || !socket || !bindTo(socket, slotPath(name))) {
         error = nativeError(errno);

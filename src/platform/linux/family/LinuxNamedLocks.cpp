@@ -2,6 +2,7 @@
 
 #include "platform/Errors.h"
 #include "platform/linux/base/Errno.h"
+#include "platform/linux/base/FileIdentity.h"
 #include "platform/linux/family/Directories.h"
 #include "platform/linux/threads/Checkpoint.h"
 
@@ -32,8 +33,7 @@ std::string lockDirectory() {
 bool isAt(const FileDescriptor& file, const std::string& path) {
     struct stat own {};
     struct stat there {};
-    return fstat(file.get(), &own) == 0 && stat(path.c_str(), &there) == 0 && own.st_ino == there.st_ino &&
-           own.st_dev == there.st_dev;
+    return fstat(file.get(), &own) == 0 && stat(path.c_str(), &there) == 0 && FileIdentity(own) == FileIdentity(there);
 }
 
 FileDescriptor openLockFile(const std::string& directory, const std::string& name) {

@@ -4,10 +4,11 @@
 #include "platform/linux/base/DirectoryReader.h"
 #include "platform/linux/base/Errno.h"
 #include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/base/FileIdentity.h"
+#include "platform/linux/base/SystemText.h"
 #include "platform/linux/files/LinuxOpenFile.h"
 #include "platform/linux/files/NativePath.h"
 #include "platform/linux/files/SystemCalls.h"
-#include "platform/linux/processes/ProcFile.h"
 #include "platform/linux/threads/Checkpoint.h"
 
 #include <array>
@@ -151,7 +152,7 @@ bool isSameFile(const std::string& path, const std::string& other) {
     struct stat state {};
     struct stat otherState {};
     return systemCalls().stat(path.c_str(), &state) == 0 && systemCalls().stat(other.c_str(), &otherState) == 0 &&
-           state.st_ino == otherState.st_ino && state.st_dev == otherState.st_dev;
+           FileIdentity(state) == FileIdentity(otherState);
 }
 
 bool copyNative(const std::string& from, const std::string& to, bool overwrite, bool durable, uint32_t& error) {

@@ -1,8 +1,8 @@
 #include "platform/linux/naming/LinuxVersionResources.h"
 
+#include "platform/linux/base/SystemText.h"
 #include "platform/linux/files/NativePath.h"
 #include "platform/linux/naming/PackageNote.h"
-#include "platform/linux/processes/ProcFile.h"
 #include "platform/linux/threads/Checkpoint.h"
 
 #include <sys/stat.h>
