@@ -89,8 +89,7 @@ public:
     virtual bool close(uint32_t& error) = 0;
 };
 
-/// Files and directories by path. `\` and `/` both separate. A path that finds nothing by its exact name may find the
-/// one entry that differs only in case, in `find` and in `openFile` of mode `read`.
+/// Files and directories by path. `\` and `/` both separate. Names are exact where the system tells cases apart.
 class FileSystem {
 public:
     virtual ~FileSystem() = default;
@@ -99,6 +98,10 @@ public:
 
     /// The one entry of that path, which holds no wildcards. False with error 2 or 3 if there is none.
     virtual bool find(std::string_view path, FoundFile& found, uint32_t& error) = 0;
+
+    /// Whether there is a file of that path, or, since executables are known in lower case only, the one entry that
+    /// differs from it in nothing but case.
+    virtual bool findExecutable(std::string_view path) = 0;
 
     /// All entries of a directory, "." and ".." too, whose names match `pattern` ("*" and "?", without regard to
     /// case where the system has none), in the order in which the system gives them. An empty directory text means

@@ -1,5 +1,6 @@
 #include "process/naming/SMScan.h"
 
+#include "platform/FileSystem.h"
 #include "platform/Platform.h"
 #include "platform/VersionResources.h"
 #include "shared/library/common/files/FileOps.h"
@@ -21,7 +22,7 @@ constexpr int languageTries = 3;
 /// stands in the way has no meaning here.
 std::optional<std::string> translatePath(std::string path) {
     size_t begin = 0; // of the component at hand
-    while (!FileOps::exists(path)) {
+    while (!platform().fileSystem->findExecutable(path)) {
         const size_t end = path.find_first_of("\\/", begin + 1);
         if (end == std::string::npos)
             break;

@@ -3,24 +3,24 @@
 #include "platform/Errors.h"
 #include "platform/linux/base/Errno.h"
 #include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/base/FileIdentity.h"
+#include "platform/linux/base/WakeEvent.h"
 #include "platform/linux/family/Directories.h"
 #include "platform/linux/family/LinuxNamedLocks.h"
 #include "platform/linux/family/SafeDirectory.h"
 #include "platform/linux/threads/Checkpoint.h"
+#include "platform/linux/threads/ServiceThread.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <grp.h>
 #include <map>
 #include <mutex>
 #include <poll.h>
-#include <pthread.h>
 #include <pwd.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -115,16 +115,14 @@ struct Arrival {
 
 class Reader : public MailslotReader {
 public:
-    Reader(FileDescriptor ownership, FileDescriptor socket, FileDescriptor stop, std::string name,
-           MailslotAccess access, const struct stat& place)
+    Reader(FileDescriptor ownership, FileDescriptor socket, WakeEvent stop, std::string name, MailslotAccess access,
+           const struct stat& place)
         : ownership_(std::move(ownership)), socket_(std::move(socket)), stop_(std::move(stop)), name_(std::move(name)),
-          access_(access), inode_(place.st_ino), device_(place.st_dev), drain_([this] { drain(); }) {}
+          access_(access), place_(place), drain_(startServiceThread([this] { drain(); })) {}
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
     ~Reader() override {
-        const uint64_t one = 1;
-        const ssize_t written = write(stop_.get(), &one, sizeof(one));
-        (void)written; // a fresh counter takes it
+        stop_.ring();
         drain_.join();
         if (!isReachable())
             return; // another's by now
@@ -157,18 +155,14 @@ public:
     bool isReachable() override {
         checkpoint();
         struct stat there {};
-        return stat((slotDirectory() + "/" + asFileName(name_)).c_str(), &there) == 0 && there.st_ino == inode_ &&
-               there.st_dev == device_;
+        return stat((slotDirectory() + "/" + asFileName(name_)).c_str(), &there) == 0 && FileIdentity(there) == place_;
     }
 
 private:
     void drain() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_BLOCK, &all, nullptr);
         std::string buffer(longestMessage, '\0');
         while (true) {
-            pollfd wanted[2] = {{stop_.get(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
+            pollfd wanted[2] = {{stop_.descriptor(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
             poll(wanted, 2, -1);
             if (wanted[0].revents != 0)
                 return;
@@ -245,11 +239,10 @@ private:
 
     FileDescriptor ownership_; // of the name, while the process lives
     FileDescriptor socket_;
-    FileDescriptor stop_;
+    WakeEvent stop_;
     std::string name_;
     MailslotAccess access_;
-    ino_t inode_; // of the name
-    dev_t device_;
+    FileIdentity place_;                              // of the name
     std::map<std::pair<uid_t, gid_t>, bool> members_; // of the group; asked for once, as for a login
     std::mutex mutex_;                                // guards the next five
     std::vector<Arrival> waiting_;
@@ -320,7 +313,7 @@ std::unique_ptr<MailslotReader> LinuxMailslots::create(std::string_view name, Ma
     if (!ownership)
         return nullptr;
     const SafeDirectory directory(slotDirectory(), SafeDirectory::sharedMode);
-    FileDescriptor stop(eventfd(0, EFD_CLOEXEC));
+    WakeEvent stop;
     FileDescriptor socket = makeSocket();
     const mode_t mode = access == MailslotAccess::everyone ? everyoneMode : groupMode;
     struct stat state {};

@@ -2,6 +2,7 @@
 
 #include "platform/Errors.h"
 #include "platform/linux/base/Errno.h"
+#include "platform/linux/base/FileIdentity.h"
 #include "platform/linux/family/Directories.h"
 #include "platform/linux/family/SafeDirectory.h"
 #include "platform/linux/threads/Checkpoint.h"
@@ -35,7 +36,7 @@ bool isAt(const FileDescriptor& file, const SafeDirectory& directory, const std:
     struct stat own {};
     struct stat there {};
     return fstat(file.get(), &own) == 0 && fstatat(directory.get(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
-           own.st_ino == there.st_ino && own.st_dev == there.st_dev;
+           FileIdentity(own) == FileIdentity(there);
 }
 } // namespace
 

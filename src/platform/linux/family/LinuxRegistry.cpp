@@ -3,6 +3,7 @@
 #include "platform/Errors.h"
 #include "platform/linux/base/Errno.h"
 #include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/base/FileIdentity.h"
 #include "platform/linux/family/Directories.h"
 #include "platform/linux/family/SafeDirectory.h"
 #include "platform/linux/threads/Checkpoint.h"
@@ -27,8 +28,8 @@ constexpr int lockLimit = 2000; // milliseconds
 constexpr const char* ownFile = "resources.toml";
 
 bool sameState(const struct stat& a, const struct stat& b) {
-    return a.st_ino == b.st_ino && a.st_dev == b.st_dev && a.st_size == b.st_size &&
-           a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+    return FileIdentity(a) == FileIdentity(b) && a.st_size == b.st_size && a.st_mtim.tv_sec == b.st_mtim.tv_sec &&
+           a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
 std::string bytesOf(int32_t narrow) {

@@ -4,10 +4,11 @@
 #include "platform/linux/base/DirectoryReader.h"
 #include "platform/linux/base/Errno.h"
 #include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/base/FileIdentity.h"
+#include "platform/linux/base/SystemText.h"
 #include "platform/linux/files/LinuxOpenFile.h"
 #include "platform/linux/files/NativePath.h"
 #include "platform/linux/files/SystemCalls.h"
-#include "platform/linux/processes/ProcFile.h"
 #include "platform/linux/threads/Checkpoint.h"
 
 #include <array>
@@ -76,22 +77,6 @@ std::unique_ptr<LinuxOpenFile> openNative(const std::string& path, int flags) {
     return nullptr;
 }
 
-/// The state of a path; one that differs in case serves where nothing bears the exact name. `path` becomes the name
-/// that was found.
-bool statPath(std::string& path, struct stat& state) {
-    checkpoint();
-    if (systemCalls().stat(path.c_str(), &state) == 0)
-        return true;
-    if (errno != ENOENT)
-        return false;
-    std::string other = findIgnoringCase(path);
-    errno = ENOENT;
-    if (other.empty() || systemCalls().stat(other.c_str(), &state) != 0)
-        return false;
-    path = std::move(other);
-    return true;
-}
-
 /// The state of a directory's entry, of a link that of its target.
 bool statEntry(const std::string& path, struct stat& state, bool& isLink) {
     if (lstat(path.c_str(), &state) != 0)
@@ -151,7 +136,7 @@ bool isSameFile(const std::string& path, const std::string& other) {
     struct stat state {};
     struct stat otherState {};
     return systemCalls().stat(path.c_str(), &state) == 0 && systemCalls().stat(other.c_str(), &otherState) == 0 &&
-           state.st_ino == otherState.st_ino && state.st_dev == otherState.st_dev;
+           FileIdentity(state) == FileIdentity(otherState);
 }
 
 bool copyNative(const std::string& from, const std::string& to, bool overwrite, bool durable, uint32_t& error) {
@@ -253,25 +238,24 @@ SystemCalls& systemCalls() {
 }
 
 std::unique_ptr<OpenFile> LinuxFileSystem::openFile(std::string_view path, OpenMode mode, uint32_t& error) {
-    std::string native = toNativePath(path);
-    auto file = openNative(native, flagsOf(mode));
-    if (!file && errno == ENOENT && mode == OpenMode::read) {
-        const std::string other = findIgnoringCase(native);
-        errno = ENOENT;
-        if (!other.empty())
-            file = openNative(other, flagsOf(mode));
-    }
+    auto file = openNative(toNativePath(path), flagsOf(mode));
     answer(file != nullptr, error);
     return file;
 }
 
 bool LinuxFileSystem::find(std::string_view path, FoundFile& found, uint32_t& error) {
-    std::string native = toNativePath(path);
+    checkpoint();
+    const std::string native = toNativePath(path);
     struct stat state {};
-    if (!answer(statPath(native, state), error))
+    if (!answer(systemCalls().stat(native.c_str(), &state) == 0, error))
         return false;
     found = describe(lastComponent(native), state);
     return true;
+}
+
+bool LinuxFileSystem::findExecutable(std::string_view path) {
+    checkpoint();
+    return !findIgnoringCase(toNativePath(path)).empty();
 }
 
 bool LinuxFileSystem::scan(std::string_view directory, std::string_view pattern, std::vector<FoundFile>& found,

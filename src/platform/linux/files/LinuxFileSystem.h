@@ -9,6 +9,7 @@ class LinuxFileSystem : public FileSystem {
 public:
     std::unique_ptr<OpenFile> openFile(std::string_view path, OpenMode mode, uint32_t& error) override;
     bool find(std::string_view path, FoundFile& found, uint32_t& error) override;
+    bool findExecutable(std::string_view path) override;
     bool scan(std::string_view directory, std::string_view pattern, std::vector<FoundFile>& found,
               uint32_t& error) override;
     bool copy(std::string_view from, std::string_view to, bool overwrite, uint32_t& error) override;

@@ -2,6 +2,7 @@
 
 #include "platform/Errors.h"
 #include "platform/linux/base/Errno.h"
+#include "platform/linux/base/FileIdentity.h"
 #include "platform/linux/files/NativePath.h"
 #include "platform/linux/files/SystemCalls.h"
 #include "platform/linux/threads/Checkpoint.h"
@@ -71,7 +72,7 @@ bool LinuxOpenFile::isAt(std::string_view path) {
     checkpoint();
     if (systemCalls().stat(toNativePath(path).c_str(), &there) != 0)
         return errno != ENOENT && errno != ENOTDIR; // what can't be looked at isn't gone for that
-    return systemCalls().fstat(descriptor_, &own) != 0 || (own.st_ino == there.st_ino && own.st_dev == there.st_dev);
+    return systemCalls().fstat(descriptor_, &own) != 0 || FileIdentity(own) == FileIdentity(there);
 }
 
 bool LinuxOpenFile::isLinked() {

@@ -1,6 +1,7 @@
 #include "platform/linux/files/NativePath.h"
 
 #include "platform/linux/base/DirectoryReader.h"
+#include "platform/linux/base/FileIdentity.h"
 #include "platform/linux/threads/Checkpoint.h"
 
 #include <algorithm>
@@ -48,8 +49,8 @@ private:
     }
 
     bool isSame(const struct stat& state) const {
-        return isSettled_ && state.st_dev == device_ && state.st_ino == inode_ &&
-               state.st_mtim.tv_sec == changed_.tv_sec && state.st_mtim.tv_nsec == changed_.tv_nsec;
+        return isSettled_ && FileIdentity(state) == directory_ && state.st_mtim.tv_sec == changed_.tv_sec &&
+               state.st_mtim.tv_nsec == changed_.tv_nsec;
     }
 
     void read(const std::string& directory, const struct stat& state) {
@@ -61,8 +62,7 @@ private:
                 place->second.clear(); // two that differ in case alone
             return true;
         });
-        device_ = state.st_dev;
-        inode_ = state.st_ino;
+        directory_ = FileIdentity(state);
         changed_ = state.st_mtim;
         // A change within the clock's grain of the one that was seen would not show.
         timespec now{};
@@ -74,8 +74,7 @@ private:
 
     std::mutex mutex_; // guards the rest
     std::unordered_map<std::string, std::string> names_;
-    dev_t device_ = 0;
-    ino_t inode_ = 0;
+    FileIdentity directory_;
     timespec changed_{};
     bool isSettled_ = false;
 };

@@ -1,7 +1,7 @@
 #include "platform/linux/machine/LinuxAccounts.h"
 
 #include "platform/Errors.h"
-#include "platform/linux/processes/ProcFile.h"
+#include "platform/linux/base/SystemText.h"
 #include "platform/linux/threads/Checkpoint.h"
 
 #include <cerrno>

@@ -1,11 +1,9 @@
 #include "platform/linux/naming/LinuxVersionResources.h"
 
+#include "platform/linux/base/SystemText.h"
 #include "platform/linux/files/NativePath.h"
 #include "platform/linux/naming/PackageNote.h"
-#include "platform/linux/processes/ProcFile.h"
 #include "platform/linux/threads/Checkpoint.h"
-
-#include <sys/stat.h>
 
 namespace Velmor {
 
@@ -41,19 +39,11 @@ private:
     FileDescription description_;
 };
 
-/// The path as it is on the disk: looked-up paths come in lower case.
-std::string actualPath(std::string_view path) {
-    std::string native = toNativePath(path);
-    struct stat state {};
-    if (stat(native.c_str(), &state) == 0)
-        return native;
-    return findIgnoringCase(native);
-}
 } // namespace
 
 std::unique_ptr<VersionResource> LinuxVersionResources::open(std::string_view path) {
     checkpoint();
-    const std::string file = actualPath(path);
+    const std::string file = findIgnoringCase(toNativePath(path)); // looked-up paths come in lower case
     FileDescription description;
     if (file.empty())
         return nullptr;

@@ -3,6 +3,7 @@
 #include "platform/Errors.h"
 #include "platform/PerformanceLayout.h"
 #include "platform/linux/base/Errno.h"
+#include "platform/linux/base/KernelClock.h"
 #include "platform/linux/threads/Checkpoint.h"
 
 #include <algorithm>
@@ -17,9 +18,7 @@
 namespace Velmor {
 
 namespace {
-constexpr int64_t unitsOfSecond = 10000000;       // of 100 ns
-constexpr int64_t unixEpoch = 116444736000000000; // in 100 ns since 1601
-constexpr int64_t nanosecondsOfUnit = 100;
+constexpr int64_t unitsOfSecond = 10000000; // of 100 ns
 constexpr int64_t keepTime = unitsOfSecond; // how long a sample waits for a larger buffer
 constexpr size_t alignment = 8;
 constexpr uint32_t novice = 100; // levels of detail
@@ -79,14 +78,8 @@ constexpr std::array counterTable{
                offsetof(ProcessCounters, ioData)},
 };
 
-int64_t inUnits(const timespec& time) {
-    return time.tv_sec * unitsOfSecond + time.tv_nsec / nanosecondsOfUnit;
-}
-
 int64_t readClock(clockid_t clock) {
-    timespec now{};
-    clock_gettime(clock, &now);
-    return inUnits(now);
+    return KernelClock::now(clock) / KernelClock::unit;
 }
 
 template <typename Part>
@@ -129,13 +122,12 @@ std::string computerName() {
 }
 
 int64_t ticksToUnits(uint64_t ticks) {
-    static const auto ticksOfSecond = static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
-    return static_cast<int64_t>(ticks * (unitsOfSecond / ticksOfSecond));
+    return static_cast<int64_t>(ticks) * (KernelClock::tick() / KernelClock::unit);
 }
 } // namespace
 
 LinuxPerformanceData::LinuxPerformanceData()
-    : bootDate_(unixEpoch + readClock(CLOCK_REALTIME) - readClock(CLOCK_BOOTTIME)) {}
+    : bootDate_(KernelClock::epoch + readClock(CLOCK_REALTIME) - readClock(CLOCK_BOOTTIME)) {}
 
 bool LinuxPerformanceData::counterNames(uint32_t& last, std::string& names, uint32_t& error) {
     const auto add = [&](uint32_t title, const char* name) {
@@ -257,9 +249,9 @@ void LinuxPerformanceData::appendInstance(const ProcessFigures& figures) {
     counters.processId = figures.pid;
     counters.threads = figures.threads;
     counters.handles = figures.handles;
-    counters.processorTime = figures.processorTime / nanosecondsOfUnit;
-    counters.userTime = figures.userTime / nanosecondsOfUnit;
-    counters.privilegedTime = figures.privilegedTime / nanosecondsOfUnit;
+    counters.processorTime = figures.processorTime / KernelClock::unit;
+    counters.userTime = figures.userTime / KernelClock::unit;
+    counters.privilegedTime = figures.privilegedTime / KernelClock::unit;
     counters.virtualBytes = figures.virtualBytes;
     counters.workingSet = figures.workingSet;
     counters.privateBytes = figures.privateBytes;

@@ -1,5 +1,7 @@
 #include "platform/linux/performance/ProcessFigures.h"
 
+#include "platform/linux/base/KernelClock.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -17,11 +19,6 @@ constexpr size_t filesOfProcess = 3;
 constexpr size_t textRoom = 4096; // enough but for the status of a user in hundreds of groups
 constexpr uint64_t nanosecondsOfSecond = 1000000000;
 constexpr uint64_t bytesOfKib = 1024;
-
-uint64_t tickNanoseconds() {
-    static const uint64_t length = nanosecondsOfSecond / static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
-    return length;
-}
 
 /// The number behind `key`, searched from the front of `rest`, which then begins behind it; 0 if it isn't there.
 uint64_t takeValue(std::string_view& rest, std::string_view key) {
@@ -158,8 +155,8 @@ bool ProcessFigureReader::takeStat(const Files& files, ProcessFigures& figures, 
     isKernelThread = stat_.isKernelThread();
     figures.name = stat_.name;
     figures.threads = stat_.threads;
-    figures.userTime = stat_.userTime * tickNanoseconds();
-    figures.privilegedTime = stat_.privilegedTime * tickNanoseconds();
+    figures.userTime = stat_.userTime * static_cast<uint64_t>(KernelClock::tick());
+    figures.privilegedTime = stat_.privilegedTime * static_cast<uint64_t>(KernelClock::tick());
     figures.startTime = stat_.startTime;
     figures.virtualBytes = stat_.virtualBytes;
     return !isKernelThread && !stat_.hasEnded();

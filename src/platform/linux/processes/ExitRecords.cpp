@@ -1,11 +1,11 @@
 #include "platform/linux/processes/ExitRecords.h"
 
 #include "platform/linux/threads/Checkpoint.h"
+#include "platform/linux/threads/ServiceThread.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
 #include <cstring>
 #include <fstream>
@@ -13,9 +13,7 @@
 #include <linux/netlink.h>
 #include <linux/taskstats.h>
 #include <poll.h>
-#include <pthread.h>
 #include <string>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/sysmacros.h>
 
@@ -120,25 +118,20 @@ std::unique_ptr<ExitRecords> ExitRecords::start(Receiver receiver, Reading readi
 }
 
 ExitRecords::ExitRecords(FileDescriptor socket, uint16_t family, Receiver receiver, Reading reading)
-    : socket_(std::move(socket)), stop_(eventfd(0, EFD_CLOEXEC)), family_(family), receiver_(std::move(receiver)) {
+    : socket_(std::move(socket)), family_(family), receiver_(std::move(receiver)) {
     if (reading == Reading::asTheyCome)
-        reader_ = std::thread([this] { run(); });
+        reader_ = startServiceThread([this] { run(); });
 }
 
 ExitRecords::~ExitRecords() {
-    const uint64_t one = 1;
-    const ssize_t written = write(stop_.get(), &one, sizeof(one));
-    (void)written; // a fresh counter takes it
+    stop_.ring();
     if (reader_.joinable())
         reader_.join();
 }
 
 void ExitRecords::run() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, nullptr);
     while (true) {
-        pollfd wanted[2] = {{stop_.get(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
+        pollfd wanted[2] = {{stop_.descriptor(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
         poll(wanted, 2, -1);
         if (wanted[0].revents != 0)
             return;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/base/WakeEvent.h"
 
 #include <cstdint>
 #include <functional>
@@ -48,7 +49,7 @@ private:
     void take(std::string_view message);
 
     FileDescriptor socket_;
-    FileDescriptor stop_;
+    WakeEvent stop_;
     uint16_t family_;
     Receiver receiver_;
     std::mutex mutex_; // one reader of the socket at a time

@@ -3,6 +3,7 @@
 #include "platform/Errors.h"
 #include "platform/linux/base/Capabilities.h"
 #include "platform/linux/base/Errno.h"
+#include "platform/linux/base/SystemText.h"
 #include "platform/linux/processes/ProcFile.h"
 #include "platform/linux/threads/Checkpoint.h"
 
@@ -122,9 +123,7 @@ std::vector<std::string> readMappings(uint32_t pid, const std::string& executabl
         const size_t pathBegin = line.find(" /", rights);
         if (pathBegin == std::string_view::npos || line.substr(pathBegin + 1).starts_with("/memfd:"))
             continue;
-        std::string path(line.substr(pathBegin + 1));
-        if (constexpr std::string_view mark = " (deleted)"; path.ends_with(mark))
-            path.resize(path.size() - mark.size());
+        std::string path(withoutDeletedMark(line.substr(pathBegin + 1)));
         maskControlBytes(path);
         if (path != executable && std::find(paths.begin(), paths.end(), path) == paths.end())
             paths.push_back(std::move(path));

@@ -1,6 +1,8 @@
 #include "platform/linux/processes/ProcFile.h"
 
 #include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/base/FileIdentity.h"
+#include "platform/linux/base/SystemText.h"
 
 #include <algorithm>
 #include <array>
@@ -16,7 +18,6 @@ namespace Velmor {
 
 namespace {
 constexpr uint32_t kernelThreadFlag = 0x00200000; // PF_KTHREAD
-constexpr std::string_view deletedMark = " (deleted)";
 constexpr size_t startBlock = 4096;
 
 // Places of the fields behind the command name, counted from the state.
@@ -37,11 +38,9 @@ uint64_t at(const Fields& fields, Field field) {
     return fields.at(static_cast<size_t>(field));
 }
 
-bool sameFile(const std::string& path, const std::string& link) {
-    struct stat byPath {};
-    struct stat byLink {};
-    return stat(path.c_str(), &byPath) == 0 && stat(link.c_str(), &byLink) == 0 && byPath.st_ino == byLink.st_ino &&
-           byPath.st_dev == byLink.st_dev;
+bool isSameFile(const std::string& path, const std::string& link) {
+    const auto byPath = FileIdentity::of(path);
+    return byPath && byPath == FileIdentity::of(link);
 }
 
 bool readLink(const std::string& link, std::string& target) {
@@ -53,9 +52,6 @@ bool readLink(const std::string& link, std::string& target) {
     return true;
 }
 
-} // namespace
-
-namespace {
 /// The id that an entry of /proc or of a task directory is named by; 0 if it is another one.
 uint32_t idOf(const char* name) {
     return static_cast<uint32_t>(std::strtoul(name, nullptr, 10));
@@ -181,15 +177,18 @@ bool readExecutable(uint32_t pid, std::string& path) {
         }
     }
     // A running file that was deleted bears the mark; one that is really called so doesn't lose it.
-    if (path.ends_with(deletedMark) && !sameFile(path, link))
-        path.resize(path.size() - deletedMark.size());
+    if (path.ends_with(deletedMark) && !isSameFile(path, link))
+        path = withoutDeletedMark(path);
     maskControlBytes(path);
     return true;
 }
 
-void maskControlBytes(std::string& text) {
-    std::replace_if(
-        text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, '?');
+bool readOwner(uint32_t pid, uid_t& owner) {
+    struct stat directory {};
+    if (stat(procPath(pid, "").c_str(), &directory) != 0)
+        return false;
+    owner = directory.st_uid;
+    return true;
 }
 
 uint32_t exitCodeOf(uint32_t waitStatus) {

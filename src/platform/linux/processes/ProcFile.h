@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include <sys/types.h>
+
 namespace Velmor {
 
 /// What a process's `stat` line tells.
@@ -54,8 +56,8 @@ uint32_t otherThread(uint32_t pid);
 /// bytes. False with errno.
 bool readExecutable(uint32_t pid, std::string& path);
 
-/// Puts "?" in place of control bytes: a name can't forge the separators of records and messages.
-void maskControlBytes(std::string& text);
+/// The effective user: that of the directory itself, also if nothing may be dumped. False if it has gone.
+bool readOwner(uint32_t pid, uid_t& owner);
 
 /// The exit code as the collector counts it: the exit status, or 128 plus the signal.
 uint32_t exitCodeOf(uint32_t waitStatus);

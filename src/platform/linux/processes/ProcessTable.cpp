@@ -1,13 +1,12 @@
 #include "platform/linux/processes/ProcessTable.h"
 
+#include "platform/linux/base/KernelClock.h"
 #include "platform/linux/processes/ProcFile.h"
 #include "platform/linux/threads/Checkpoint.h"
 
 #include <cerrno>
 #include <cstdlib>
-#include <ctime>
 #include <poll.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 
 namespace Velmor {
@@ -22,20 +21,13 @@ constexpr int64_t clockTolerance = 2; // seconds; both sides are rounded
 
 /// Wall-clock seconds of a moment in clock ticks since the system's start.
 int64_t wallTimeOf(uint64_t ticks) {
-    timespec now{};
-    timespec up{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    clock_gettime(CLOCK_BOOTTIME, &up);
-    return now.tv_sec - up.tv_sec + static_cast<int64_t>(ticks) / sysconf(_SC_CLK_TCK);
+    return (KernelClock::now(CLOCK_REALTIME) - KernelClock::now(CLOCK_BOOTTIME) +
+            static_cast<int64_t>(ticks) * KernelClock::tick()) /
+           KernelClock::second;
 }
 
-/// How long the machine has slept since its start.
 int64_t secondsSlept() {
-    timespec up{};
-    timespec awake{};
-    clock_gettime(CLOCK_BOOTTIME, &up);
-    clock_gettime(CLOCK_MONOTONIC, &awake);
-    return up.tv_sec - awake.tv_sec;
+    return KernelClock::aheadOfMonotonic(CLOCK_BOOTTIME) / KernelClock::second;
 }
 
 /// Reads start time and owner. False with errno for what is no process that runs.
@@ -54,11 +46,9 @@ bool readConstants(ProcessRecord& record, std::string& executable) {
         return fail(ESRCH);
     if (!hasExecutable)
         return fail(ESRCH); // it ends at this moment
-    struct stat directory {};
-    if (stat(procPath(record.pid, "").c_str(), &directory) != 0)
+    if (!readOwner(record.pid, record.owner))
         return fail(ESRCH);
     record.startTime = line.startTime;
-    record.owner = directory.st_uid; // of the directory itself it is the effective one, also if nothing may be dumped
     // All of this was read by number: it is this process's only if that still lives.
     return record.isAlive() || fail(ESRCH);
 }

@@ -1,6 +1,6 @@
 #include "platform/linux/threads/LinuxMessageQueues.h"
 
-#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/base/WakeEvent.h"
 #include "platform/linux/threads/Checkpoint.h"
 
 #include <atomic>
@@ -12,7 +12,6 @@
 #include <memory>
 #include <mutex>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -22,14 +21,12 @@ namespace {
 /// The messages of one thread, and a descriptor that is readable while something waits.
 class Queue {
 public:
-    Queue() : event_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-
     void post(uint32_t message) {
         {
             const ServiceLock lock(mutex_);
             messages_.push_back(message);
         }
-        ring(event_.get());
+        event_.ring();
     }
 
     bool take(uint32_t& message) {
@@ -41,27 +38,19 @@ public:
         return true;
     }
 
-    int descriptor() const { return event_.get(); }
+    int descriptor() const { return event_.descriptor(); }
 
     void waitForRing() const {
-        pollfd wanted{event_.get(), POLLIN, 0};
+        pollfd wanted{event_.descriptor(), POLLIN, 0};
         poll(&wanted, 1, -1);
-        uint64_t count = 0;
-        if (read(event_.get(), &count, sizeof(count)) < 0 && errno == EBADF)
+        if (!event_.clear() && errno == EBADF)
             std::abort(); // without the descriptor the thread would spin
-    }
-
-    /// Only what a signal handler may do.
-    static void ring(int descriptor) {
-        const uint64_t one = 1;
-        const ssize_t written = write(descriptor, &one, sizeof(one));
-        (void)written; // a counter that is full rings already
     }
 
 private:
     std::mutex mutex_;
     std::deque<uint32_t> messages_;
-    FileDescriptor event_;
+    WakeEvent event_;
 };
 
 /// The queues by thread id.
@@ -117,7 +106,7 @@ void onSignal(int signal) {
     const int savedError = errno;
     (signal == SIGHUP ? requests.settingChange : requests.close).store(true);
     if (const int descriptor = requests.descriptor.load(); descriptor >= 0)
-        Queue::ring(descriptor);
+        WakeEvent::ring(descriptor);
     errno = savedError;
 }
 

@@ -1,12 +1,13 @@
 #include "platform/linux/trace/ProcessBook.h"
 
+#include "platform/linux/base/KernelClock.h"
+
 #include <algorithm>
 
 namespace Velmor {
 
 namespace {
 constexpr int64_t leaderlessInterval = 200'000'000; // nanoseconds between two looks at processes without main thread
-constexpr int64_t nanosecondsOfTick = 10'000'000;
 
 std::string_view nameOf(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
@@ -60,7 +61,7 @@ void ProcessBook::forked(int64_t time, uint32_t parentPid, uint32_t pid) {
     entry.knownAt = time;
     entry.isExact = !isLossy_;
     if (!hasSlept_) // else it may have been before or after
-        entry.startTicks = static_cast<uint64_t>((time + bootOffset_) / nanosecondsOfTick);
+        entry.startTicks = static_cast<uint64_t>((time + bootOffset_) / KernelClock::tick());
     if (const auto parent = entries_.find(parentPid); parent != entries_.end()) {
         entry.owner = parent->second.owner;
         entry.isOfKernel = parent->second.isOfKernel;
@@ -152,7 +153,7 @@ void ProcessBook::doubt(bool isLossy) {
 }
 
 void ProcessBook::followBootClock(int64_t offset) {
-    hasSlept_ = offset - bootOffset_ > nanosecondsOfTick;
+    hasSlept_ = offset - bootOffset_ > KernelClock::tick();
     bootOffset_ = offset;
 }
 

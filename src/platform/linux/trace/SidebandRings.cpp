@@ -1,6 +1,6 @@
 #include "platform/linux/trace/SidebandRings.h"
 
-#include "platform/linux/processes/ProcFile.h"
+#include "platform/linux/base/SystemText.h"
 
 #include <algorithm>
 #include <atomic>
@@ -20,9 +20,8 @@ constexpr size_t allRings = 16 * 1024 * 1024; // shared by the processors: some 
 constexpr size_t largestRing = 8 * 1024 * 1024;
 constexpr size_t leastRing = 1024 * 1024;
 constexpr size_t smallRing = 512 * 1024; // what a user without further rights may lock for each processor
-constexpr std::string_view deletedMark = " (deleted)";
-constexpr uint32_t executable = 4; // PROT_EXEC
-constexpr uint32_t lossMark = 0;   // in place of a process: something was lost before
+constexpr uint32_t executable = 4;       // PROT_EXEC
+constexpr uint32_t lossMark = 0;         // in place of a process: something was lost before
 
 /// Places in the records, behind their heads of eight bytes.
 constexpr size_t headSize = sizeof(perf_event_header);
@@ -209,9 +208,7 @@ void SidebandRings::sortIn() {
         if (found == executions_.end() || found->second.empty() || !found->second.back().path.empty())
             continue;
         std::string& path = found->second.back().path;
-        path = std::move(mapping.path);
-        if (path.ends_with(deletedMark))
-            path.resize(path.size() - deletedMark.size());
+        path = withoutDeletedMark(mapping.path);
         maskControlBytes(path);
         if (records_ == Records::namesAndTasks)
             notices_.push_back({ProcessNotice::Kind::executed, mapping.pid, 0, 0, mapping.time});

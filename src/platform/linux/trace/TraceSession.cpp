@@ -1,22 +1,20 @@
 #include "platform/linux/trace/TraceSession.h"
 
+#include "platform/linux/base/KernelClock.h"
+#include "platform/linux/base/SystemText.h"
 #include "platform/linux/processes/ProcFile.h"
 #include "platform/linux/threads/Checkpoint.h"
+#include "platform/linux/threads/ServiceThread.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <poll.h>
-#include <pthread.h>
 #include <sched.h>
-#include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -32,30 +30,9 @@ constexpr size_t queueLimit = 1000000;        // events that wait; then the kern
 constexpr size_t filesLimit = 10000;          // executables that are kept for the exit records
 constexpr int64_t comparePause = 100'000'000; // nanoseconds from a loss to the comparison that mends it
 constexpr size_t nameSize = 16;               // of a thread
-constexpr int64_t longestReading = 1'000'000; // nanoseconds, of two clocks
-constexpr int64_t second = 1'000'000'000;
-constexpr int64_t nanosecondsOfUnit = 100;
-constexpr int64_t unitsBefore1970 = 116444736000000000;
-
-int64_t timeOf(clockid_t clock) {
-    timespec time{};
-    clock_gettime(clock, &time);
-    return time.tv_sec * second + time.tv_nsec;
-}
 
 int64_t monotonicTime() {
-    return timeOf(CLOCK_MONOTONIC);
-}
-
-/// How far a clock is ahead of the events' clock. Read anew if this thread was held up between the two.
-int64_t aheadOfEvents(clockid_t clock) {
-    while (true) {
-        const int64_t before = monotonicTime();
-        const int64_t there = timeOf(clock);
-        const int64_t after = monotonicTime();
-        if (after - before < longestReading)
-            return there - after;
-    }
+    return KernelClock::now(CLOCK_MONOTONIC);
 }
 
 /// The kernel numbers what it tells by processor, and a gap shows only when the next message comes from that one. So
@@ -77,18 +54,11 @@ void speakOnEachProcessor() {
     }
     sched_setaffinity(0, size, usual.data());
 }
-
-void ring(const FileDescriptor& bell) {
-    const uint64_t one = 1;
-    const ssize_t written = write(bell.get(), &one, sizeof(one));
-    (void)written; // a counter that is full rings as well
-}
 } // namespace
 
 TraceSession::TraceSession(LinuxProcesses& processes, LinuxKernelTrace::Sources sources)
     : processes_(processes), sources_(sources),
-      book_(std::make_unique<ProcessBook>(*this, aheadOfEvents(CLOCK_BOOTTIME))),
-      news_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+      book_(std::make_unique<ProcessBook>(*this, KernelClock::aheadOfMonotonic(CLOCK_BOOTTIME))) {}
 
 TraceSession::~TraceSession() {
     stop();
@@ -98,7 +68,7 @@ bool TraceSession::start(std::string& shortcomings) {
     if (!openSources(shortcomings))
         return false;
     enterTable();
-    reader_ = std::thread([this] { run(); });
+    reader_ = startServiceThread([this] { run(); });
     return true;
 }
 
@@ -184,7 +154,7 @@ void TraceSession::endMissing(const std::vector<TableEntry>& table) {
     std::unordered_map<uint32_t, uint64_t> present;
     for (const TableEntry& known : table)
         present[known.pid] = known.startTicks;
-    const auto now = static_cast<uint64_t>(timeOf(CLOCK_REALTIME) / nanosecondsOfUnit + unitsBefore1970);
+    const auto now = static_cast<uint64_t>(KernelClock::nativeTime(KernelClock::now(CLOCK_REALTIME)));
     std::vector<TracedPointer> gone;
     processes_.traced().forEach([&](const TracedPointer& note) {
         const auto found = present.find(note->pid);
@@ -211,9 +181,8 @@ void TraceSession::endMissing(const std::vector<TableEntry>& table) {
 void TraceSession::noteFile(uint32_t pid, const std::string& path) {
     if (!exitRecords_ || path.empty())
         return;
-    struct stat file {};
-    if (files_.size() < filesLimit && stat(procPath(pid, "exe").c_str(), &file) == 0)
-        files_[{file.st_dev, file.st_ino}] = path;
+    if (const auto file = FileIdentity::of(procPath(pid, "exe")); file && files_.size() < filesLimit)
+        files_[*file] = path;
 }
 
 bool TraceSession::executable(uint32_t pid, std::string& path) {
@@ -228,18 +197,16 @@ bool TraceSession::executable(uint32_t pid, std::string& path) {
 bool TraceSession::describe(uint32_t pid, TableEntry& entry) {
     entry.knownAt = monotonicTime();
     ProcStat line;
-    struct stat directory {};
     errno = 0;
-    if (!readLeaderStat(pid, line) || line.hasEnded() || stat(procPath(pid, "").c_str(), &directory) != 0)
+    if (!readLeaderStat(pid, line) || line.hasEnded() || !readOwner(pid, entry.owner))
         return false;
     entry.pid = pid;
     entry.parentPid = line.parentPid;
-    entry.owner = directory.st_uid;
     entry.threads = line.threads;
     entry.isLeaderless = line.state == 'Z' || line.state == 'X';
     entry.startTicks = line.startTime;
     entry.startTime =
-        static_cast<int64_t>(line.startTime) * (second / sysconf(_SC_CLK_TCK)) - aheadOfEvents(CLOCK_BOOTTIME);
+        static_cast<int64_t>(line.startTime) * KernelClock::tick() - KernelClock::aheadOfMonotonic(CLOCK_BOOTTIME);
     entry.isKernelThread = line.isKernelThread();
     if (!entry.isKernelThread)
         readExecutable(pid, entry.executable);
@@ -269,7 +236,7 @@ bool TraceSession::epitaph(uint32_t pid, std::string& executable, uid_t& owner, 
 
 void TraceSession::stop() {
     if (reader_.joinable()) {
-        ring(stop_);
+        stop_.ring();
         reader_.join();
     }
     book_->forEach([](const TracedPointer& note) {
@@ -280,13 +247,10 @@ void TraceSession::stop() {
         note->state = TracedProcess::unwatched;
     });
     ended_ = true;
-    ring(news_);
+    news_.ring();
 }
 
 void TraceSession::run() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, nullptr);
     setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), readerPriority); // refused: then not
     while (true) {
         const bool isWaiting = book_->isWaiting() || compareDue_ != 0;
@@ -300,7 +264,7 @@ void TraceSession::run() {
 
 /// False if the session is to end.
 bool TraceSession::pauseUntil(int milliseconds, bool forNews) {
-    pollfd wanted[2] = {{stop_.get(), POLLIN, 0}, {connector_ ? connector_->descriptor() : -1, POLLIN, 0}};
+    pollfd wanted[2] = {{stop_.descriptor(), POLLIN, 0}, {connector_ ? connector_->descriptor() : -1, POLLIN, 0}};
     poll(wanted, forNews ? 2 : 1, milliseconds);
     return wanted[0].revents == 0;
 }
@@ -370,7 +334,7 @@ void TraceSession::fetch() {
         epitaphs_.clear();
         exitRecords_->fetch();
     }
-    book_->followBootClock(aheadOfEvents(CLOCK_BOOTTIME));
+    book_->followBootClock(KernelClock::aheadOfMonotonic(CLOCK_BOOTTIME));
     book_->doubt(signsOfLoss() != signsBefore);
     for (const ProcessNotice& notice : notices_)
         apply(notice);
@@ -404,9 +368,8 @@ void TraceSession::apply(const ProcessNotice& notice) {
 
 /// The rings don't tell of a change of the owner.
 void TraceSession::checkOwner(const ProcessNotice& executed) {
-    struct stat directory {};
-    if (stat(procPath(executed.pid, "").c_str(), &directory) == 0)
-        book_->ownerChanged(executed.time, executed.pid, directory.st_uid);
+    if (uid_t owner = 0; readOwner(executed.pid, owner))
+        book_->ownerChanged(executed.time, executed.pid, owner);
     else if (const auto found = epitaphs_.find(executed.pid); found != epitaphs_.end())
         book_->ownerChanged(executed.time, executed.pid, found->second.owner);
 }
@@ -414,17 +377,16 @@ void TraceSession::checkOwner(const ProcessNotice& executed) {
 void TraceSession::publish() {
     bookEvents_.clear();
     book_->takeEvents(bookEvents_);
-    const int64_t offset = aheadOfEvents(CLOCK_REALTIME);
+    const int64_t offset = KernelClock::aheadOfMonotonic(CLOCK_REALTIME);
     {
         const std::lock_guard lock(mutex_);
         for (BookEvent& event : bookEvents_)
-            queue_.push_back({event.isStart,
-                              static_cast<uint64_t>((event.time + offset) / nanosecondsOfUnit + unitsBefore1970),
+            queue_.push_back({event.isStart, static_cast<uint64_t>(KernelClock::nativeTime(event.time + offset)),
                               std::move(event.process)});
         if (queue_.empty())
             return;
     }
-    ring(news_);
+    news_.ring();
 }
 
 bool TraceSession::await(int milliseconds) {
@@ -433,12 +395,9 @@ bool TraceSession::await(int milliseconds) {
         if (!queue_.empty())
             return true;
     }
-    pollfd wanted{news_.get(), POLLIN, 0};
-    if (poll(&wanted, 1, milliseconds) > 0) {
-        uint64_t count = 0;
-        const ssize_t got = read(news_.get(), &count, sizeof(count));
-        (void)got;
-    }
+    pollfd wanted{news_.descriptor(), POLLIN, 0};
+    if (poll(&wanted, 1, milliseconds) > 0)
+        news_.clear();
     const ServiceLock lock(mutex_);
     return !queue_.empty();
 }

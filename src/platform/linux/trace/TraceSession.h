@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/linux/base/FileIdentity.h"
+#include "platform/linux/base/WakeEvent.h"
 #include "platform/linux/processes/ExitRecords.h"
 #include "platform/linux/trace/LinuxKernelTrace.h"
 #include "platform/linux/trace/ProcessBook.h"
@@ -76,15 +78,7 @@ private:
     std::unique_ptr<ExitRecords> exitRecords_;
     std::unordered_map<uint32_t, ExitRecord> epitaphs_; // of this round, by process id
     std::unordered_map<uint32_t, ExitRecord> olderEpitaphs_;
-    struct FileKey {
-        uint64_t device;
-        uint64_t inode;
-        bool operator==(const FileKey&) const = default;
-    };
-    struct FileHash {
-        size_t operator()(const FileKey& key) const { return key.device * 31 + key.inode; }
-    };
-    std::unordered_map<FileKey, std::string, FileHash> files_; // executables seen, for the exit records
+    std::unordered_map<FileIdentity, std::string, FileIdentityHash> files_; // executables seen, for the exit records
     std::unique_ptr<ProcessBook> book_;
     std::vector<ProcessNotice> notices_;
     std::vector<BookEvent> bookEvents_;
@@ -94,8 +88,8 @@ private:
 
     std::mutex mutex_; // guards the next
     std::deque<Item> queue_;
-    FileDescriptor news_; // of the queue
-    FileDescriptor stop_;
+    WakeEvent news_; // of the queue
+    WakeEvent stop_;
     std::atomic<uint64_t> lost_{0};
     std::atomic<bool> ended_{false};
     std::thread reader_;
