@@ -50,16 +50,14 @@ std::vector<UsageLine> parseRecords(const std::string& text) {
 
 Collector::Collector(const std::string& rules) {
     LoggerUnit::setDebugLevel(0);
+    resetRuntallyState();
     RuntallyState& state = runtallyState();
     state.exeFinder = std::make_unique<ExeFinder>(SmartPointer<LoggerUnit>());
-    state.polledOnce = false;
-    state.settings.eventsActive = 0;
     setPollInterval(2);
     Process::setLogger({});
     StaticInfo& info = programState().staticInfo;
     info = {"WORKGROUP", "pc17", "i386", "Windows XP"};
     std::string error;
-    state.includeExclude.clear();
     if (!state.includeExclude.load(directory.write("rules", rules), error))
         throw std::runtime_error(error);
     std::filesystem::remove(directory / "rules");
@@ -68,14 +66,7 @@ Collector::Collector(const std::string& rules) {
 }
 
 Collector::~Collector() {
-    RuntallyState& state = runtallyState();
-    logFileRegistry().clear();
-    state.procPoll.clear();
-    for (ProcessMap* map :
-         {&state.registry.processMap, &state.registry.endedProcessMap, &state.registry.pendingInfoMap})
-        map->clear();
-    state.registry.monitoredCount = 0;
-    state.exeFinder.reset();
+    resetRuntallyState();
 }
 
 ProcessPointer Collector::report(uint32_t pid, ProcessState state, int32_t when) {

@@ -15,27 +15,16 @@ protected:
         os.registry.set("StartupLogDir", directory.path());
         os.registry.setNumber("StartupDebugLevel", 0);
     }
-    ~ConfigurationTest() override { forget(); }
+    ~ConfigurationTest() override { resetRuntallyState(); }
 
     /// Configures a collector with these entries below "runtally"; false if it can't start.
     bool configure(const std::string& entries) {
         directory.write("runtally.conf", "Velmor () = \"\" { directories () = \"\" { temp (DirName) = \"" +
                                              directory.path() + "\" { } } }\nruntally () = \"\" { " + entries + " }\n");
-        forget();
+        resetRuntallyState();
         programState().quitFlag = 0;
         Runtally collector("dummy");
         return collector.configure();
-    }
-
-    /// What an earlier configuration has left: an absent key leaves a boolean as it stands.
-    static void forget() {
-        settings().pollingOn = settings().eventLogOn = settings().moduleLogging = false;
-        settings().performanceMonitoring = false;
-        settings().eventsActive = 0;
-        settings().eventLogDays = 0;
-        settings().pollInterval = settings().modulePollInterval = TimeSpan();
-        settings().moduleFilterFile.clear();
-        settings().countersFile.clear();
     }
 
     static RuntallySettings& settings() { return runtallyState().settings; }

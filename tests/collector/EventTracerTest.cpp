@@ -19,16 +19,11 @@ protected:
         collector.os.eventSchema.describeProcesses();
         collector.os.accounts.accounts["S-1-22-1-500"] = {"ann", "HQ"};
         runtallyState().settings.eventsActive = 1;
-        runtallyState().settings.pollingOn = false;
         runtallyState().programStart = now();
         programState().quitFlag = 0;
     }
     ~EventTracerTest() override {
-        tracerState().tracer.reset();
-        tracerState().ignoredStarts.clear();
-        tracerState().tableReported = false;
         programState().quitFlag = 0;
-        runtallyState().settings.eventsActive = 0;
         processShared().systemNumber = 0;
     }
 

@@ -78,6 +78,7 @@ TEST_F(ProcessTest, ExitCodesOutliveTheProcessWhileAHandleIsHeld) {
     EXPECT_EQ(process->getExitCode(), 3U);
     os.processes.start(8, "c:\\a.exe").knowsExitCode = false;
     const auto silent = look(8);
+    os.processes.end(8, 3);
     EXPECT_EQ(silent->getExitCode(), 0U);
     EXPECT_FALSE(silent->isOpen()) << "a handle that tells nothing is given up";
     EXPECT_EQ(Process(9, 0, Process::Mode::ended, true).getExitCode(), 0U);

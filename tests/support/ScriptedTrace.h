@@ -45,7 +45,7 @@ struct ScriptedEvent {
     TraceGuid guid = processGuid;
 
     /// Calls `use` with it in the form in which it is handed over.
-    void handOver(KernelTrace::EventCallback use) const;
+    void handOver(const KernelTrace::EventCallback& use) const;
 };
 
 class ScriptedTrace : public KernelTrace {
@@ -54,7 +54,7 @@ public:
     uint32_t start(std::string_view name, const TraceProperties& properties) override;
     uint32_t stop(std::string_view name) override;
     TraceHandle open(std::string_view name, uint32_t& error) override;
-    uint32_t process(const TraceHandle& trace, EventCallback onEvent, BufferCallback onBuffer) override;
+    uint32_t process(const TraceHandle& trace, const EventCallback& onEvent, const BufferCallback& onBuffer) override;
     void close(TraceHandle& trace) override;
     uint32_t pointerSize() override { return pointerBytes; }
     std::string shortcomings() override { return lacking; }

@@ -37,8 +37,7 @@ void supervise(Agent& agent) {
 } // namespace
 
 void Agent::awaitWorkers() {
-    for (uint32_t waited = 0; waited < startPause && !programState().quitFlag; waited += startStep)
-        Timer::sleep(startStep);
+    Timer::waitUntil(startPause, startStep, [] { return programState().quitFlag != 0; });
 }
 
 uint32_t statusMonitor(void* argument) {

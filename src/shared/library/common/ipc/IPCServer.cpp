@@ -13,6 +13,7 @@
 #include "shared/library/logger/LogCommons.h"
 
 #include <atomic>
+#include <utility>
 
 namespace Velmor {
 
@@ -24,12 +25,11 @@ constexpr auto failedExitCode = static_cast<uint32_t>(-1);
 
 /// The state of the process's one listener.
 struct Listener {
-    std::atomic<IPCCallback> callback{nullptr};
     std::atomic<bool> stop{false}; // set to end the listener, which clears it on its way out
 };
 Listener listener;
 
-void handleMessage(const Logger& logger, std::string line) {
+void handleMessage(const Logger& logger, const IPCCallback& callback, std::string line) {
     if (logger.passes(5))
         logger.debug(5, "IPC: Received message line \"%s\".", printable(line));
     if (firstField(line, IPCMessage::separator) != IPCMessage::address) {
@@ -41,11 +41,11 @@ void handleMessage(const Logger& logger, std::string line) {
     message.reference = firstField(line, IPCMessage::separator);
     message.text = firstField(line, IPCMessage::separator);
     message.replyTo = firstField(line, IPCMessage::separator);
-    if (const IPCCallback callback = listener.callback)
+    if (callback)
         callback(message.type, message.reference, message.text, message.replyTo);
 }
 
-void receiveAndHandle(const Logger& logger, const std::string& name, MailSlot& slot) {
+void receiveAndHandle(const Logger& logger, const IPCCallback& callback, const std::string& name, MailSlot& slot) {
     std::vector<std::string> messages;
     try {
         slot.receive(messages);
@@ -58,10 +58,10 @@ void receiveAndHandle(const Logger& logger, const std::string& name, MailSlot& s
         return;
     logger.debug(4, "IPC: Server \"%s\": Received %i message(s)...", name, messages.size());
     for (std::string& message : messages)
-        handleMessage(logger, std::move(message));
+        handleMessage(logger, callback, std::move(message));
 }
 
-void runTurns(const Logger& logger, const std::string& name, MailSlot& slot) {
+void runTurns(const Logger& logger, const IPCCallback& callback, const std::string& name, MailSlot& slot) {
     const auto nextStatus = [] { return DateTime() + TimeSpan(statusInterval); };
     Timer timer;
     timer.setEnd(nextStatus());
@@ -79,7 +79,7 @@ void runTurns(const Logger& logger, const std::string& name, MailSlot& slot) {
             logger.debug(4, "IPC: Received message to exit IPC listener.");
             listener.stop = true;
         }
-        receiveAndHandle(logger, name, slot);
+        receiveAndHandle(logger, callback, name, slot);
         if (statusDue) {
             logger.debug(5, "IPC: Server \"%s\": Now sleeping for a while.", name);
             timer.setEnd(nextStatus());
@@ -90,11 +90,10 @@ void runTurns(const Logger& logger, const std::string& name, MailSlot& slot) {
 } // namespace
 
 IPCServer::IPCServer(std::string_view name, const SmartPointer<LoggerCentre>& centre, IPCCallback callback)
-    : name_(name), argument_{&logger_, &name_} {
+    : name_(name), callback_(std::move(callback)), argument_{&logger_, &name_, &callback_} {
     logger_.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre, LogModule::ipc)));
     thread_ = SmartPointer<ThreadInstance>(new ThreadInstance(listen, &argument_));
-    listener.stop = false;        // a listener that was ended by force has left it set
-    listener.callback = callback; // before the start: the first turn may bring a message at once
+    listener.stop = false; // a listener that was ended by force has left it set
     try {
         thread_->execute();
     } catch (JobException& failure) {
@@ -137,7 +136,7 @@ uint32_t IPCServer::listen(void* given) {
     try {
         MailSlot slot(MailSlotMode::receiver, name);
         logger.debug(2, "IPC: MailSlot created \"" + name + "\".");
-        runTurns(logger, name, slot);
+        runTurns(logger, *argument->callback, name, slot);
     } catch (IPCException& failure) {
         failure.addPosition(__FILE__, __LINE__);
         logger.debug(1, failure.getFullDescription());

@@ -4,14 +4,15 @@
 #include "shared/library/common/win32/ThreadInstance.h"
 #include "shared/library/logger/Logger.h"
 
+#include <functional>
 #include <string>
 #include <string_view>
 
 namespace Velmor {
 
 /// What is told of each message, on the listener's thread. What it lets out ends the listener.
-using IPCCallback = void (*)(const std::string& type, const std::string& reference, const std::string& text,
-                             const std::string& replyTo);
+using IPCCallback = std::function<void(const std::string& type, const std::string& reference, const std::string& text,
+                                       const std::string& replyTo)>;
 
 /// Listens on a mailslot with a thread of its own, once a second, and hands each message of the family's format to a
 /// callback, in the order of arrival. A program has one server at the most.
@@ -32,6 +33,7 @@ private:
     struct Argument {
         Logger* logger;
         std::string* name;
+        const IPCCallback* callback;
     };
 
     static uint32_t listen(void* argument);
@@ -39,6 +41,7 @@ private:
     SmartPointer<ThreadInstance> thread_;
     Logger logger_;
     std::string name_;
+    IPCCallback callback_;
     Argument argument_;
 };
 
