@@ -239,8 +239,10 @@ bool Agent::checkThread(ThreadRecord& record) {
 
 bool Agent::killSilent(ThreadRecord& record) {
     agentLogger().debug(5, "   Check: \"%s\" is silent.", record.name);
-    if (!endThread(record))
+    if (!endThread(record)) {
+        programState().isStuck = true;
         return false;
+    }
     record.state = ThreadState::down;
     agentLogger().debug(5, "   Check: \"%s\" has been killed.", record.name);
     return true;

@@ -2,6 +2,7 @@
 
 #include "platform/MessageQueues.h"
 #include "platform/Platform.h"
+#include "platform/ServiceManager.h"
 #include "programs/collectors/agent/AgentLogger.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Agent.h"
@@ -21,8 +22,10 @@ void supervise(Agent& agent) {
         if (programState().reconfigureFlag)
             agent.reconfigure();
         const DateTime now;
-        if (nextCheck < now) {
+        const bool wasSetBack = now + passTime < nextCheck;
+        if (nextCheck < now || wasSetBack) {
             nextCheck = now + passTime;
+            platform().serviceManager->alive();
             agentLogger().debug(5, "statusMonitor is running as normal.");
             if (!agent.checkThreads()) {
                 agentLogger().debug(1, "statusMonitor is exiting due to failed threads.");
