@@ -1,5 +1,6 @@
 #include "collector/CollectorFixture.h"
 
+#include "process/ProcessShared.h"
 #include "programs/collectors/agent/AgentLogger.h"
 #include "support/DataFiles.h"
 
@@ -87,6 +88,8 @@ CapturedLog::CapturedLog(int32_t level) {
     centre_ = SmartPointer<LoggerCentre>(new LoggerCentre(LogProgram::runtally, messenger_));
     LoggerUnit::setDebugLevel(level);
     runtallyState().logger.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre_, LogModule::runtally)));
+    processShared().logger.set(runtallyState().logger.unit());
+    processShared().hasToldCodes = false;
     agentLogger().set(SmartPointer<LoggerUnit>(new LoggerUnit(centre_, LogModule::agent)));
 }
 
@@ -98,6 +101,7 @@ size_t CapturedLog::count(const std::string& part) const {
 
 CapturedLog::~CapturedLog() {
     runtallyState().logger.release();
+    processShared().logger.release();
     agentLogger().release();
     LoggerUnit::setDebugLevel(0);
     centre_.release();

@@ -53,12 +53,15 @@ TraceHandle ScriptedTrace::open(std::string_view, uint32_t& error) {
 }
 
 uint32_t ScriptedTrace::process(const TraceHandle&, const EventCallback& onEvent, const BufferCallback& onBuffer) {
-    for (const ScriptedEvent& event : events) {
+    while (!events.empty() || (runs && !endsWhenRead)) {
         if (!onBuffer())
             return NativeError::cancelled;
+        if (events.empty())
+            continue;
+        const ScriptedEvent event = std::move(events.front());
+        events.pop_front();
         event.handOver(onEvent);
     }
-    events.clear();
     return processResult;
 }
 

@@ -4,6 +4,7 @@
 #include "platform/KernelTrace.h"
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <string>
 #include <string_view>
@@ -67,9 +68,10 @@ public:
     uint32_t pointerBytes = 4;
     uint64_t eventsLost = 0;
     std::string lacking;
-    std::vector<ScriptedEvent> events; // what the next reading hands over
-    TraceProperties started;           // what the last start was given
-    std::string calls;                 // in their order
+    std::deque<ScriptedEvent> events; // what the next reading hands over
+    bool endsWhenRead = true;         // the session does, with the last of them
+    TraceProperties started;          // what the last start was given
+    std::string calls;                // in their order
 };
 
 class ScriptedSchema : public EventSchema {

@@ -206,7 +206,7 @@ bool trace(uint32_t& result) {
     if (!prepareTracer(result))
         return false;
     awaitTable(reader);
-    if (reader.isToldToEnd())
+    if (runtallyState().settings.pollingOn && !state.tableReported && reader.isToldToEnd())
         return true;
     if (isToEnter || (isNew && !state.isTableWatched))
         endWhatWasGone();
