@@ -51,6 +51,7 @@ TEST_F(ConfigurationTest, ANewConfigurationJudgesAndNamesWhatComesBehindIt) {
     std::filesystem::create_directory(directory / "components");
     directory.write("components/appmapping.conf", "");
     ASSERT_TRUE(configure(withRules + polled));
+    os.clock.keepStep(); // the workers' sleeps would make hours pass
     Runtally collector("dummy");
     ASSERT_TRUE(collector.configure());
     os.processes.start(7, "/usr/bin/cad");
