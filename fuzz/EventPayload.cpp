@@ -30,7 +30,7 @@ public:
     uint32_t start(std::string_view, const TraceProperties&) override { return NativeError::accessDenied; }
     uint32_t stop(std::string_view) override { return NativeError::accessDenied; }
     TraceHandle open(std::string_view, uint32_t&) override { return nullptr; }
-    uint32_t process(const TraceHandle&, EventCallback, BufferCallback) override { return 0; }
+    uint32_t process(const TraceHandle&, const EventCallback&, const BufferCallback&) override { return 0; }
     void close(TraceHandle&) override {}
     uint32_t pointerSize() override { return width; }
     std::string shortcomings() override { return {}; }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -55,8 +56,8 @@ using TraceHandle = std::unique_ptr<NativeTrace>;
 /// for success.
 class KernelTrace {
 public:
-    using EventCallback = void (*)(const TraceEvent& event);
-    using BufferCallback = bool (*)();
+    using EventCallback = std::function<void(const TraceEvent& event)>;
+    using BufferCallback = std::function<bool()>;
 
     virtual ~KernelTrace() = default;
 
@@ -75,7 +76,8 @@ public:
     /// of them have been, or `onBuffer` returns false, which is asked before each event and at least five times a
     /// second; the result is 1223 then, and a further call goes on with the next event. An event that has been begun
     /// with is finished with before the thread can be ended by force.
-    virtual uint32_t process(const TraceHandle& trace, EventCallback onEvent, BufferCallback onBuffer) = 0;
+    virtual uint32_t process(const TraceHandle& trace, const EventCallback& onEvent,
+                             const BufferCallback& onBuffer) = 0;
     virtual void close(TraceHandle& trace) = 0;
 
     /// How wide pointers in payloads are, in bytes: 4 or 8.

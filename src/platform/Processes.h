@@ -57,6 +57,9 @@ public:
     /// When the kernel started the process, in a unit of its own: equal for two handles of one process, different for
     /// two processes that had one id. False if it can't be learnt.
     virtual bool startTime(const ProcessHandle& process, uint64_t& time) = 0;
+
+    /// The same in wall-clock seconds since 1970.
+    virtual bool startSecond(const ProcessHandle& process, int32_t& second) = 0;
 };
 
 } // namespace Velmor

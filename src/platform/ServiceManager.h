@@ -11,6 +11,8 @@ public:
     virtual void ready() = 0;
     /// It reads its configuration again; `ready` follows.
     virtual void reloading() = 0;
+    /// It is well. Whoever watches it takes one that doesn't say so for minutes for stuck, and starts it anew.
+    virtual void alive() = 0;
     /// It is on its way to its end.
     virtual void stopping() = 0;
 };

@@ -59,9 +59,7 @@ size_t ProcPoll::collectEnded(std::vector<ProcessPointer>& list, const TimeSpan&
     for (const ProcessPointer& process : previousPoll_) {
         if (currentPoll_.contains(process))
             continue;
-        process->setState(ProcessState::ended);
-        process->setEnd(DateTime() - span);
-        list.push_back(process);
+        reportEnded(process, span, list);
         ++count;
     }
     return count;
@@ -80,10 +78,32 @@ size_t ProcPoll::collectStarted(std::vector<ProcessPointer>& list, const TimeSpa
     return count;
 }
 
-void ProcPoll::clear() {
-    logger_.debug(1, "ProcPoll: Clearing data...");
+void ProcPoll::takeEnded(std::vector<ProcessPointer>& list, const TimeSpan& span) {
+    for (auto place = previousPoll_.begin(); place != previousPoll_.end();) {
+        const ProcessPointer process = *place;
+        if (!process->isOpen() || process->isRunning()) {
+            ++place;
+            continue;
+        }
+        place = previousPoll_.erase(place);
+        reportEnded(process, span, list);
+    }
+}
+
+void ProcPoll::reportEnded(const ProcessPointer& process, const TimeSpan& span, std::vector<ProcessPointer>& list) {
+    process->setState(ProcessState::ended);
+    process->setEnd(DateTime() - span);
+    list.push_back(process);
+}
+
+void ProcPoll::forget() {
     previousPoll_.clear();
     currentPoll_.clear();
+}
+
+void ProcPoll::clear() {
+    logger_.debug(1, "ProcPoll: Clearing data...");
+    forget();
     logger_.debug(1, "   ProcPoll: Data cleared.");
     logger_.release();
 }

@@ -32,12 +32,23 @@ public:
     /// each in the order of the ids, dated `span` before now.
     void getPollData(std::vector<ProcessPointer>& list, const TimeSpan& span);
 
-    /// Forgets all polls, and gives the logger back.
+    /// When the table can't be read: fills `list` with those of the last poll that have ended by what their own handles
+    /// say, dated as by `getPollData`, and forgets them, which gives the handles back.
+    void takeEnded(std::vector<ProcessPointer>& list, const TimeSpan& span);
+
+    /// Whether there is a poll to compare the next one with.
+    bool hasPrevious() const { return !previousPoll_.empty(); }
+
+    /// Forgets all polls: the next one finds everything started.
+    void forget();
+
+    /// The same, and gives the logger back.
     void clear();
 
 private:
     using Table = std::set<ProcessPointer>;
 
+    static void reportEnded(const ProcessPointer& process, const TimeSpan& span, std::vector<ProcessPointer>& list);
     size_t collectEnded(std::vector<ProcessPointer>& list, const TimeSpan& span) const;
     size_t collectStarted(std::vector<ProcessPointer>& list, const TimeSpan& span) const;
 

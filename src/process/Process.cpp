@@ -1,5 +1,6 @@
 #include "process/Process.h"
 
+#include "platform/Clock.h"
 #include "platform/Errors.h"
 #include "platform/Platform.h"
 #include "process/ProcessShared.h"
@@ -7,6 +8,10 @@
 #include "shared/library/common/system/SystemInfo.h"
 
 namespace Velmor {
+
+namespace {
+constexpr uint32_t codesPause = 60000; // milliseconds
+}
 
 ProcessShared& processShared() {
     static ProcessShared shared;
@@ -65,6 +70,8 @@ bool Process::openProcess(std::string_view caller, uint32_t pid, bool& accessDen
     }
     accessDenied = error == NativeError::accessDenied;
     lost = error == NativeError::invalidParameter;
+    if (error == NativeError::tooManyOpenFiles)
+        ++processShared().unopened;
     if (accessDenied)
         log.debug(3, "   openProcess.%s: Access denied to process.", caller);
     else if (lost)
@@ -99,9 +106,36 @@ uint32_t Process::getExitCode() {
     if (log.passes(1))
         log.debug(1, "   getExitCode: Unable to get exit code from process %i, started at %s.", pid_,
                   start_.toString(false, false));
-    log.warning(RuntallyMessage::exitCodeUnknown, executable_, start_.getSeconds());
+    reportUnknownCode();
     invalidate();
     return 0;
+}
+
+/// One by its name, and those that follow within a minute by their number: hundreds come at once after a loss of
+/// events.
+void Process::reportUnknownCode() const {
+    ProcessShared& shared = processShared();
+    const uint32_t now = platform().clock->ticks();
+    if (shared.hasToldCodes && now - shared.codesTold < codesPause) {
+        ++shared.untoldCodes;
+        return;
+    }
+    shared.hasToldCodes = true;
+    shared.codesTold = now;
+    shared.logger.warning(RuntallyMessage::exitCodeUnknown, executable_, start_.getSeconds());
+}
+
+void Process::tellUnknownCodes(bool now) {
+    ProcessShared& shared = processShared();
+    const uint32_t ticks = platform().clock->ticks();
+    if (shared.untoldCodes == 0 || (!now && ticks - shared.codesTold < codesPause))
+        return;
+    shared.codesTold = ticks;
+    shared.logger.warning(RuntallyMessage::exitCodesUnknown, std::to_string(shared.untoldCodes.exchange(0)));
+}
+
+uint32_t Process::unopenedCount() {
+    return processShared().unopened;
 }
 
 bool Process::isRunning() {
@@ -116,6 +150,16 @@ bool Process::isSameProcess(const Process& other) const {
     const bool known = handle_ && other.handle_ && platform().processes->startTime(handle_, own) &&
                        platform().processes->startTime(other.handle_, others);
     return !known || own == others;
+}
+
+void Process::startNotBefore(const DateTime& earliest) {
+    if (start_ < earliest)
+        start_ = earliest;
+    int32_t second = 0;
+    if (handle_ && platform().processes->startSecond(handle_, second) && start_.getSeconds() < second)
+        start_ = DateTime(second);
+    if (const DateTime now; now < start_)
+        start_ = now;
 }
 
 void Process::setUser(std::string_view user) {

@@ -76,6 +76,10 @@ public:
     /// 259 while the process runs; 0 without a handle or if the code can't be learnt, which is then a warning and gives
     /// the handle up.
     uint32_t getExitCode();
+    /// Says how many codes could not be learnt that no message has told of; once a minute, or `now`.
+    static void tellUnknownCodes(bool now);
+    /// How many processes could not be opened for want of handles, in all.
+    static uint32_t unopenedCount();
     /// True only if a handle is held and tells that the process runs.
     bool isRunning();
 
@@ -87,6 +91,9 @@ public:
     /// Whether the two objects, which share an id, may be one process: false only if the kernel's start times of both
     /// handles are known and differ.
     bool isSameProcess(const Process& other) const;
+
+    /// Moves the start up to `earliest` and to where the system says that the process started; not into the future.
+    void startNotBefore(const DateTime& earliest);
 
     uint32_t pid() const { return pid_; }
     uint32_t orderingField() const { return pid_; }
@@ -124,6 +131,7 @@ private:
     void describeUnopened(bool accessDenied, bool lost, std::string& name) const;
     bool findFirstModule(ModuleId& module, uint32_t& error);
     bool takeModulePath(std::string_view caller, uint32_t pid, ModuleId module, std::string& name);
+    void reportUnknownCode() const;
     void readAccount();
     void becomeSystem();
     void setAccount(std::string_view user, std::string_view domain);

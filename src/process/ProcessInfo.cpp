@@ -224,12 +224,16 @@ void Process::refreshInfo() {
         getProcessInfo2(pid_, executable_, true);
         return;
     }
-    invalidate();
+    ProcessHandle former = std::move(handle_); // if it has ended meanwhile, this alone tells its exit code
     if (isUnknownName(parentExecutable_)) {
         getProcessInfo(parentPid_, parentExecutable_);
         invalidate();
     }
     getProcessInfo(pid_, executable_);
+    if (!handle_)
+        handle_ = std::move(former);
+    else if (isUnknownName(user_))
+        readAccount();
 }
 
 } // namespace Velmor

@@ -6,6 +6,8 @@
 #include "process/ProcessShared.h"
 #include "shared/library/common/text/TextUtils.h"
 
+#include <algorithm>
+
 namespace Velmor {
 
 namespace {
@@ -61,12 +63,13 @@ std::vector<ModuleRecord> Process::updateModules() {
     size_t added = 0;
     for (const std::string& name : names) {
         const auto [entry, isNew] = modules_.try_emplace(name, ModuleRecord{name, now, now});
+        entry->second.firstSeen = std::min(entry->second.firstSeen, now); // the clock may have been set back
         entry->second.lastSeen = now;
         added += isNew ? 1 : 0;
     }
     std::vector<ModuleRecord> ended;
     for (auto entry = modules_.begin(); entry != modules_.end();) {
-        if (entry->second.lastSeen == now) {
+        if (entry->second.lastSeen == now && state_ != ProcessState::ended) {
             ++entry;
             continue;
         }

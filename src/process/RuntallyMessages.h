@@ -18,6 +18,9 @@ enum : int32_t {
     fileUnusable = 31,
     rulesUnusable = 34,
     rightsMissing = 40,
+    valueKept = 47,
+    trackingEnded = 48,
+    reconfigurationBrokenOff = 49,
 
     // Processes
     exitCodeUnknown = 13,
@@ -27,6 +30,10 @@ enum : int32_t {
     endInFuture = 27,
     timesInverted = 28,
     negativeDuration = 29,
+    tableUnreadable = 43,
+    processesUnopened = 44,
+    exitCodesUnknown = 45,
+    changeGivenUp = 46,
 
     // Records and their files
     noFile = 4,

@@ -19,11 +19,14 @@ public:
     explicit PlainAgent(const std::string& commandLine) : Agent(commandLine) { setName("Runtally"); }
     void run() override {}
     bool configureCollector() override {
-        ++configurations;
+        const std::string name = "new" + std::to_string(++configurations);
+        registerLogFile(name, name, TimeSpan(), false, nullptr);
+        reached = logFileRegistry().contains("kept") && !logFileRegistry().contains(name);
         return succeeds;
     }
     int configurations = 0;
     bool succeeds = true;
+    bool reached = false; // the former data files, and no new one
 };
 
 /// A machine on which an agent can start.
@@ -123,7 +126,7 @@ TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMend
     directory.write("primetime", "*:*:*:*:*\n");
     agent.succeeds = false;
     EXPECT_FALSE(agent.reconfigure());
-    EXPECT_TRUE(logFileRegistry().contains("kept")) << "for the last slices of what runs";
+    EXPECT_TRUE(agent.reached && logFileRegistry().contains("kept")) << "for the last slices of what runs";
     EXPECT_EQ(getClassText(DateTime()), "prime");
     EXPECT_TRUE(agent.checkThreads()) << "there is none that could have died";
     EXPECT_TRUE(agent.checkThreads());
@@ -131,7 +134,8 @@ TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMend
     std::filesystem::remove(directory / "primetime");
     EXPECT_TRUE(agent.reconfigure());
     EXPECT_EQ(getClassText(DateTime()), "undef") << "the file has gone";
-    EXPECT_FALSE(logFileRegistry().contains("kept"));
+    EXPECT_TRUE(agent.reached);
+    EXPECT_TRUE(logFileRegistry().contains("new3") && !logFileRegistry().contains("kept"));
     EXPECT_TRUE(agent.stopAndVerify());
 }
 

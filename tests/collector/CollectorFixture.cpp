@@ -1,5 +1,6 @@
 #include "collector/CollectorFixture.h"
 
+#include "process/ProcessShared.h"
 #include "programs/collectors/agent/AgentLogger.h"
 #include "support/DataFiles.h"
 
@@ -50,16 +51,14 @@ std::vector<UsageLine> parseRecords(const std::string& text) {
 
 Collector::Collector(const std::string& rules) {
     LoggerUnit::setDebugLevel(0);
+    resetRuntallyState();
     RuntallyState& state = runtallyState();
     state.exeFinder = std::make_unique<ExeFinder>(SmartPointer<LoggerUnit>());
-    state.polledOnce = false;
-    state.settings.eventsActive = 0;
     setPollInterval(2);
     Process::setLogger({});
     StaticInfo& info = programState().staticInfo;
     info = {"WORKGROUP", "pc17", "i386", "Windows XP"};
     std::string error;
-    state.includeExclude.clear();
     if (!state.includeExclude.load(directory.write("rules", rules), error))
         throw std::runtime_error(error);
     std::filesystem::remove(directory / "rules");
@@ -68,14 +67,7 @@ Collector::Collector(const std::string& rules) {
 }
 
 Collector::~Collector() {
-    RuntallyState& state = runtallyState();
-    logFileRegistry().clear();
-    state.procPoll.clear();
-    for (ProcessMap* map :
-         {&state.registry.processMap, &state.registry.endedProcessMap, &state.registry.pendingInfoMap})
-        map->clear();
-    state.registry.monitoredCount = 0;
-    state.exeFinder.reset();
+    resetRuntallyState();
 }
 
 ProcessPointer Collector::report(uint32_t pid, ProcessState state, int32_t when) {
@@ -96,6 +88,8 @@ CapturedLog::CapturedLog(int32_t level) {
     centre_ = SmartPointer<LoggerCentre>(new LoggerCentre(LogProgram::runtally, messenger_));
     LoggerUnit::setDebugLevel(level);
     runtallyState().logger.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre_, LogModule::runtally)));
+    processShared().logger.set(runtallyState().logger.unit());
+    processShared().hasToldCodes = false;
     agentLogger().set(SmartPointer<LoggerUnit>(new LoggerUnit(centre_, LogModule::agent)));
 }
 
@@ -107,6 +101,7 @@ size_t CapturedLog::count(const std::string& part) const {
 
 CapturedLog::~CapturedLog() {
     runtallyState().logger.release();
+    processShared().logger.release();
     agentLogger().release();
     LoggerUnit::setDebugLevel(0);
     centre_.release();

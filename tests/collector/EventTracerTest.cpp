@@ -2,6 +2,8 @@
 
 #include "collector/CollectorFixture.h"
 
+#include "platform/MessageQueues.h"
+#include "platform/Threads.h"
 #include "process/ProcessShared.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
 
@@ -18,17 +20,12 @@ protected:
         processShared().hasEventSchema = false;
         collector.os.eventSchema.describeProcesses();
         collector.os.accounts.accounts["S-1-22-1-500"] = {"ann", "HQ"};
-        runtallyState().settings.eventsActive = 1;
-        runtallyState().settings.pollingOn = false;
+        settings().eventsActive = 1;
         runtallyState().programStart = now();
         programState().quitFlag = 0;
     }
     ~EventTracerTest() override {
-        tracerState().tracer.reset();
-        tracerState().ignoredStarts.clear();
-        tracerState().tableReported = false;
         programState().quitFlag = 0;
-        runtallyState().settings.eventsActive = 0;
         processShared().systemNumber = 0;
     }
 
@@ -46,6 +43,7 @@ protected:
         ThreadRecord record("EventTracer", 0);
         return eventTracer(&record);
     }
+    static RuntallySettings& settings() { return runtallyState().settings; }
     size_t stopEvents() { return runtallyState().registry.endedProcessMap.size(); }
 
     Collector collector;
@@ -133,6 +131,66 @@ TEST_F(EventTracerTest, WhatWasGoneWhenItWasToBeEnteredIsEndedAndFreesItsId) {
     ASSERT_EQ(collector.records().size(), 2U);
     EXPECT_EQ(collector.records()[0].executable, Process::lostText);
     EXPECT_EQ(collector.records()[1].executable, "cad.exe");
+}
+
+TEST_F(EventTracerTest, WhatALaterTracerEntersIsDatedByTheLastLook) {
+    settings().eventsActive = 0;
+    collector.os.processes.start(40, "c:\\apps\\old.exe");
+    collector.poll();
+    collector.os.clock.advance(10);
+    const int32_t poll = now();
+    collector.poll();
+    collector.os.processes.start(41, "c:\\apps\\refused.exe").openError = NativeError::accessDenied;
+    settings().eventsActive = 1;
+    runtallyState().polledOnce = false;
+    for (const bool ended : {false, true}) { // by a new configuration, and after an ended session
+        collector.os.clock.advance(20);
+        const uint32_t pid = ended ? 43 : 42;
+        collector.os.processes.start(pid, "c:\\apps\\late.exe");
+        collector.os.processes.end(ended ? 42 : 40, 3);
+        collector.os.clock.advance(5);
+        runThread();
+        EXPECT_EQ(collector.tracked().at(pid)->getStart().getSeconds(), now() - 5);
+        ASSERT_EQ(collector.records().size(), ended ? 2U : 1U) << "what ended meanwhile";
+        EXPECT_EQ(collector.records().back().exitCode, "3");
+    }
+    EXPECT_EQ(collector.tracked().at(41)->getStart().getSeconds(), poll) << "the earliest that may be";
+}
+
+TEST_F(EventTracerTest, ATracerThatIsToldToEndTakesWhatWaitsAndLeavesTheSessionToTheNext) {
+    ScriptedTrace& trace = collector.os.kernelTrace;
+    trace.endsWhenRead = false;
+    for (size_t i = 1; i < 3; ++i) {
+        uint32_t message = 0;
+        platform().messageQueues->peek(message); // this thread has a queue from now on
+        platform().messageQueues->post(platform().threads->currentId(), WindowMessage::destroy);
+        trace.events = {event(start, 40, "c:\\apps\\cad.exe", now()), event(end, 40, "", now())};
+        EXPECT_EQ(runThread(), 0U);
+        EXPECT_EQ(collector.records().size(), i);
+        EXPECT_TRUE(tracerState().tracer && trace.runs);
+    }
+    trace.events.push_back(event(start, 41, "c:\\apps\\cad.exe", now()));
+    endTracing();
+    EXPECT_TRUE(collector.tracked().contains(41)) << "what had come when the session was given up";
+    EXPECT_FALSE(trace.runs);
+}
+
+TEST_F(EventTracerTest, WithBothSourcesTooWhatWasGoneIsEndedOrNamedByItsStart) {
+    settings().pollingOn = true;
+    for (const bool isWatched : {false, true}) {
+        SCOPED_TRACE(isWatched);
+        runtallyState().polledOnce = false;
+        collector.os.processes.start(40, "c:\\apps\\gone.exe").openError = NativeError::invalidParameter;
+        tracerState().hasSession = isWatched;
+        collector.poll();
+        runtallyState().polledOnce = false;
+        if (isWatched)
+            collector.os.kernelTrace.events = {event(start, 40, "c:\\apps\\cad.exe", now()), event(end, 40, "", now())};
+        runThread();
+        EXPECT_TRUE(collector.tracked().empty());
+        ASSERT_EQ(collector.records().size(), isWatched ? 2U : 1U);
+        EXPECT_EQ(collector.records().back().executable, isWatched ? "cad.exe" : std::string(Process::lostText));
+    }
 }
 
 TEST_F(EventTracerTest, ASessionThatCannotBeStartedEndsTheProgram) {

@@ -70,6 +70,22 @@ TEST(RecordsOfManyTest, InvertedTimesAreDroppedQuietlyWithinTenSecondsOfARecord)
     }
 }
 
+TEST_F(RecordsTest, AClockSetBackBehindASliceCostsThatSliceOnly) {
+    const CapturedLog log(1);
+    collector.os.processes.start(7, cad);
+    collector.report(7, ProcessState::started, now());
+    collector.os.clock.step(-100);
+    for (int i = 0; i < 2; ++i) {
+        Runtally::dumpAll();
+        collector.os.clock.advance(10);
+    }
+    Runtally::dumpAll();
+    EXPECT_EQ(log.count("(2.08.28)"), 1U);
+    const auto records = collector.records();
+    ASSERT_EQ(records.size(), 2U);
+    EXPECT_TRUE(records[0].isFirst && records[0].duration == 10 && records[1].duration == 10);
+}
+
 TEST_F(RecordsTest, TimesInTheFutureBecomeNow) {
     const CapturedLog log(1);
     collector.os.processes.start(7, cad);

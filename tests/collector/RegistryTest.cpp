@@ -139,6 +139,29 @@ TEST_F(RegistryTest, WhatEndedWhileEventsWereGivenUpForPollingHasItsRecord) {
     EXPECT_EQ(collector.records()[0].duration, 30);
 }
 
+TEST_F(RegistryTest, WithoutHandlesThePollEndsWhatItHoldsAndSaysSoOnce) {
+    const CapturedLog log(1);
+    for (const uint32_t pid : {7U, 8U, 9U})
+        collector.os.processes.start(pid, cad).knowsExitCode = false;
+    collector.poll();
+    collector.os.processes.start(20, cad).openError = NativeError::tooManyOpenFiles;
+    for (const uint32_t pid : {7U, 8U, 9U}) {
+        collector.os.processes.canEnumerate = pid == 8; // between the two others
+        collector.os.processes.end(pid, 0);
+        for (int i = 0; i < 2; ++i)
+            collector.poll();
+        EXPECT_FALSE(collector.tracked().contains(pid));
+        Process::tellUnknownCodes(false);
+    }
+    Process::tellUnknownCodes(true);
+    EXPECT_EQ(log.count("(2.08.43)") + log.count("(2.08.44)"), 1U);
+    EXPECT_EQ(log.count("(2.08.13)"), 1U) << "the first by its name";
+    EXPECT_TRUE(log.has("(2.08.45) (Message not found.) Parameters: 2"));
+    collector.os.processes.at(20).openError = 0;
+    Runtally::retryPendingInfo();
+    EXPECT_EQ(collector.tracked().at(20)->getAccount(), "\\\\PC17\\bob");
+}
+
 TEST_F(RegistryTest, AProcessThatEndsWhileItWaitsForItsNameHasItsRecordAndFreesItsId) {
     collector.os.processes.start(10, cad).modulesFail = 1000;
     collector.poll();

@@ -28,12 +28,6 @@ protected:
         registerLogFile(collector.directory / "ModuleLog", "module", TimeSpan(), false, nullptr);
         registerLogFile(collector.directory / "PerfMonLog", "perfmon", TimeSpan(3600), true, dumpPerfMon);
     }
-    ~SideRecordsTest() override {
-        runtallyState().settings.moduleLogging = false;
-        runtallyState().settings.performanceMonitoring = false;
-        runtallyState().processRules.clear();
-        runtallyState().performance = {};
-    }
 
     ScriptedPlatform& os() { return collector.os; }
     Process& tracked(uint32_t id) { return *collector.tracked().at(id); }

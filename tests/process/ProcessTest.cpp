@@ -78,6 +78,7 @@ TEST_F(ProcessTest, ExitCodesOutliveTheProcessWhileAHandleIsHeld) {
     EXPECT_EQ(process->getExitCode(), 3U);
     os.processes.start(8, "c:\\a.exe").knowsExitCode = false;
     const auto silent = look(8);
+    os.processes.end(8, 3);
     EXPECT_EQ(silent->getExitCode(), 0U);
     EXPECT_FALSE(silent->isOpen()) << "a handle that tells nothing is given up";
     EXPECT_EQ(Process(9, 0, Process::Mode::ended, true).getExitCode(), 0U);
@@ -100,7 +101,6 @@ TEST_F(ProcessTest, ModulesAreFollowedFromTheirFirstToTheirLastSecond) {
     ASSERT_EQ(gone.size(), 2U);
     EXPECT_EQ(gone[0].name + " " + gone[1].name, "m100.dll m101.dll");
     EXPECT_EQ(gone[0].lastSeen - gone[0].firstSeen, 5);
-    os.clock.advance(1);
     process->setState(ProcessState::ended);
     EXPECT_EQ(process->updateModules().size(), 58U) << "an ended process gives back all, and the image is none";
     EXPECT_TRUE(process->updateModules().empty());
@@ -127,8 +127,14 @@ TEST_F(ProcessTest, APollTellsEndsBeforeStartsAndDatesThemBack) {
     EXPECT_EQ(list[1]->getStart().getSeconds(), os.clock.now() - 50);
     os.processes.start(3, "c:\\c.exe");
     EXPECT_EQ(next(0), "") << "an id in use again between two polls is no change";
+    os.processes.start(4, "c:\\d.exe");
+    EXPECT_EQ(next(0), "+4");
     os.processes.canEnumerate = false;
     EXPECT_FALSE(poll.poll(0));
+    os.processes.end(4, 0);
+    list.clear();
+    poll.takeEnded(list, TimeSpan());
+    EXPECT_EQ(changes(list), "-4") << "by its handle alone";
     os.processes.canEnumerate = true;
     poll.clear();
     EXPECT_EQ(next(0), "+3");

@@ -62,12 +62,11 @@ ProcessHandle ScriptedProcesses::open(uint32_t pid, uint32_t& error) {
 }
 
 bool ScriptedProcesses::exitCode(const ProcessHandle& process, uint32_t& code, uint32_t& error) {
-    if (!on(process).knowsExitCode) {
-        error = NativeError::accessDenied;
-        return false;
-    }
     code = on(process).isAlive ? stillActive : on(process).exitCode;
-    return true;
+    if (on(process).isAlive || on(process).knowsExitCode)
+        return true;
+    error = NativeError::accessDenied;
+    return false;
 }
 
 bool ScriptedProcesses::modules(const ProcessHandle& process, std::vector<ModuleId>& modules, size_t& count,
@@ -118,12 +117,18 @@ bool ScriptedProcesses::startTime(const ProcessHandle& process, uint64_t& time) 
     return true;
 }
 
+bool ScriptedProcesses::startSecond(const ProcessHandle& process, int32_t& second) {
+    second = on(process).startSecond;
+    return true;
+}
+
 ScriptedProcess& ScriptedProcesses::start(uint32_t pid, const std::string& path) {
     if (table_.contains(pid))
         end(pid, 0);
     auto process = std::make_shared<ScriptedProcess>();
     process->path = path;
     process->startTime = ++startCount_;
+    process->startSecond = clock_.now();
     table_[pid] = process;
     return *process;
 }

@@ -52,6 +52,7 @@ struct ScriptedProcess {
     std::string path;
     std::string sid = "S-bob";
     uint64_t startTime = 0;
+    int32_t startSecond = 0; // since 1970
     bool isAlive = true;
     uint32_t exitCode = 0;
     bool knowsExitCode = true;
@@ -64,6 +65,8 @@ struct ScriptedProcess {
 
 class ScriptedProcesses : public Processes {
 public:
+    explicit ScriptedProcesses(Clock& clock) : clock_(clock) {}
+
     bool enumerate(std::vector<uint32_t>& ids) override;
     ProcessHandle open(uint32_t pid, uint32_t& error) override;
     bool exitCode(const ProcessHandle& process, uint32_t& code, uint32_t& error) override;
@@ -74,6 +77,7 @@ public:
     TokenHandle openToken(const ProcessHandle& process, uint32_t& error) override;
     bool tokenUser(const TokenHandle& token, std::string& sid, uint32_t& error) override;
     bool startTime(const ProcessHandle& process, uint64_t& time) override;
+    bool startSecond(const ProcessHandle& process, int32_t& second) override;
 
     /// Starts a process; one under the same id has ended.
     ScriptedProcess& start(uint32_t pid, const std::string& path);
@@ -87,6 +91,7 @@ public:
 private:
     std::map<uint32_t, std::shared_ptr<ScriptedProcess>> table_;
     uint64_t startCount_ = 0;
+    Clock& clock_;
 };
 
 class ScriptedAccounts : public Accounts {
@@ -161,7 +166,7 @@ public:
     ~ScriptedPlatform();
 
     ScriptedClock clock;
-    ScriptedProcesses processes;
+    ScriptedProcesses processes{clock};
     ScriptedAccounts accounts;
     ScriptedRegistry registry;
     ScriptedMachine machine;

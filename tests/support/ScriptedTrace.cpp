@@ -15,7 +15,7 @@ PayloadText& PayloadText::sid(uint32_t last, size_t head) {
     return number<uint8_t>(1).number<uint8_t>(2).text(std::string_view("\0\0\0\0\0\26", 6)).number(1U).number(last);
 }
 
-void ScriptedEvent::handOver(KernelTrace::EventCallback use) const {
+void ScriptedEvent::handOver(const KernelTrace::EventCallback& use) const {
     TraceEvent event;
     event.type = type;
     event.version = version;
@@ -52,13 +52,16 @@ TraceHandle ScriptedTrace::open(std::string_view, uint32_t& error) {
     return error == NativeError::success ? std::make_unique<NativeTrace>() : nullptr;
 }
 
-uint32_t ScriptedTrace::process(const TraceHandle&, EventCallback onEvent, BufferCallback onBuffer) {
-    for (const ScriptedEvent& event : events) {
+uint32_t ScriptedTrace::process(const TraceHandle&, const EventCallback& onEvent, const BufferCallback& onBuffer) {
+    while (!events.empty() || (runs && !endsWhenRead)) {
         if (!onBuffer())
             return NativeError::cancelled;
+        if (events.empty())
+            continue;
+        const ScriptedEvent event = std::move(events.front());
+        events.pop_front();
         event.handOver(onEvent);
     }
-    events.clear();
     return processResult;
 }
 

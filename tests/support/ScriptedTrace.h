@@ -4,6 +4,7 @@
 #include "platform/KernelTrace.h"
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <string>
 #include <string_view>
@@ -45,7 +46,7 @@ struct ScriptedEvent {
     TraceGuid guid = processGuid;
 
     /// Calls `use` with it in the form in which it is handed over.
-    void handOver(KernelTrace::EventCallback use) const;
+    void handOver(const KernelTrace::EventCallback& use) const;
 };
 
 class ScriptedTrace : public KernelTrace {
@@ -54,7 +55,7 @@ public:
     uint32_t start(std::string_view name, const TraceProperties& properties) override;
     uint32_t stop(std::string_view name) override;
     TraceHandle open(std::string_view name, uint32_t& error) override;
-    uint32_t process(const TraceHandle& trace, EventCallback onEvent, BufferCallback onBuffer) override;
+    uint32_t process(const TraceHandle& trace, const EventCallback& onEvent, const BufferCallback& onBuffer) override;
     void close(TraceHandle& trace) override;
     uint32_t pointerSize() override { return pointerBytes; }
     std::string shortcomings() override { return lacking; }
@@ -67,9 +68,10 @@ public:
     uint32_t pointerBytes = 4;
     uint64_t eventsLost = 0;
     std::string lacking;
-    std::vector<ScriptedEvent> events; // what the next reading hands over
-    TraceProperties started;           // what the last start was given
-    std::string calls;                 // in their order
+    std::deque<ScriptedEvent> events; // what the next reading hands over
+    bool endsWhenRead = true;         // the session does, with the last of them
+    TraceProperties started;          // what the last start was given
+    std::string calls;                // in their order
 };
 
 class ScriptedSchema : public EventSchema {

@@ -97,8 +97,9 @@ void KernelTracer::consume() {
         logger_.debug(1, "KernelTracer, consume: Error %i opening kernel session.", error);
         return;
     }
+    keepsSession_ = false;
     uint32_t result = platform().kernelTrace->process(trace, onEvent_, onBuffer_);
-    if (result == NativeError::cancelled && onRest_) {
+    if (result == NativeError::cancelled && onRest_ && !keepsSession_) {
         stopSession();
         result = platform().kernelTrace->process(trace, onEvent_, onRest_);
     }

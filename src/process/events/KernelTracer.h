@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <utility>
 
 namespace Velmor {
 
@@ -19,14 +20,16 @@ public:
     virtual ~KernelTracer();
 
     /// What gets the events, one at a time, and what is asked regularly whether to go on. On the thread of `consume`.
-    void setEventCallback(KernelTrace::EventCallback callback) { onEvent_ = callback; }
-    void setBufferCallback(KernelTrace::BufferCallback callback) { onBuffer_ = callback; }
+    void setEventCallback(KernelTrace::EventCallback callback) { onEvent_ = std::move(callback); }
+    void setBufferCallback(KernelTrace::BufferCallback callback) { onBuffer_ = std::move(callback); }
     /// What is asked in its place about the events that wait when it has said stop.
-    void setRestCallback(KernelTrace::BufferCallback callback) { onRest_ = callback; }
+    void setRestCallback(KernelTrace::BufferCallback callback) { onRest_ = std::move(callback); }
 
     /// Reads until the session ends, or the buffer callback says so; then the session is stopped, and what was taken
     /// until then is handed over as well, as long as the rest callback agrees. A failure is a message.
     void consume();
+    /// For the buffer callback, when it says stop: the session goes on, for a later `consume`.
+    void keepSession() { keepsSession_ = true; }
 
     /// How many events the system could not keep since the session's start.
     static uint64_t eventsLost();
@@ -38,10 +41,11 @@ private:
 
     Logger logger_;
     std::atomic<uint8_t>& quitFlag_;
-    KernelTrace::EventCallback onEvent_ = nullptr;
-    KernelTrace::BufferCallback onBuffer_ = nullptr;
-    KernelTrace::BufferCallback onRest_ = nullptr;
-    bool isStopped_ = false; // by this object
+    KernelTrace::EventCallback onEvent_;
+    KernelTrace::BufferCallback onBuffer_;
+    KernelTrace::BufferCallback onRest_;
+    bool keepsSession_ = false; // though the reading has been stopped
+    bool isStopped_ = false;    // the session, by this object
 };
 
 } // namespace Velmor

@@ -42,6 +42,11 @@ void LinuxServiceManager::reloading() {
     notify("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(microseconds));
 }
 
+void LinuxServiceManager::alive() {
+    if (std::getenv("WATCHDOG_USEC"))
+        notify("WATCHDOG=1");
+}
+
 void LinuxServiceManager::stopping() {
     notify("STOPPING=1");
 }

@@ -9,6 +9,7 @@ class LinuxServiceManager : public ServiceManager {
 public:
     void ready() override;
     void reloading() override;
+    void alive() override;
     void stopping() override;
 };
 

@@ -10,10 +10,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace Velmor {
 
@@ -344,6 +346,21 @@ bool LinuxProcesses::startTime(const ProcessHandle& process, uint64_t& time) {
     if (!looked.record) // the events' clock doesn't tell the tick
         return false;
     time = (looked.record->startTime << generationBits) + looked.record->generation;
+    return true;
+}
+
+bool LinuxProcesses::startSecond(const ProcessHandle& process, int32_t& second) {
+    const LinuxProcess& looked = opened(process);
+    const uint64_t ticks = looked.record ? looked.record->startTime : looked.traced->startTicks;
+    if (ticks == 0)
+        return false;
+    timespec sinceBoot{};
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+    clock_gettime(CLOCK_REALTIME, &now);
+    const auto age = static_cast<double>(sinceBoot.tv_sec) + static_cast<double>(sinceBoot.tv_nsec) / 1e9 -
+                     static_cast<double>(ticks) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    second = static_cast<int32_t>(static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9 - age);
     return true;
 }
 

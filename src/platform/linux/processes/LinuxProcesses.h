@@ -36,6 +36,7 @@ public:
     TokenHandle openToken(const ProcessHandle& process, uint32_t& error) override;
     bool tokenUser(const TokenHandle& token, std::string& sid, uint32_t& error) override;
     bool startTime(const ProcessHandle& process, uint64_t& time) override;
+    bool startSecond(const ProcessHandle& process, int32_t& second) override;
 
     /// What the reader of process events has noted. A process in it is opened by its note, also when it has ended.
     TracedProcesses& traced() { return traced_; }

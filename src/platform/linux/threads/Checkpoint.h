@@ -8,6 +8,9 @@ namespace Velmor {
 /// system passes one. It never returns then, and unwinds nothing.
 void checkpoint();
 
+/// How many critical sections the calling thread is in: one that is in none leaves nothing behind at a checkpoint.
+extern thread_local volatile int enteredSections;
+
 /// While one lives, the thread that made it passes checkpoints: it holds something that others could never get back
 /// from it. One destroyed by another thread changes nothing for that one.
 class StopDeferral {

@@ -40,8 +40,10 @@ public:
         while (true) {
             if (ownerOf(state) != 0 && ownerOf(state) != self)
                 return false;
-            if (state_.compare_exchange_weak(state, packed(self, depthOf(state) + 1), std::memory_order_acq_rel))
+            if (state_.compare_exchange_weak(state, packed(self, depthOf(state) + 1), std::memory_order_acq_rel)) {
+                enteredSections = enteredSections + 1;
                 return true;
+            }
         }
     }
 
@@ -53,6 +55,7 @@ public:
                 return;
         } while (!state_.compare_exchange_weak(state, depthOf(state) > 1 ? packed(self, depthOf(state) - 1) : free,
                                                std::memory_order_acq_rel));
+        enteredSections = enteredSections - 1;
         if (depthOf(state) <= 1)
             announceRelease();
     }

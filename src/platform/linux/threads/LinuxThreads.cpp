@@ -22,11 +22,16 @@ namespace Velmor {
 
 namespace {
 constexpr long grace = 1000;     // milliseconds that a thread has to reach a checkpoint
-constexpr long choosyTime = 500; // milliseconds for which the signal waits for a harmless place
-constexpr long surrender = 3000; // milliseconds after which the thread can't be ended
+constexpr long surrender = 3500; // milliseconds more to come to a harmless place
 constexpr long pollStep = 5;     // milliseconds
 
-enum class Order : uint8_t { none, stopAtCheckpoint, stopInHarmlessPlace, stopAnywhere };
+enum class Order : uint8_t { none, stopAtCheckpoint, stopInHarmlessPlace };
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool mayLeave = false; // the sanitizers keep books on threads and what they hold
+#else
+constexpr bool mayLeave = true;
+#endif
 
 /// What a thread and the holders of its handle share.
 struct ThreadControl {
@@ -36,6 +41,8 @@ struct ThreadControl {
     std::atomic<uint32_t> exitCode{stillActive};
     std::atomic<Order> order{Order::none};
     std::atomic<bool> standsStill{false}; // for good
+    std::atomic<bool> hasLeft{false};     // and is to be joined
+    pthread_t thread{};
     std::atomic<uint32_t> suspendCount{0};
     std::atomic<bool> suspended{false};
 };
@@ -63,6 +70,14 @@ void pauseFor(long milliseconds) {
         pause();
 }
 
+/// Ends the thread without a line of the program or of the C library; whoever ended it joins it, which frees its stack.
+[[noreturn]] void leave(ThreadControl& control) {
+    control.hasLeft.store(true);
+    control.standsStill.store(true);
+    for (;;)
+        syscall(SYS_exit, 0);
+}
+
 /// Whether the interrupted thread is in the program's own code or in a wait in the kernel, where it holds no lock of
 /// the C library. Other calls of the kernel are no such places: the allocator makes some with its lock held.
 bool isHarmlessPlace(const ucontext_t& context) {
@@ -83,8 +98,6 @@ bool isHarmlessPlace(const ucontext_t& context) {
 
 void obeyStop(ThreadControl& control, const ucontext_t& context) {
     const Order order = control.order.load();
-    if (order == Order::stopAnywhere)
-        standStill(control);
     if (order == Order::stopInHarmlessPlace && deferrals == 0 && isHarmlessPlace(context))
         standStill(control);
 }
@@ -140,6 +153,7 @@ void* runThread(void* given) {
     const uint32_t code = runRoutine(control);
     // From here on nothing of the thread's own is left to be stopped.
     current = nullptr;
+    pthread_detach(pthread_self());
     control.exitCode.store(code);
     return nullptr;
 }
@@ -165,10 +179,15 @@ bool waitForStandstill(const ThreadControl& control, long milliseconds) {
 }
 } // namespace
 
+thread_local volatile int enteredSections = 0;
+
 void checkpoint() {
     ThreadControl* control = current;
-    if (control && deferrals == 0 && control->order.load(std::memory_order_acquire) != Order::none)
-        standStill(*control);
+    if (!control || deferrals != 0 || control->order.load(std::memory_order_acquire) == Order::none)
+        return;
+    if (mayLeave && enteredSections == 0)
+        leave(*control);
+    standStill(*control);
 }
 
 StopDeferral::StopDeferral() : count_(&deferrals) {
@@ -186,12 +205,7 @@ ThreadHandle LinuxThreads::create(ThreadRoutine routine, void* argument, uint32_
     control->routine = routine;
     control->argument = argument;
     auto holder = std::make_unique<std::shared_ptr<ThreadControl>>(control);
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_t thread{};
-    const int result = pthread_create(&thread, &attributes, runThread, holder.get());
-    pthread_attr_destroy(&attributes);
+    const int result = pthread_create(&control->thread, nullptr, runThread, holder.get());
     error = nativeError(result);
     if (result != 0)
         return nullptr;
@@ -255,13 +269,14 @@ bool LinuxThreads::terminate(const ThreadHandle& thread, uint32_t code, uint32_t
         long time;
     };
     for (const auto& [order, time] :
-         {Stage{Order::stopAtCheckpoint, grace}, Stage{Order::stopInHarmlessPlace, choosyTime},
-          Stage{Order::stopAnywhere, surrender}}) {
+         {Stage{Order::stopAtCheckpoint, grace}, Stage{Order::stopInHarmlessPlace, surrender}}) {
         control->order.store(order, std::memory_order_release);
         if (!waitForStandstill(*control, time))
             continue;
         uint32_t running = stillActive;
         control->exitCode.compare_exchange_strong(running, code); // one that ended by itself keeps its own
+        if (control->hasLeft.exchange(false))
+            pthread_join(control->thread, nullptr);
         return true;
     }
     error = NativeError::accessDenied;

@@ -15,7 +15,8 @@ struct LinuxTrace : NativeTrace {
     std::shared_ptr<TraceSession> session;
 };
 
-void handOver(const TraceSession::Item& item, std::vector<uint8_t>& payload, KernelTrace::EventCallback onEvent) {
+void handOver(const TraceSession::Item& item, std::vector<uint8_t>& payload,
+              const KernelTrace::EventCallback& onEvent) {
     const TracedProcess& process = *item.process;
     TracePayload::write(payload, process.pid, process.parentPid, process.owner,
                         process.executable.empty() ? lostName : process.executable);
@@ -83,7 +84,8 @@ TraceHandle LinuxKernelTrace::open(std::string_view name, uint32_t& error) {
     return trace;
 }
 
-uint32_t LinuxKernelTrace::process(const TraceHandle& trace, EventCallback onEvent, BufferCallback onBuffer) {
+uint32_t LinuxKernelTrace::process(const TraceHandle& trace, const EventCallback& onEvent,
+                                   const BufferCallback& onBuffer) {
     TraceSession& session = *static_cast<LinuxTrace&>(*trace).session;
     std::vector<uint8_t> payload;
     while (onBuffer()) {
@@ -96,7 +98,7 @@ uint32_t LinuxKernelTrace::process(const TraceHandle& trace, EventCallback onEve
 }
 
 /// False if nothing waits.
-bool LinuxKernelTrace::takeNext(TraceSession& session, std::vector<uint8_t>& payload, EventCallback onEvent) {
+bool LinuxKernelTrace::takeNext(TraceSession& session, std::vector<uint8_t>& payload, const EventCallback& onEvent) {
     const StopDeferral deferral; // an event that was begun with is finished with
     TraceSession::Item item{};
     if (!session.front(item))

@@ -33,14 +33,14 @@ public:
     uint32_t start(std::string_view name, const TraceProperties& properties) override;
     uint32_t stop(std::string_view name) override;
     TraceHandle open(std::string_view name, uint32_t& error) override;
-    uint32_t process(const TraceHandle& trace, EventCallback onEvent, BufferCallback onBuffer) override;
+    uint32_t process(const TraceHandle& trace, const EventCallback& onEvent, const BufferCallback& onBuffer) override;
     void close(TraceHandle& trace) override;
     uint32_t pointerSize() override;
     std::string shortcomings() override;
 
 private:
     std::shared_ptr<TraceSession> find(std::string_view name);
-    bool takeNext(TraceSession& session, std::vector<uint8_t>& payload, EventCallback onEvent);
+    bool takeNext(TraceSession& session, std::vector<uint8_t>& payload, const EventCallback& onEvent);
 
     LinuxProcesses& processes_;
     Sources sources_;

@@ -11,9 +11,7 @@ namespace Velmor {
 
 namespace {
 const TimeSpan tickSpan(10);
-const TimeSpan statusSpan(20);
-constexpr uint32_t roundPause = 500; // milliseconds
-constexpr uint32_t quitPause = 25;   // milliseconds
+const WorkerPace pace{TimeSpan(20), 500, true};
 
 DateTime alignedNow(const TimeSpan& span) {
     DateTime now;
@@ -50,25 +48,14 @@ void adoptDefaultInterval() {
             entry.interval = programState().defaultInterval;
 }
 
-void runRounds(ThreadRecord& record) {
-    DateTime nextStatusLine = DateTime::minDate;
+void deliverInRounds(ThreadRecord& record) {
     DeliverySchedule schedule;
     adoptDefaultInterval();
-    while (record.report != Report::stop) {
-        const DateTime now;
-        reportStatus(record.report, false);
-        if (nextStatusLine <= now) {
-            nextStatusLine = now + statusSpan;
-            logThreadStatus(record);
-        }
-        if (programState().quitFlag) {
-            Timer::sleep(quitPause);
-            continue;
-        }
+    runRounds(record, pace, [&](const DateTime& now) {
         if (schedule.tick(now))
             DeliverySchedule::deliverDue(now);
-        Timer::sleep(roundPause);
-    }
+        return true;
+    });
 }
 } // namespace
 
@@ -77,12 +64,37 @@ LogFileRegistry& logFileRegistry() {
     return registry;
 }
 
+NewLogFiles::NewLogFiles() {
+    entries().clear(); // of one whose thread was ended by force
+    isOpen = true;
+}
+
+NewLogFiles::~NewLogFiles() {
+    isOpen = false;
+    entries().clear();
+}
+
+LogFileRegistry& NewLogFiles::entries() {
+    static LogFileRegistry registry;
+    return registry;
+}
+
+void NewLogFiles::putInForce() {
+    LogFileRegistry& former = logFileRegistry();
+    for (auto& [key, entry] : entries())
+        if (const auto same = former.find(key); same != former.end() && same->second.stem == entry.stem)
+            entry.file = same->second.file; // with the records that wait for room on the disk
+    former.swap(entries());
+}
+
 void registerLogFile(const std::string& stem, const std::string& key, const TimeSpan& interval, bool forcedOnly,
-                     BeforeDelivery beforeDelivery) {
-    const auto [place, isNew] = logFileRegistry().try_emplace(key);
+                     const BeforeDelivery& beforeDelivery) {
+    LogFileRegistry& registry = NewLogFiles::isOpen ? NewLogFiles::entries() : logFileRegistry();
+    const auto [place, isNew] = registry.try_emplace(key);
     if (!isNew)
         return;
     LogFileEntry& entry = place->second;
+    entry.stem = stem;
     entry.file = SmartPointer<LogFile>(new LogFile());
     entry.file->setName(stem);
     entry.interval = interval;
@@ -144,7 +156,7 @@ uint32_t dataDelivery(void* argument) {
     auto& record = *static_cast<ThreadRecord*>(argument);
     agentLogger().debug(1, "START THREAD %s (%i).", record.name, platform().threads->currentId());
     try {
-        runRounds(record);
+        deliverInRounds(record);
     } catch (...) {
         agentLogger().debug(1, "ERROR while running %s thread", record.name);
     }

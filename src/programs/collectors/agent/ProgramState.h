@@ -23,6 +23,7 @@ struct ProgramState {
     std::atomic<uint8_t> quitFlag{0};        // set once when the program is to end, never cleared
     std::atomic<uint8_t> reconfigureFlag{0}; // the configuration is to be read again
     std::atomic<uint32_t> mainThreadId{0};   // where the quit message goes
+    std::atomic<bool> isStuck{false};        // the program ends because a hung worker can't be ended
     std::string tempDirectory;
     StaticInfo staticInfo;
     std::string dataDirectory;  // where data files lie until they are taken away

@@ -2,10 +2,12 @@
 
 #include "shared/library/common/pointers/SmartPointer.h"
 #include "shared/library/common/time/DateTime.h"
+#include "shared/library/common/time/TimeSpan.h"
 #include "shared/library/common/win32/ThreadInstance.h"
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace Velmor {
@@ -48,5 +50,16 @@ void reportStatus(std::atomic<int32_t>& report, bool fatal);
 
 /// A worker's debug line about itself, at an interval of its own.
 void logThreadStatus(const ThreadRecord& record, bool fatal = false);
+
+/// How a worker's rounds follow each other.
+struct WorkerPace {
+    TimeSpan statusInterval; // between two lines about itself
+    uint32_t pause;          // milliseconds behind a round
+    bool waitsForOrder;      // the quit flag only keeps it from work; else it ends the loop
+};
+
+/// The loop of a worker: answers the supervisor, tells of itself, and does a round, until it is told to stop or `round`
+/// answers false.
+void runRounds(ThreadRecord& record, const WorkerPace& pace, const std::function<bool(const DateTime& now)>& round);
 
 } // namespace Velmor

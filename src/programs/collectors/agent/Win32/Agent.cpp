@@ -19,6 +19,8 @@
 #include "shared/library/common/system/SystemInfo.h"
 #include "shared/library/common/text/TextUtils.h"
 
+#include <utility>
+
 namespace Velmor {
 
 namespace {
@@ -168,10 +170,15 @@ void Agent::loadLogMessages() {
         logMessages_.pop_front();
 }
 
-bool Agent::loadPrimeTime(const std::string& directory) {
+std::string Agent::primeTimeFile(const ConfReader& configuration, const std::string& directory) const {
     std::string file = directory + "primetime";
-    conf().getFileName(lowerName() + ".primetime-file", file);
+    configuration.getFileName(lowerName() + ".primetime-file", file);
     FileUtils::normalisePath(file);
+    return file;
+}
+
+bool Agent::loadPrimeTime(const std::string& directory) {
+    const std::string file = primeTimeFile(conf(), directory);
     if (!FileOps::exists(file)) {
         primeTimeCalendar().clear();
         return true;
@@ -196,7 +203,9 @@ void Agent::readStaticInfo() {
 bool Agent::reconfigure() {
     programState().reconfigureFlag = 0;
     platform().serviceManager->reloading();
+    isReconfiguring_ = true;
     const bool runs = restartWorkers();
+    isReconfiguring_ = false;
     platform().serviceManager->ready();
     return runs;
 }
@@ -213,9 +222,11 @@ bool Agent::isConfigurationUsable() {
     ConfReader fresh(loggerContext_.centre);
     fresh.buildDOMTree(configurationFile(directory));
     problem = fresh.getLastError();
-    if (problem.empty() && acceptsConfiguration(fresh, problem))
-        return true;
-    return refuse(problem);
+    if (!problem.empty() || !acceptsConfiguration(fresh, problem))
+        return refuse(problem);
+    isJudgedOtherwise_ = judgesOtherwise(fresh);
+    isSliceDue_ = true;
+    return true;
 }
 
 /// Says why a new configuration isn't in force. Always false.
@@ -236,17 +247,26 @@ bool Agent::restartWorkers() {
     return refuse(programState().startupFailure);
 }
 
-/// The data files are ended where they stand. If the new configuration fails they are entered again, for what runs has
-/// seconds to be written at the end of the program.
+/// What is in force judges what has been until now. The former data files stay until all is ready: if the new
+/// configuration fails, or the program has to end meanwhile, what runs has seconds to be written.
 bool Agent::configureAgain() {
+    if (isJudgedOtherwise_)
+        sliceBeforeChange();
     for (const auto& [key, entry] : logFileRegistry())
         releaseLogFile(key);
-    LogFileRegistry former;
-    former.swap(logFileRegistry());
-    if (configure())
-        return true;
-    former.swap(logFileRegistry());
-    return false;
+    NewLogFiles files;
+    if (!configure())
+        return false;
+    files.putInForce();
+    return true;
+}
+
+void Agent::sliceBeforeChange() {
+    if (!std::exchange(isSliceDue_, false))
+        return;
+    for (const auto& [key, entry] : logFileRegistry())
+        if (entry.beforeDelivery)
+            entry.beforeDelivery();
 }
 
 void Agent::forwardWaiting() {

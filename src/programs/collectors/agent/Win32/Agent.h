@@ -8,6 +8,7 @@
 #include "shared/library/logger/LogCommons.h"
 #include "shared/library/logger/context/LoggerContext.h"
 
+#include <atomic>
 #include <cstdint>
 #include <list>
 #include <string>
@@ -38,6 +39,9 @@ public:
 
     /// Looks at files that a new configuration names, before it is taken over. False with what is wrong in `problem`.
     virtual bool acceptsConfiguration(const ConfReader& /*fresh*/, std::string& /*problem*/) const { return true; }
+
+    /// Whether a new configuration, which has been accepted, judges or names otherwise than the one in force.
+    virtual bool judgesOtherwise(const ConfReader& /*fresh*/) const { return false; }
 
     /// The collector's own part of the configuration. False if it can't go on.
     virtual bool configureCollector() = 0;
@@ -89,12 +93,19 @@ public:
     virtual void supervisionRound() {}
 
     void setThreadLostHook(ThreadLostHook hook) { threadLostHook_ = hook; }
+    /// Whether a new configuration is being put in force.
+    bool isReconfiguring() const { return isReconfiguring_; }
     const LoggerContext& loggerContext() const { return loggerContext_; }
     const ConfReader& conf() const { return *loggerContext_.conf; }
 
 protected:
     /// The stem of registry values, configuration keys and the instance lock.
     void setName(std::string_view name) { name_ = name; }
+
+    /// The prime time file that a configuration names.
+    std::string primeTimeFile(const ConfReader& configuration, const std::string& directory) const;
+    /// Gives what is tracked a slice that ends now, under what has been in force until now; once for a configuration.
+    void sliceBeforeChange();
 
     /// Notes what a start-up that fails says to whoever started it. Always false.
     static bool fail(const std::string& causeAndRemedy);
@@ -129,7 +140,10 @@ private:
     std::string configurationFile_;     // as the command line names it; empty: the usual one
     std::list<LogCommons> logMessages_; // the message catalogue; behind the former one, which may still be looked at
     SmartPointer<IPCServer> ipcServer_;
-    bool initiating_ = true; // the next look at the threads asks
+    std::atomic<bool> isReconfiguring_{false};
+    bool isJudgedOtherwise_ = false; // by a new configuration
+    bool isSliceDue_ = false;        // by a new configuration
+    bool initiating_ = true;         // the next look at the threads asks
     ThreadLostHook threadLostHook_ = nullptr;
     std::list<ThreadRecord> threads_; // last, so that a thread that still runs is ended before what it uses
 };

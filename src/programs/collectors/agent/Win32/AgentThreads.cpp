@@ -136,9 +136,7 @@ void Agent::awaitThreads(uint16_t reporting) {
         return (record.reporting & ThreadRecord::takesPart) == reporting &&
                record.thread->getStatus() == JobStatus::running;
     };
-    for (uint32_t waited = 0; waited < busyLimit && std::any_of(threads_.begin(), threads_.end(), isBusy);
-         waited += busyStep)
-        Timer::sleep(busyStep);
+    Timer::waitUntil(busyLimit, busyStep, [&] { return std::none_of(threads_.begin(), threads_.end(), isBusy); });
 }
 
 bool Agent::stopAndVerify() {
@@ -241,8 +239,10 @@ bool Agent::checkThread(ThreadRecord& record) {
 
 bool Agent::killSilent(ThreadRecord& record) {
     agentLogger().debug(5, "   Check: \"%s\" is silent.", record.name);
-    if (!endThread(record))
+    if (!endThread(record)) {
+        programState().isStuck = true;
         return false;
+    }
     record.state = ThreadState::down;
     agentLogger().debug(5, "   Check: \"%s\" has been killed.", record.name);
     return true;

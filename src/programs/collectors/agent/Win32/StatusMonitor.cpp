@@ -2,6 +2,7 @@
 
 #include "platform/MessageQueues.h"
 #include "platform/Platform.h"
+#include "platform/ServiceManager.h"
 #include "programs/collectors/agent/AgentLogger.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Agent.h"
@@ -21,8 +22,10 @@ void supervise(Agent& agent) {
         if (programState().reconfigureFlag)
             agent.reconfigure();
         const DateTime now;
-        if (nextCheck < now) {
+        const bool wasSetBack = now + passTime < nextCheck;
+        if (nextCheck < now || wasSetBack) {
             nextCheck = now + passTime;
+            platform().serviceManager->alive();
             agentLogger().debug(5, "statusMonitor is running as normal.");
             if (!agent.checkThreads()) {
                 agentLogger().debug(1, "statusMonitor is exiting due to failed threads.");
@@ -38,8 +41,7 @@ void supervise(Agent& agent) {
 } // namespace
 
 void Agent::awaitWorkers() {
-    for (uint32_t waited = 0; waited < startPause && !programState().quitFlag; waited += startStep)
-        Timer::sleep(startStep);
+    Timer::waitUntil(startPause, startStep, [] { return programState().quitFlag != 0; });
 }
 
 uint32_t statusMonitor(void* argument) {

@@ -24,7 +24,6 @@ constexpr auto failedExitCode = static_cast<uint32_t>(-1);
 
 /// The state of the process's one listener.
 struct Listener {
-    std::atomic<IPCListener*> told{nullptr};
     std::atomic<bool> stop{false}; // set to end the listener, which clears it on its way out
 };
 Listener listener;
@@ -42,7 +41,7 @@ void take(const Logger& logger, MailslotMessage& received, std::vector<IPCMessag
     messages.push_back(std::move(message));
 }
 
-void receiveAndHandle(const Logger& logger, const std::string& name, MailSlot& slot) {
+void receiveAndHandle(const Logger& logger, IPCListener& told, const std::string& name, MailSlot& slot) {
     std::vector<MailslotMessage> received;
     try {
         slot.receive(received);
@@ -51,7 +50,6 @@ void receiveAndHandle(const Logger& logger, const std::string& name, MailSlot& s
         logger.debug(1, "IPC: Server \"%s\": Failed to receive messages", name);
         received.clear();
     }
-    IPCListener& told = *listener.told;
     if (const uint64_t refused = slot.takeRefused(); refused > 0)
         told.messagesRefused(refused);
     if (received.empty())
@@ -65,19 +63,19 @@ void receiveAndHandle(const Logger& logger, const std::string& name, MailSlot& s
 }
 
 /// A slot that somebody has taken away would never bring a command again.
-void renewIfGone(const Logger& logger, const std::string& name, std::unique_ptr<MailSlot>& slot) {
+void renewIfGone(const Logger& logger, IPCListener& told, const std::string& name, std::unique_ptr<MailSlot>& slot) {
     if (slot && slot->isReachable())
         return;
     slot.reset();
     try {
         slot = std::make_unique<MailSlot>(MailSlotMode::receiver, name);
-        listener.told.load()->slotRenewed();
+        told.slotRenewed();
     } catch (const IPCException& failure) { // the next look tries again
         logger.debug(1, failure.getFullDescription());
     }
 }
 
-void runTurns(const Logger& logger, const std::string& name, std::unique_ptr<MailSlot>& slot) {
+void runTurns(const Logger& logger, IPCListener& told, const std::string& name, std::unique_ptr<MailSlot>& slot) {
     const auto nextStatus = [] { return DateTime() + TimeSpan(statusInterval); };
     Timer timer;
     timer.setEnd(nextStatus());
@@ -96,9 +94,9 @@ void runTurns(const Logger& logger, const std::string& name, std::unique_ptr<Mai
             listener.stop = true;
         }
         if (slot)
-            receiveAndHandle(logger, name, *slot);
+            receiveAndHandle(logger, told, name, *slot);
         if (statusDue) {
-            renewIfGone(logger, name, slot);
+            renewIfGone(logger, told, name, slot);
             logger.debug(5, "IPC: Server \"%s\": Now sleeping for a while.", name);
             timer.setEnd(nextStatus());
         }
@@ -108,11 +106,10 @@ void runTurns(const Logger& logger, const std::string& name, std::unique_ptr<Mai
 } // namespace
 
 IPCServer::IPCServer(std::string_view name, const SmartPointer<LoggerCentre>& centre, IPCListener& told)
-    : name_(name), argument_{&logger_, &name_} {
+    : name_(name), argument_{&logger_, &name_, &told} {
     logger_.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre, LogModule::ipc)));
     thread_ = SmartPointer<ThreadInstance>(new ThreadInstance(listen, &argument_));
     listener.stop = false; // a listener that was ended by force has left it set
-    listener.told = &told; // before the start: the first turn may bring a message at once
     try {
         thread_->execute();
     } catch (JobException& failure) {
@@ -155,7 +152,7 @@ uint32_t IPCServer::listen(void* given) {
     try {
         auto slot = std::make_unique<MailSlot>(MailSlotMode::receiver, name);
         logger.debug(2, "IPC: MailSlot created \"" + name + "\".");
-        runTurns(logger, name, slot);
+        runTurns(logger, *argument->told, name, slot);
     } catch (IPCException& failure) {
         failure.addPosition(__FILE__, __LINE__);
         logger.debug(1, failure.getFullDescription());

@@ -45,6 +45,7 @@ private:
     struct Argument {
         Logger* logger;
         std::string* name;
+        IPCListener* told;
     };
 
     static uint32_t listen(void* argument);

@@ -3,6 +3,7 @@
 #include "shared/library/common/time/DateTime.h"
 
 #include <cstdint>
+#include <functional>
 
 namespace Velmor {
 
@@ -17,6 +18,10 @@ public:
 
     /// Suspends the calling thread. All timed sleeps of the system go through here.
     static void sleep(uint32_t milliseconds);
+
+    /// Looks at `condition` every `step` milliseconds until it holds, or `limit` milliseconds have been slept. True if
+    /// it holds.
+    static bool waitUntil(uint32_t limit, uint32_t step, const std::function<bool()>& condition);
 
 private:
     DateTime end_; // now at construction

@@ -41,8 +41,8 @@ bool clampFutureEnd(Process& report, const Process& entry, DateTime& now) {
     return true;
 }
 
-/// Gives a process up whose slice would end before it starts; true if it did.
-bool discardInverted(std::string_view who, const ProcessPointer& entry, const DateTime& end) {
+/// Tells of a slice that would end before it starts; true if it would.
+bool isInverted(std::string_view who, const ProcessPointer& entry, const DateTime& end) {
     const uint32_t pid = entry->pid();
     if (entry->getStart() <= end)
         return false;
@@ -53,7 +53,6 @@ bool discardInverted(std::string_view who, const ProcessPointer& entry, const Da
                        pid, startText, endText);
     else
         logger().error(RuntallyMessage::timesInverted, entry->getApplication(), pid, startText, endText);
-    Runtally::removeProcess(pid);
     return true;
 }
 
@@ -145,8 +144,10 @@ void Runtally::logEndProcess(const ProcessPointer& report) {
                        report->getEnd().getSeconds(), now.getSeconds());
         report->setEnd(now);
     }
-    if (discardInverted("logEndProcess", entry, report->getEnd()))
+    if (isInverted("logEndProcess", entry, report->getEnd())) {
+        removeProcess(pid);
         return;
+    }
     entry->setEnd(report->getEnd());
     entry->setState(ProcessState::ended);
     logSideRecords(entry);
@@ -176,8 +177,10 @@ void Runtally::logProcessUsage(const ProcessPointer& report) {
     entry->setEnd(report->getEnd());
     entry->setState(ProcessState::inUse);
     dropPendingInfo(pid);
-    if (discardInverted("logProcessUsage", entry, entry->getEnd()))
+    if (isInverted("logProcessUsage", entry, entry->getEnd())) {
+        trackAnew(entry); // it may still run: the clock has been set back
         return;
+    }
     logSideRecords(entry);
     if (const ProcessPointer stopEvent = findStopEvent(pid)) {
         logSliceWithStopEvent(entry, stopEvent);

@@ -1,4 +1,4 @@
-// The collector's memory of what runs: its maps, and the protocol by which threads share them.
+#include "programs/collectors/agent/Win32/Runtally/ProcessRegistry.h"
 
 #include "platform/Platform.h"
 #include "platform/Threads.h"
@@ -65,6 +65,16 @@ ProcessPointer findPredecessor(const ProcessPointer& process) {
     return another ? known->second : ProcessPointer();
 }
 
+/// Gives up an entry that was gone when somebody looked at it, and whose start is being told by now: nothing else can
+/// have been said of it.
+void dropLost(const ProcessPointer& process) {
+    const auto known = registry().processMap.find(process->pid());
+    const auto isLost = [](const Process& other) { return other.getExecutable() == Process::lostText; };
+    if (known != registry().processMap.end() && isLost(*known->second) && !known->second->isLogged() &&
+        !isLost(*process))
+        ProcessTracking::removeProcess(process->pid());
+}
+
 /// Ends the logging of a process whose id is in use again: it has ended when its successor started at the latest.
 void endPredecessor(const ProcessPointer& predecessor, const ProcessPointer& process) {
     logger().warning(RuntallyMessage::idInUseAgain, process->pid());
@@ -72,8 +82,8 @@ void endPredecessor(const ProcessPointer& predecessor, const ProcessPointer& pro
     predecessor->setState(ProcessState::ended);
     predecessor->setEnd(std::max(predecessor->getStart(), process->getStart(),
                                  [](const DateTime& a, const DateTime& b) { return a < b; }));
-    Runtally::logProcess(predecessor);
-    Runtally::removeProcess(process->pid());
+    ProcessTracking::logProcess(predecessor);
+    ProcessTracking::removeProcess(process->pid());
 }
 
 /// Writes the record of a process whose end is known already, if that end is its own.
@@ -92,17 +102,19 @@ void selectForMonitoring(const ProcessPointer& process, bool isTracked) {
     const RuntallyState& state = runtallyState();
     process->setMonitored(state.settings.performanceMonitoring &&
                           state.processRules.isMonitored(Process::getLocalComputerName(), process->getExecutable()));
+    process->counters().clear(); // of an earlier choice
     if (process->isMonitored() && isTracked)
         addCounters(process);
 }
 } // namespace
 
-RuntallyState& runtallyState() {
-    static RuntallyState state;
-    return state;
+void ProcessRegistry::clear() {
+    for (ProcessMap* map : {&processMap, &endedProcessMap, &pendingInfoMap})
+        map->clear();
+    monitoredCount = 0;
 }
 
-bool Runtally::enforceMonopoly(std::string_view name, uint32_t retriedBy) {
+bool ProcessTracking::enforceMonopoly(std::string_view name, uint32_t retriedBy) {
     Monopoly& monopoly = registry().processMonopoly;
     logger().debug(5, "**ENFORCE %s", name);
     switch (tryEnforceTimed(monopoly)) {
@@ -131,7 +143,7 @@ bool Runtally::enforceMonopoly(std::string_view name, uint32_t retriedBy) {
     return enforceMonopoly(name, self);
 }
 
-void Runtally::relaxMonopoly(std::string_view name) {
+void ProcessTracking::relaxMonopoly(std::string_view name) {
     Monopoly& monopoly = registry().processMonopoly;
     logger().debug(5, "**RELAX %s %i", name, monopoly.getCount());
     if (monopoly.relax())
@@ -140,7 +152,7 @@ void Runtally::relaxMonopoly(std::string_view name) {
         logger().debug(1, "**RELAX FAILED %s %i", name, monopoly.getCount());
 }
 
-void Runtally::freeLocksOf(uint32_t threadId) {
+void ProcessTracking::freeLocksOf(uint32_t threadId) {
     ProcessRegistry& maps = registry();
     for (Monopoly* monopoly : {&maps.processMonopoly, &maps.endedMapMonopoly, &maps.pendingInfoMonopoly,
                                &runtallyState().eventLog.lock(), &idValuesLock(), &programState().deliveryMonopoly})
@@ -152,7 +164,7 @@ void Runtally::freeLocksOf(uint32_t threadId) {
             freeIfHeldBy(entry.file->lock(), threadId);
 }
 
-bool Runtally::checkOut(uint32_t pid, ProcessPointer& process) {
+bool ProcessTracking::checkOut(uint32_t pid, ProcessPointer& process) {
     if (!enforceMonopoly("checkOut", 0))
         return false;
     const auto found = registry().processMap.find(pid);
@@ -166,20 +178,20 @@ bool Runtally::checkOut(uint32_t pid, ProcessPointer& process) {
     return true;
 }
 
-void Runtally::checkIn(ProcessPointer& process) {
+void ProcessTracking::checkIn(ProcessPointer& process) {
     process = ProcessPointer();
     relaxMonopoly("checkIn");
 }
 
-bool Runtally::checkOutAll() {
+bool ProcessTracking::checkOutAll() {
     return enforceMonopoly("checkOut all", 0);
 }
 
-void Runtally::checkInAll() {
+void ProcessTracking::checkInAll() {
     relaxMonopoly("checkIn All");
 }
 
-bool Runtally::addProcess(const ProcessPointer& process) {
+bool ProcessTracking::addProcess(const ProcessPointer& process) {
     const uint32_t pid = process->pid();
     takeIgnoredStart(pid); // of whoever had the id before
     if (const ProcessPointer stopEvent = findStopEvent(pid)) {
@@ -191,6 +203,7 @@ bool Runtally::addProcess(const ProcessPointer& process) {
         const RegistryHold hold("addProcess");
         if (!hold)
             return false;
+        dropLost(process);
         if (const ProcessPointer predecessor = findPredecessor(process))
             endPredecessor(predecessor, process);
         const bool isNew = registry().processMap.try_emplace(pid, process).second;
@@ -200,7 +213,7 @@ bool Runtally::addProcess(const ProcessPointer& process) {
     return true;
 }
 
-bool Runtally::removeProcess(uint32_t pid) {
+bool ProcessTracking::removeProcess(uint32_t pid) {
     logger().debug(5, "Removing ended process %i from internal structure", pid);
     {
         const RegistryHold hold("removeProcess");
@@ -221,32 +234,32 @@ bool Runtally::removeProcess(uint32_t pid) {
     return true;
 }
 
-ProcessPointer Runtally::findStopEvent(uint32_t pid) {
+ProcessPointer ProcessTracking::findStopEvent(uint32_t pid) {
     const MonopolyHold hold(registry().endedMapMonopoly);
     const auto found = registry().endedProcessMap.find(pid);
     return found == registry().endedProcessMap.end() ? ProcessPointer() : found->second;
 }
 
-bool Runtally::addProcessToEndedProcessMap(const ProcessPointer& process) {
+bool ProcessTracking::addProcessToEndedProcessMap(const ProcessPointer& process) {
     if (registry().endedProcessMap.try_emplace(process->pid(), process).second)
         logger().debug(3, "addProcessToEndedProcessMap: Added process %i", process->pid());
     return true;
 }
 
-bool Runtally::removeProcessFromEndedProcessMap(uint32_t pid) {
+bool ProcessTracking::removeProcessFromEndedProcessMap(uint32_t pid) {
     registry().endedProcessMap.erase(pid);
     logger().debug(3, "removeProcessFromEndedProcessMap: Removed process %i", pid);
     return true;
 }
 
-bool Runtally::endGone(const std::function<bool(const Process&)>& isGone) {
+bool ProcessTracking::endGone(const std::function<bool(const ProcessPointer&)>& isGone) {
     std::vector<uint32_t> gone;
     {
         const AllCheckedOut hold;
         if (!hold)
             return false;
         for (const auto& [pid, process] : registry().processMap)
-            if (isGone(*process))
+            if (isGone(process))
                 gone.push_back(pid);
     }
     for (const uint32_t pid : gone) {
@@ -257,17 +270,57 @@ bool Runtally::endGone(const std::function<bool(const Process&)>& isGone) {
     return true;
 }
 
-void Runtally::logProcess(const ProcessPointer& process) {
+bool ProcessTracking::endUnseen() {
+    std::vector<uint32_t> present;
+    if (!platform().processes->enumerate(present))
+        return false;
+    std::sort(present.begin(), present.end());
+    return endGone([&](const ProcessPointer& process) {
+        // A handle is this process's own; its id may be another's by now.
+        return process->isOpen() ? !process->isRunning()
+                                 : !std::binary_search(present.begin(), present.end(), process->pid());
+    });
+}
+
+void ProcessTracking::trackAnew(const ProcessPointer& process) {
+    removeProcess(process->pid());
+    process->setState(ProcessState::started);
+    process->setStart(DateTime());
+    process->setEnd(process->getStart());
+    registry().processMap.try_emplace(process->pid(), process);
+    selectForMonitoring(process, true);
+}
+
+void ProcessTracking::renewTracked() {
+    ProcessMap& map = registry().processMap;
+    registry().monitoredCount = 0;
+    for (auto place = map.begin(); place != map.end();) {
+        const ProcessPointer process = place->second;
+        ++place;
+        process->setMonitored(false);
+        const std::string name = runtallyState().exeFinder->find(process->getExecutable());
+        if (name == ExeFinder::ignored) {
+            removeProcess(process->pid());
+            noteIgnoredStart(process->pid());
+            continue;
+        }
+        if (!Process::isUnknownName(name))
+            process->setApplication(name);
+        selectForMonitoring(process, true);
+    }
+}
+
+void ProcessTracking::logProcess(const ProcessPointer& process) {
     logger().debug(5, "Logging process %i", process->pid());
     switch (process->getState()) {
     case ProcessState::started:
-        logStartProcess(process);
+        Runtally::logStartProcess(process);
         break;
     case ProcessState::ended:
-        logEndProcess(process);
+        Runtally::logEndProcess(process);
         break;
     case ProcessState::inUse:
-        logProcessUsage(process);
+        Runtally::logProcessUsage(process);
         break;
     case ProcessState::unresolved:
         break;

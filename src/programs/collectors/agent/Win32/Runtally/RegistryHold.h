@@ -1,23 +1,21 @@
 #pragma once
 
-#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
+#include "programs/collectors/agent/Win32/Runtally/ProcessRegistry.h"
 
 #include <cstdint>
 #include <string_view>
 
 namespace Velmor {
 
-/// The message of whoever could not get the registry in time; its parameter says who.
-
 /// Holds the registry until it goes, whatever ends the work; test it before use.
 class RegistryHold {
 public:
-    explicit RegistryHold(std::string_view who) : who_(who), isHeld_(Runtally::enforceMonopoly(who, 0)) {}
+    explicit RegistryHold(std::string_view who) : who_(who), isHeld_(ProcessTracking::enforceMonopoly(who, 0)) {}
     RegistryHold(const RegistryHold&) = delete;
     RegistryHold& operator=(const RegistryHold&) = delete;
     ~RegistryHold() {
         if (isHeld_)
-            Runtally::relaxMonopoly(who_);
+            ProcessTracking::relaxMonopoly(who_);
     }
     explicit operator bool() const { return isHeld_; }
 
@@ -29,12 +27,12 @@ private:
 /// The same for whoever works on the whole map.
 class AllCheckedOut {
 public:
-    AllCheckedOut() : isHeld_(Runtally::checkOutAll()) {}
+    AllCheckedOut() : isHeld_(ProcessTracking::checkOutAll()) {}
     AllCheckedOut(const AllCheckedOut&) = delete;
     AllCheckedOut& operator=(const AllCheckedOut&) = delete;
     ~AllCheckedOut() {
         if (isHeld_)
-            Runtally::checkInAll();
+            ProcessTracking::checkInAll();
     }
     explicit operator bool() const { return isHeld_; }
 
@@ -45,12 +43,12 @@ private:
 /// The same for one tracked process.
 class CheckedOut {
 public:
-    explicit CheckedOut(uint32_t pid) : isAccessible_(Runtally::checkOut(pid, process_)) {}
+    explicit CheckedOut(uint32_t pid) : isAccessible_(ProcessTracking::checkOut(pid, process_)) {}
     CheckedOut(const CheckedOut&) = delete;
     CheckedOut& operator=(const CheckedOut&) = delete;
     ~CheckedOut() {
         if (!process_.isNull())
-            Runtally::checkIn(process_);
+            ProcessTracking::checkIn(process_);
     }
     /// False if the registry could not be had.
     bool isAccessible() const { return isAccessible_; }

@@ -45,10 +45,8 @@ Runtally::~Runtally() {
     state.procPoll.clear();
     logger().debug(1, "   Process poller data cleared.");
     logger().debug(1, "Clearing data (%i process(es))...", state.registry.processMap.size());
-    for (ProcessMap* map :
-         {&state.registry.processMap, &state.registry.endedProcessMap, &state.registry.pendingInfoMap})
-        map->clear();
-    state.registry.monitoredCount = 0;
+    state.pollChanges.clear();
+    state.registry.clear();
     logger().debug(1, "   Cleared process data.");
     state.exeFinder.reset();
     logger().debug(1, "Destroyed ExeFinder.");
@@ -80,11 +78,11 @@ void Runtally::run() {
     awaitThreads(0);      // the tracer takes what has happened until now
     stopThreads();
     const uint32_t begin = platform().clock->ticks();
-    while (platform().clock->ticks() - begin < stopTime)
-        Timer::sleep(stopStep);
+    Timer::waitUntil(stopTime, stopStep, [&] { return platform().clock->ticks() - begin >= stopTime; });
     awaitThreads(ThreadRecord::takesPart);
     verifyStoppedThreads();
     deliverAll(true);
+    Process::tellUnknownCodes(true);
     logger().debug(1, "Runtally main control has ended.");
 }
 
@@ -136,9 +134,12 @@ void Runtally::awaitWorkers() {
         Agent::awaitWorkers();
         return;
     }
-    for (uint32_t waited = 0; waited < tracerLimit && !tracerState().running && !programState().quitFlag;
-         waited += tracerStep)
-        Timer::sleep(tracerStep);
+    Timer::waitUntil(tracerLimit, tracerStep, [] { return tracerState().running || programState().quitFlag != 0; });
+}
+
+void Runtally::supervisionRound() {
+    retryPendingInfo();
+    Process::tellUnknownCodes(false);
 }
 
 /// The supervisor works on this object: it must have ended before the object goes.
@@ -146,11 +147,12 @@ void Runtally::awaitStatusMonitor() {
     programState().quitFlag = 1;
     uint32_t code = stillActive;
     uint32_t error = NativeError::success;
-    for (uint32_t waited = 0; waited < monitorLimit; waited += stopStep) {
-        if (!platform().threads->exitCode(statusMonitor_, code, error) || code != stillActive)
-            return;
-        Timer::sleep(stopStep);
-    }
+    if (Timer::waitUntil(monitorLimit, stopStep, [&] {
+            return !platform().threads->exitCode(statusMonitor_, code, error) || code != stillActive;
+        }))
+        return;
+    if (isReconfiguring())
+        logger().warning(RuntallyMessage::reconfigurationBrokenOff);
     platform().threads->terminate(statusMonitor_, 0, error);
     freeLocksOf(statusMonitorId_);
 }

@@ -1,5 +1,7 @@
 // The collector's own part of the configuration.
 
+#include "platform/Clock.h"
+#include "platform/Platform.h"
 #include "process/RuntallyMessages.h"
 #include "process/naming/ApplicationMappings.h"
 #include "process/naming/SMScan.h"
@@ -15,7 +17,9 @@
 #include "shared/library/common/files/FileUtils.h"
 #include "shared/library/common/system/SystemInfo.h"
 
+#include <functional>
 #include <limits>
+#include <utility>
 
 namespace Velmor {
 
@@ -26,6 +30,14 @@ constexpr int32_t defaultPoll = 300;                 // seconds
 constexpr int32_t defaultPerformancePoll = 5;        // seconds
 constexpr int32_t forcedPoll = 10;                   // seconds, on systems without an event trace
 constexpr int32_t defaultEventLogDays = 7;
+
+constexpr const char* filterKey = "runtally.logging.module-data.interval.filter";
+constexpr const char* defaultFilter = "/runtally_modpoller.conf";
+constexpr const char* countersKey = "runtally.logging.performance-monitor.counters";
+constexpr const char* defaultCounters = "Runtally_Counters.conf";
+constexpr const char* performanceRulesKey = "runtally.logging.performance-monitor.rules";
+constexpr const char* defaultPerformanceRules = "Runtally_ProcessRules.conf";
+constexpr const char* mappingsFile = "components/appmapping.conf";
 
 /// Whether the system is of the old line that has no trace of process events; other names may hold its letters.
 bool hasNoTrace(std::string_view osName) {
@@ -86,7 +98,62 @@ bool Runtally::configureCollector() {
     if (!loadRules() || !prepareThreads())
         return false;
     registerDataFiles();
+    if (!settings().hasSource())
+        giveTrackedUp();
+    if (const size_t former = std::exchange(judgement_, judgement(conf())); former != judgement_)
+        renewTracked();
     return true;
+}
+
+/// A number for all that decides what records say and whether they are wanted: the keys of it and the files' contents.
+size_t Runtally::judgement(const ConfReader& configuration) const {
+    std::string text;
+    const auto addFile = [&](const std::string& name) {
+        text += name + '\n';
+        try {
+            FilePlain file(name);
+            file.open(FileBase::ACCESS_READ);
+            while (!file.eof()) {
+                std::string line;
+                file.readLine(line);
+                text += line + '\n';
+            }
+        } catch (const FileException&) {
+            text += '!';
+        }
+    };
+    for (const char* key : {"runtally.logging.module-data", "runtally.logging.performance-monitor"}) {
+        bool value = false;
+        text += std::to_string(configuration.getBool(key, value)) + (value ? "+" : "-");
+    }
+    const std::string directory = configurationDirectory();
+    const auto addNamed = [&](std::string_view key, const std::string& otherwise) {
+        std::string name;
+        configuration.getFileName(key, name);
+        addFile(name.empty() ? otherwise : name);
+    };
+    addFile(primeTimeFile(configuration, directory + "\\"));
+    addNamed("runtally.include-exclude", "");
+    addNamed(filterKey, directory + defaultFilter);
+    addNamed(countersKey, directory + defaultCounters);
+    addNamed(performanceRulesKey, directory + defaultPerformanceRules);
+    std::string mappings;
+    configuration.getDirName("Velmor.directories.conf", mappings);
+    addFile(mappings + mappingsFile);
+    return std::hash<std::string>()(text);
+}
+
+/// Without a source nothing tells of an end, and slices would go on for ever.
+void Runtally::giveTrackedUp() {
+    RuntallyState& state = runtallyState();
+    sliceBeforeChange();
+    const size_t count = state.registry.processMap.size();
+    if (count > 0)
+        logger().notice(RuntallyMessage::trackingEnded, std::to_string(count));
+    state.registry.clear();
+    state.procPoll.forget();
+    state.pollChanges.clear();
+    state.lastLook = platform().clock->now();
 }
 
 bool Runtally::prepareDirectories() {
@@ -134,24 +201,22 @@ void Runtally::readIntervals() {
         performance = TimeSpan(defaultPerformanceDelivery);
 }
 
-/// A key that is absent turns off what an earlier configuration turned on.
-bool Runtally::isOn(std::string_view key) const {
-    bool on = false;
-    conf().getBool(key, on);
-    return on;
+/// Reads a boolean; without its key it stays as an earlier configuration has left it, which is told.
+bool Runtally::readSwitch(std::string_view key, bool& value) const {
+    if (conf().getBool(key, value) != ConfReader::FOUND && value)
+        logger().notice(RuntallyMessage::valueKept, key);
+    return value;
 }
 
 void Runtally::readPolling() {
-    settings().pollingOn = isOn("runtally.logging.process-data.polling");
-    if (!settings().pollingOn)
+    if (!readSwitch("runtally.logging.process-data.polling", settings().pollingOn))
         return;
     logger().debug(1, "Will be polling process table...");
     readInterval("runtally.logging.process-data.polling.interval", settings().pollInterval, TimeSpan(defaultPoll));
 }
 
 void Runtally::readEventLog() {
-    settings().eventLogOn = isOn("runtally.logging.process-data.log-to-file");
-    if (!settings().eventLogOn)
+    if (!readSwitch("runtally.logging.process-data.log-to-file", settings().eventLogOn))
         return;
     settings().eventLogStem = "procevents";
     settings().eventLogDays = defaultEventLogDays;
@@ -160,16 +225,15 @@ void Runtally::readEventLog() {
 }
 
 void Runtally::readModules() {
-    settings().moduleLogging = isOn("runtally.logging.module-data");
-    if (!settings().moduleLogging)
+    if (!readSwitch("runtally.logging.module-data", settings().moduleLogging))
         return;
     logger().debug(1, "Will be polling process modules...");
     readInterval("runtally.logging.module-data.interval", settings().modulePollInterval, TimeSpan());
     std::string& file = settings().moduleFilterFile;
     file.clear();
-    conf().getFileName("runtally.logging.module-data.interval.filter", file);
+    conf().getFileName(filterKey, file);
     if (file.empty())
-        file = configurationDirectory() + "/runtally_modpoller.conf";
+        file = configurationDirectory() + defaultFilter;
 }
 
 void Runtally::readEvents() {
@@ -178,13 +242,13 @@ void Runtally::readEvents() {
     chooseEvents();
     if (settings().eventsActive == 1)
         return;
-    tracerState().tracer.reset(); // of an earlier configuration; no thread reads it now
+    endTracing(); // of an earlier configuration; no thread reads it now
     if (wereActive)
         runtallyState().eventsDropped = true;
 }
 
 void Runtally::chooseEvents() {
-    if (!isOn("runtally.logging.process-data.events"))
+    if (!readSwitch("runtally.logging.process-data.events", settings().eventsAskedFor))
         return;
     logger().debug(1, "Will be using process events...");
     if (hasNoTrace(programState().staticInfo.osName)) {
@@ -194,15 +258,14 @@ void Runtally::chooseEvents() {
             settings().pollInterval = TimeSpan(forcedPoll);
         return;
     }
-    if (!isOn("runtally.logging.process-data.events.native"))
+    if (!readSwitch("runtally.logging.process-data.events.native", settings().nativeEvents))
         return;
     logger().debug(1, "   Will be using native W2K/XP event logger.");
     settings().eventsActive = 1;
 }
 
 void Runtally::readPerformance() {
-    settings().performanceMonitoring = isOn("runtally.logging.performance-monitor");
-    if (!settings().performanceMonitoring)
+    if (!readSwitch("runtally.logging.performance-monitor", settings().performanceMonitoring))
         return;
     const std::string directory = configurationDirectory();
     logger().debug(1, "Will be monitoring performance...");
@@ -214,15 +277,16 @@ void Runtally::readPerformance() {
         if (file.empty())
             file = directory + otherwise;
     };
-    readFile("runtally.logging.performance-monitor.counters", settings().countersFile, "Runtally_Counters.conf");
-    readFile("runtally.logging.performance-monitor.rules", settings().performanceRulesFile,
-             "Runtally_ProcessRules.conf");
+    readFile(countersKey, settings().countersFile, defaultCounters);
+    readFile(performanceRulesKey, settings().performanceRulesFile, defaultPerformanceRules);
 }
 
 bool Runtally::prepareExeFinder() {
     std::unique_ptr<ExeFinder>& finder = runtallyState().exeFinder;
-    if (finder)
+    if (finder) {
+        loadApplicationMappings(); // which may have changed
         return true;
+    }
     logger().debug(1, "Creating ExeFinder...");
     finder.reset(new (std::nothrow) ExeFinder(loggerContext().logger));
     if (!finder) {
@@ -241,7 +305,7 @@ void Runtally::loadApplicationMappings() {
         logger().debug(1, "Unable to get configuration dir. Cannot load mappings.");
         return;
     }
-    name += "components/appmapping.conf";
+    name += mappingsFile;
     if (!FileOps::exists(name)) {
         logger().debug(1, "File \"%s\" does not exist. Cannot load mappings.", name);
         return;

@@ -5,6 +5,8 @@
 #include "process/naming/ExeFinder.h"
 #include "programs/collectors/agent/Win32/Runtally/PerformanceState.h"
 #include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
+#include "programs/collectors/agent/Win32/Runtally/ProcessRegistry.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/PollChanges.h"
 #include "rules/IncludeExclude.h"
 #include "rules/ModPollFilterChecker.h"
 #include "rules/ProcessRulesChecker.h"
@@ -14,13 +16,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 
 namespace Velmor {
-
-using ProcessMap = std::map<uint32_t, ProcessPointer>;
 
 /// What the configuration says about the sources. Written while no worker runs, but for the atomic words.
 struct RuntallySettings {
@@ -32,23 +31,17 @@ struct RuntallySettings {
     bool moduleLogging = false;
     TimeSpan modulePollInterval; // 0: no module poller
     std::string moduleFilterFile;
+    bool eventsAskedFor = false;
+    bool nativeEvents = false;
     std::atomic<int32_t> eventsActive{0}; // 1: the kernel event tracer is in use
+
+    /// Whether news of processes come at all.
+    bool hasSource() const { return pollingOn || eventsActive == 1; }
     bool performanceMonitoring = false;
     TimeSpan performancePollInterval;
     TimeSpan performanceDeliveryInterval;
     std::string countersFile;
     std::string performanceRulesFile;
-};
-
-/// The collector's memory of what runs. Order of taking: `processMonopoly`, then the lock of another map.
-struct ProcessRegistry {
-    ProcessMap processMap;                  // named and tracked; under processMonopoly, with every process in it
-    ProcessMap endedProcessMap;             // ends that came before their starts; under endedMapMonopoly
-    ProcessMap pendingInfoMap;              // started, but without a name yet; under pendingInfoMonopoly
-    Monopoly processMonopoly;               // taken with a time limit, through enforceMonopoly
-    Monopoly endedMapMonopoly;              // held for a map operation only
-    Monopoly pendingInfoMonopoly;           // held for a map operation, or for a retry round
-    std::atomic<int32_t> monitoredCount{0}; // monitored entries of processMap; written under processMonopoly
 };
 
 /// All class-wide state of the collector, reached by thread functions and callbacks without an object.
@@ -60,14 +53,21 @@ struct RuntallyState {
     ProcessRulesChecker processRules;
     ModPollFilterChecker moduleFilter;
     PerformanceState performance;
-    ProcPoll procPoll; // used by the poller's thread only
+    ProcPoll procPoll;             // this and the next by the poller's thread only
+    PollChanges pollChanges;       // what the last poll found
+    bool isShortOfHandles = false; // as has been told
     std::unique_ptr<ExeFinder> exeFinder;
     ProcessEventLog eventLog;
     std::atomic<bool> polledOnce{false};    // the first full round has been made; stays set
     std::atomic<bool> eventsDropped{false}; // by a new configuration: the poller is to find what ended meanwhile
     int32_t programStart = 0;               // seconds since 1970
+    std::atomic<int32_t> lastLook{0};       // likewise: when a source last knew what runs; 0 before the first
 };
 
 RuntallyState& runtallyState();
+
+/// Puts all of it back to what it is at the program's start, and the data files and the tracer with it. For tests and
+/// benchmarks; no worker runs.
+void resetRuntallyState();
 
 } // namespace Velmor

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr int startupFailed = -1;
+constexpr int stuck = 1; // the service manager is to start it anew
 
 /// One kind of quotes can stand within the other; a text with both has no form in the command line.
 std::string quoted(const std::string& text) {
@@ -45,7 +46,7 @@ int run(const std::string& commandLine) {
     if (!collector.configure())
         return startupFailed;
     collector.run();
-    return 0;
+    return Velmor::programState().isStuck ? stuck : 0;
 }
 
 int answerQuestions(const std::string& argument) {
@@ -75,7 +76,7 @@ int main(int count, char** values) {
     } catch (const std::exception& failure) {
         Velmor::programState().startupFailure = failure.what();
     }
-    if (result != 0)
+    if (result == startupFailed)
         std::cerr << "runtally: " << Velmor::programState().startupFailure << '\n';
     return result;
 }

@@ -3,6 +3,7 @@
 #include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
 
 #include "platform/Clock.h"
+#include "platform/MessageQueues.h"
 #include "platform/Platform.h"
 #include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
@@ -22,7 +23,8 @@ namespace {
 constexpr uint32_t quitResult = static_cast<uint32_t>(-1);
 constexpr uint32_t tableLimit = 30000; // milliseconds that the poller's first round may take
 constexpr uint32_t tableStep = 50;
-constexpr uint32_t restLimit = 1000; // milliseconds that events which wait at the end may take
+constexpr uint32_t restLimit = 1000; // milliseconds that events which wait at the program's end may take
+constexpr uint32_t orderLimit = 700; // likewise at the end of the thread, which would be ended by force after a second
 
 const Logger& logger() {
     return runtallyState().logger;
@@ -41,27 +43,6 @@ void reportException(const char* who, const StructuredException& failure) {
     std::array<char, 64> text{};
     std::snprintf(text.data(), text.size(), "%s: Exception Code 0x%08x", who, failure.code);
     logger().warning(RuntallyMessage::workerException, text.data());
-}
-
-/// The session's question whether to go on. What it was told to hand over is taken, though the program may be told to
-/// quit just then.
-bool goOn() {
-    TracerState& state = tracerState();
-    state.isAccepted = programState().quitFlag == 0;
-    if (state.isAccepted) {
-        state.losses.look();
-    } else {
-        state.losses.finish();
-        state.restBegin = platform().clock->ticks();
-    }
-    return state.isAccepted;
-}
-
-/// The same about what was waiting when the program was told to quit.
-bool takeRest() {
-    TracerState& state = tracerState();
-    state.isAccepted = platform().clock->ticks() - state.restBegin < restLimit;
-    return state.isAccepted;
 }
 
 /// An end that lies before this start belongs to a process that had the id before; it would cost the new process its
@@ -85,19 +66,113 @@ void takeNews(const TraceEvent& event) {
     Runtally::logProcess(process);
 }
 
+/// Turns an event that the session was told to hand over into news, though the program may be told to quit just then.
+void takeEvent(const TraceEvent& event) {
+    logger().debug(4, "Native event tracer callback: Processing...");
+    logger().debug(5, "  Type=%s  InstanceId=%i  ParentInstanceId=%i  MofLength=%i  ProcessId=%i", typeName(event.type),
+                   event.instanceId, event.parentInstanceId, event.payload.size(), event.processId);
+    if (event.type != TraceEventType::start && event.type != TraceEventType::end)
+        return;
+    try {
+        takeNews(event);
+    } catch (const StructuredException& failure) {
+        reportException("processCallback", failure);
+    } catch (...) {
+        logger().warning(RuntallyMessage::workerException, "processCallback");
+    }
+    logger().debug(4, "Native event tracer callback: Finished processing.");
+}
+
+/// Reads the session for as long as it may: until the program ends, or the thread is told to end and leaves the session
+/// to the next one.
+class EventReader {
+public:
+    explicit EventReader() { look(); } // an order to end finds a queue from now on
+
+    /// Reads until the session ends, or this may not go on.
+    void read(KernelTracer& tracer) {
+        tracer.setBufferCallback([this, &tracer] { return goOn(tracer); });
+        tracer.setRestCallback([this] { return takeRest(); });
+        tracer.setEventCallback([this](const TraceEvent& event) {
+            hasTaken_ = true;
+            takeEvent(event);
+        });
+        tracer.consume();
+    }
+
+    /// Whether the thread was told to end.
+    bool isToldToEnd() {
+        look();
+        return isToldToEnd_;
+    }
+
+private:
+    void look() {
+        for (uint32_t message = 0; !isToldToEnd_ && platform().messageQueues->peek(message);)
+            if (message == WindowMessage::destroy) {
+                isToldToEnd_ = true;
+                hasTaken_ = true;
+                toldAt_ = platform().clock->ticks();
+            }
+    }
+
+    bool goOn(KernelTracer& tracer) {
+        LossReport& losses = tracerState().losses;
+        if (programState().quitFlag) {
+            losses.finish();
+            restBegin_ = platform().clock->ticks();
+            return false;
+        }
+        losses.look();
+        // What waits is taken first: a new configuration judges what comes behind it.
+        if (!isToldToEnd())
+            return true;
+        if (std::exchange(hasTaken_, false) && platform().clock->ticks() - toldAt_ < orderLimit)
+            return true;
+        tracer.keepSession();
+        return false;
+    }
+
+    /// The same about what was waiting when the program was told to quit.
+    bool takeRest() const { return platform().clock->ticks() - restBegin_ < restLimit; }
+
+    bool isToldToEnd_ = false;
+    bool hasTaken_ = false;  // an event, since the last question
+    uint32_t toldAt_ = 0;    // ticks
+    uint32_t restBegin_ = 0; // ticks, when the program was told to quit
+};
+
 /// The poller enters what runs already. Until it has, news would meet a table that is only half entered: a process that
 /// it has seen, and whose end is reported before it gets to it, would be entered for good.
-void awaitTable() {
-    for (uint32_t waited = 0; waited < tableLimit; waited += tableStep) {
-        if (!runtallyState().settings.pollingOn || tracerState().tableReported || programState().quitFlag)
-            return;
-        Timer::sleep(tableStep);
-    }
+void awaitTable(EventReader& reader) {
+    Timer::waitUntil(tableLimit, tableStep, [&] {
+        return !runtallyState().settings.pollingOn || tracerState().tableReported || programState().quitFlag ||
+               reader.isToldToEnd();
+    });
+}
+
+/// Enters what runs. For the first source of a run it began with the collector; later ones know what has run until the
+/// last look at it.
+void enterRunning() {
+    const int32_t lastLook = runtallyState().lastLook;
+    if (lastLook != 0 && !Runtally::endUnseen())
+        logger().debug(1, "eventTracer: What has ended can't be found.");
+    if (addRunningProcesses(lastLook != 0 ? lastLook : runtallyState().programStart))
+        return;
+    logger().debug(1, "eventTracer: addProcess failed.");
+    logger().error(RuntallyMessage::tracerNotReading);
 }
 
 /// Ends what was gone when it was to be entered: no event will tell of it.
 void endWhatWasGone() {
-    Runtally::endGone([](const Process& process) { return process.getExecutable() == Process::lostText; });
+    Runtally::endGone([](const ProcessPointer& process) { return process->getExecutable() == Process::lostText; });
+}
+
+void dropTracer() {
+    TracerState& state = tracerState();
+    state.tracer.reset();
+    state.hasSession = false;
+    runtallyState().lastLook = platform().clock->now();
 }
 
 /// Makes the tracer if there is none. False if the thread has to end, with `result`.
@@ -113,31 +188,34 @@ bool prepareTracer(uint32_t& result) {
         result = quitResult;
         return false;
     }
-    tracerState().tracer->setBufferCallback(goOn);
-    tracerState().tracer->setRestCallback(takeRest);
-    tracerState().tracer->setEventCallback(processCallback);
+    tracerState().hasSession = true;
     return true;
 }
 
 /// False if the thread has to end without its end line.
 bool trace(uint32_t& result) {
-    // What a session that is still there has noted needs no look at the table, which would date it too early.
-    const bool isToEnter = !runtallyState().settings.pollingOn && !tracerState().tracer;
-    if (isToEnter && !addRunningProcesses(runtallyState().programStart)) {
-        logger().debug(1, "eventTracer: addProcess failed.");
-        logger().error(RuntallyMessage::tracerNotReading);
-    }
+    EventReader reader;
+    TracerState& state = tracerState();
+    // What a session that is still there has noted needs no look at the table, which would date it too early; and in
+    // the poller's first round the poller enters what runs.
+    const bool isNew = !state.tracer;
+    const bool isToEnter = isNew && (!runtallyState().settings.pollingOn || runtallyState().polledOnce);
+    if (isToEnter)
+        enterRunning();
     logger().debug(1, "Trying to start Native event tracer...");
     if (!prepareTracer(result))
         return false;
-    if (isToEnter)
+    awaitTable(reader);
+    if (runtallyState().settings.pollingOn && !state.tableReported && reader.isToldToEnd())
+        return true;
+    if (isToEnter || (isNew && !state.isTableWatched))
         endWhatWasGone();
-    awaitTable();
     logger().debug(1, "Native event tracer is now running.");
-    tracerState().running = true;
-    tracerState().tracer->consume();
-    tracerState().running = false;
-    tracerState().tracer.reset();
+    state.running = true;
+    reader.read(*state.tracer);
+    state.running = false;
+    if (!reader.isToldToEnd() || programState().quitFlag)
+        dropTracer();
     return true;
 }
 } // namespace
@@ -145,6 +223,26 @@ bool trace(uint32_t& result) {
 TracerState& tracerState() {
     static TracerState state;
     return state;
+}
+
+void endTracing() {
+    if (!tracerState().tracer)
+        return;
+    KernelTracer& tracer = *tracerState().tracer;
+    const uint32_t begin = platform().clock->ticks();
+    tracer.setBufferCallback([] { return false; });
+    tracer.setRestCallback([begin] { return platform().clock->ticks() - begin < restLimit; });
+    tracer.setEventCallback(takeEvent);
+    tracer.consume();
+    dropTracer();
+}
+
+void resetTracerState() {
+    TracerState& state = tracerState();
+    state.tracer.reset();
+    state.losses = {};
+    state.hasSession = state.running = state.tableReported = state.isTableWatched = false;
+    state.ignoredStarts.clear();
 }
 
 uint32_t eventTracer(void* argument) {
@@ -164,22 +262,8 @@ uint32_t eventTracer(void* argument) {
 }
 
 void processCallback(const TraceEvent& event) {
-    const bool isAccepted = std::exchange(tracerState().isAccepted, false);
-    if (programState().quitFlag && !isAccepted)
-        return;
-    logger().debug(4, "Native event tracer callback: Processing...");
-    logger().debug(5, "  Type=%s  InstanceId=%i  ParentInstanceId=%i  MofLength=%i  ProcessId=%i", typeName(event.type),
-                   event.instanceId, event.parentInstanceId, event.payload.size(), event.processId);
-    if (event.type != TraceEventType::start && event.type != TraceEventType::end)
-        return;
-    try {
-        takeNews(event);
-    } catch (const StructuredException& failure) {
-        reportException("processCallback", failure);
-    } catch (...) {
-        logger().warning(RuntallyMessage::workerException, "processCallback");
-    }
-    logger().debug(4, "Native event tracer callback: Finished processing.");
+    if (!programState().quitFlag)
+        takeEvent(event);
 }
 
 bool addRunningProcesses(int32_t startSeconds) {
@@ -193,6 +277,8 @@ bool addRunningProcesses(int32_t startSeconds) {
         if (process.isNull())
             return false;
         process->setState(ProcessState::started);
+        if (runtallyState().lastLook != 0)
+            process->startNotBefore(DateTime(startSeconds));
         Runtally::logProcess(process);
     }
     return true;

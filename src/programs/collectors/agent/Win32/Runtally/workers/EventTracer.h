@@ -14,16 +14,22 @@ namespace Velmor {
 
 /// What the event tracer shares with the rest of the collector.
 struct TracerState {
-    std::unique_ptr<KernelTracer> tracer;   // by the tracer's thread while it runs, by the main thread afterwards
-    std::atomic<bool> running{false};       // it reads events
-    std::atomic<bool> tableReported{false}; // the poller's first full round is over
-    LossReport losses;                      // this and the next two by the tracer's thread
-    bool isAccepted = false;                // the session may hand the next event over, quitting or not
-    uint32_t restBegin = 0;                 // ticks, when it was told to stop
-    std::set<uint32_t> ignoredStarts;       // ids of processes that run and are of no interest; under endedMapMonopoly
+    std::unique_ptr<KernelTracer> tracer;    // by the tracer's thread while it runs, by the others while no worker does
+    LossReport losses;                       // by the tracer's thread; the session and its count outlive one
+    std::atomic<bool> hasSession{false};     // from when on no start and no end is missed
+    std::atomic<bool> running{false};        // it reads events
+    std::atomic<bool> tableReported{false};  // the poller's first full round is over
+    std::atomic<bool> isTableWatched{false}; // and the session was there before it
+    std::set<uint32_t> ignoredStarts;        // ids of processes that run and are of no interest; under endedMapMonopoly
 };
 
 TracerState& tracerState();
+
+/// Gives the session up, if there is one; what it has taken until then is handed over. No tracer's thread runs.
+void endTracing();
+
+/// Puts all back to what it is at the program's start. No worker runs.
+void resetTracerState();
 
 /// The event tracer's thread; its argument is its `ThreadRecord`. -1 if the collector was quitting when the session had
 /// been started, else 0.

@@ -16,8 +16,7 @@ namespace Velmor {
 
 namespace {
 constexpr int32_t moduleRecord = 53;
-constexpr int32_t statusInterval = 30; // seconds
-constexpr uint32_t roundPause = 250;   // milliseconds
+const WorkerPace pace{TimeSpan(30), 250, false};
 constexpr const char* moduleDataType = "module";
 
 const Logger& logger() {
@@ -61,26 +60,18 @@ void logUnloaded(const ProcessPointer& process, const std::atomic<int32_t>& repo
     }
 }
 
-void runRounds(ThreadRecord& record) {
-    int32_t lastStatus = 0;
+void pollInRounds(ThreadRecord& record) {
     int32_t lastPoll = 0;
-    while (record.report != Report::stop) {
-        const int32_t interval = runtallyState().settings.modulePollInterval.getSeconds();
-        const int32_t now = DateTime().getSeconds();
-        reportStatus(record.report, false);
-        if (programState().quitFlag)
-            return;
-        if (now - lastStatus >= statusInterval) {
-            lastStatus = now;
-            logThreadStatus(record);
-        }
-        if (now - lastPoll >= interval) {
+    runRounds(record, pace, [&](const DateTime& time) {
+        const int32_t now = time.getSeconds();
+        const bool wasSetBack = now < lastPoll;
+        if (wasSetBack || now - lastPoll >= runtallyState().settings.modulePollInterval.getSeconds()) {
             lastPoll = now;
             modPoll(record.report);
             logger().debug(4, "THREAD %s: Processing took %is.", record.name, DateTime().getSeconds() - now);
         }
-        Timer::sleep(roundPause);
-    }
+        return true;
+    });
 }
 } // namespace
 
@@ -109,7 +100,7 @@ uint32_t modulePoller(void* argument) {
     auto& record = *static_cast<ThreadRecord*>(argument);
     logger().debug(1, "START THREAD %s.", record.name);
     try {
-        runRounds(record);
+        pollInRounds(record);
     } catch (...) {
         logger().debug(1, "ERROR while running modulePoller thread");
         throw;

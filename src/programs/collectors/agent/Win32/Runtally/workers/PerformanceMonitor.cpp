@@ -24,7 +24,7 @@
 namespace Velmor {
 
 namespace {
-const TimeSpan statusInterval(10);
+const WorkerPace pace{TimeSpan(10), 0, false};
 constexpr uint32_t pausesOfRound = 10;
 constexpr uint32_t longestPause = 500; // milliseconds
 constexpr uint32_t millisecondsOfSecond = 1000;
@@ -143,23 +143,15 @@ void pauseRound(ThreadRecord& record, uint32_t step) {
         }
 }
 
-void runRounds(ThreadRecord& record, OscQuery* query) {
-    DateTime lastStatus = DateTime::minDate;
+void sampleInRounds(ThreadRecord& record, OscQuery* query) {
     const int32_t interval = runtallyState().settings.performancePollInterval.getSeconds();
     const uint32_t step = static_cast<uint32_t>(interval) * millisecondsOfSecond / pausesOfRound;
-    while (record.report != Report::stop) {
-        const DateTime now;
-        reportStatus(record.report, false);
-        if (programState().quitFlag)
-            return;
-        if (lastStatus + statusInterval < now) {
-            lastStatus = now;
-            logThreadStatus(record);
-        }
-        if (!sampleRound(query, record.name))
-            return;
-        pauseRound(record, step);
-    }
+    runRounds(record, pace, [&](const DateTime&) {
+        const bool sampled = sampleRound(query, record.name);
+        if (sampled)
+            pauseRound(record, step);
+        return sampled;
+    });
 }
 
 void reportStructured(const StructuredException& failure) {
@@ -216,7 +208,7 @@ uint32_t perfMonitor(void* argument) {
         logger().debug(5, "perfMonitor: OscOpenQuery returned %i", numberOf(query));
         if (!query)
             return failedThread;
-        runRounds(record, query.get());
+        sampleInRounds(record, query.get());
         logger().debug(5, "perfMonitor: OscCloseQuery on %i", numberOf(query));
         OscCloseQuery(query);
     } catch (const StructuredException& failure) {

@@ -1,5 +1,6 @@
 // The thread that watches the process table.
 
+#include "platform/Clock.h"
 #include "platform/Platform.h"
 #include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
@@ -9,14 +10,14 @@
 #include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
 #include "shared/library/common/time/Timer.h"
 
-#include <algorithm>
+#include <utility>
 
 namespace Velmor {
 
 namespace {
-const TimeSpan statusInterval(10);
-constexpr uint32_t roundPause = 10; // milliseconds
-constexpr uint32_t quitPause = 25;  // milliseconds
+const WorkerPace pace{TimeSpan(10), 10, true};
+constexpr uint32_t sessionLimit = 30000; // milliseconds that the session of events may take to come up
+constexpr uint32_t sessionStep = 50;
 
 const Logger& logger() {
     return runtallyState().logger;
@@ -82,75 +83,149 @@ void reportChange(const ProcessPointer& change) {
     Runtally::logProcess(change);
 }
 
+/// Whether what a change tells has reached the registry.
+bool isDone(const ProcessPointer& change) {
+    ProcessRegistry& registry = runtallyState().registry;
+    const RegistryHold hold("procPoll");
+    if (!hold)
+        return false;
+    const bool isTracked = registry.processMap.contains(change->pid());
+    const MonopolyHold pendingHold(registry.pendingInfoMonopoly);
+    const bool isPending = registry.pendingInfoMap.contains(change->pid());
+    return change->getState() == ProcessState::started ? isTracked || isPending : !isTracked && !isPending;
+}
+
+void giveUp(const ProcessPointer& change) {
+    logger().error(RuntallyMessage::changeGivenUp, change->getExecutable(), change->pid());
+}
+
+/// Reports what was found last, by a former thread as well.
+void reportChanges() {
+    const auto report = [](const ProcessPointer& change, size_t number, size_t count) {
+        logger().debug(5, "   Updating process %i/%i, PID=%i...", number, count, change->pid());
+        reportChange(change);
+    };
+    runtallyState().pollChanges.report(report, isDone, giveUp);
+}
+
 /// Ends what is tracked and has gone, after events were given up: neither they nor a comparison of polls tell of it.
 void endUnseen() {
     RuntallyState& state = runtallyState();
-    std::vector<uint32_t> present;
-    if (!state.eventsDropped || !platform().processes->enumerate(present))
-        return;
-    std::sort(present.begin(), present.end());
-    const auto isGone = [&](const Process& process) {
-        return !std::binary_search(present.begin(), present.end(), process.pid());
-    };
-    if (Runtally::endGone(isGone)) // else the next round does it
+    if (state.eventsDropped && Runtally::endUnseen()) // else the next round does it
         state.eventsDropped = false;
 }
 
-/// The poll's objects are the registry's as well by now, and this dates them.
-std::vector<ProcessPointer> takeChanges() {
+TimeSpan halfInterval() {
+    return TimeSpan(runtallyState().settings.pollInterval.getSeconds() / 2);
+}
+
+/// What started is dated by half an interval, but not before the end of what another source has seen, nor before the
+/// start that the system tells.
+void dateStarts(std::vector<ProcessPointer>& changes) {
+    for (const ProcessPointer& change : changes)
+        if (change->getState() == ProcessState::started)
+            change->startNotBefore(DateTime(runtallyState().lastLook));
+}
+
+/// The poll's objects are the registry's as well by now, and this dates them. False if the next round has to find them.
+bool takeChanges() {
     RuntallyState& state = runtallyState();
+    const bool isTakingOver =
+        state.settings.eventsActive == 1 || (state.lastLook != 0 && !state.procPoll.hasPrevious());
+    std::vector<ProcessPointer> changes;
+    const RegistryHold hold("procPoll");
+    if (!hold) {
+        logger().warning(RuntallyMessage::registryHeld, "procPoll");
+        return false;
+    }
+    state.procPoll.getPollData(changes, halfInterval());
+    if (isTakingOver)
+        dateStarts(changes);
+    if (!changes.empty())
+        logger().debug(5, "Polling process table. Got %i changes since last time.", changes.size());
+    state.pollChanges.take(std::move(changes));
+    return true;
+}
+
+/// Without the table the handles tell what has ended, and each that is given back makes room.
+void reportEndedByHandle() {
     std::vector<ProcessPointer> changes;
     if (const RegistryHold hold("procPoll"); hold)
-        state.procPoll.getPollData(changes, TimeSpan(state.settings.pollInterval.getSeconds() / 2));
+        runtallyState().procPoll.takeEnded(changes, halfInterval());
+    runtallyState().pollChanges.take(std::move(changes));
+    reportChanges();
+}
+
+/// Says once that the system has no handles left, until it has some again.
+void tellShortage(bool isTableRead, uint32_t unopened) {
+    RuntallyState& state = runtallyState();
+    const bool isShort = !isTableRead || unopened != 0;
+    if (isShort == std::exchange(state.isShortOfHandles, isShort) || !isShort)
+        return;
+    if (isTableRead)
+        logger().warning(RuntallyMessage::processesUnopened, std::to_string(unopened));
     else
-        logger().warning(RuntallyMessage::registryHeld, "procPoll"); // the next round finds them
-    return changes;
+        logger().warning(RuntallyMessage::tableUnreadable);
+}
+
+/// Compares the table with the one before; `isTableRead` tells whether it could be had.
+bool pollTable() {
+    const uint32_t unopened = Process::unopenedCount();
+    const bool isTableRead = runtallyState().procPoll.poll(0);
+    tellShortage(isTableRead, Process::unopenedCount() - unopened);
+    if (!isTableRead)
+        logger().debug(1, "Failed to poll process table.");
+    return isTableRead;
 }
 
 void fullRound() {
     RuntallyState& state = runtallyState();
-    if (!state.procPoll.poll(0)) {
-        logger().debug(1, "Failed to poll process table.");
+    const bool isWatched = tracerState().hasSession;
+    const int32_t begin = platform().clock->now();
+    if (!pollTable()) {
+        if (state.settings.eventsActive != 1)
+            reportEndedByHandle();
         return;
     }
     endUnseen();
-    state.polledOnce = true; // not before: with events this is the round that enters what runs
-    const std::vector<ProcessPointer> changes = takeChanges();
-    if (changes.empty())
+    if (!takeChanges())
         return;
-    logger().debug(5, "Polling process table. Got %i changes since last time.", changes.size());
-    for (size_t i = 0; i < changes.size(); ++i) {
-        logger().debug(5, "   Updating process %i/%i, PID=%i...", i + 1, changes.size(), changes[i]->pid());
-        reportChange(changes[i]);
+    state.polledOnce = true; // not before: with events this is the round that enters what runs
+    reportChanges();
+    if (state.settings.eventsActive == 1) {
+        tracerState().isTableWatched = isWatched;
+        state.procPoll.forget(); // its handles aren't needed any more
+    } else {
+        state.lastLook = begin;
     }
 }
 
-void runRounds(ThreadRecord& record) {
-    DateTime lastStatus = DateTime::minDate;
+/// With events the first round finds what they don't tell of: it must not look before they are told.
+void awaitSession(const ThreadRecord& record) {
+    Timer::waitUntil(sessionLimit, sessionStep, [&] {
+        return runtallyState().settings.eventsActive != 1 || runtallyState().polledOnce || tracerState().hasSession ||
+               programState().quitFlag || record.report == Report::stop;
+    });
+}
+
+void pollInRounds(ThreadRecord& record) {
+    awaitSession(record);
+    const TimeSpan& interval = runtallyState().settings.pollInterval;
     DateTime nextPoll;
-    while (record.report != Report::stop) {
-        const DateTime now;
-        reportStatus(record.report, false);
-        if (lastStatus + statusInterval < now) {
-            lastStatus = now;
-            logThreadStatus(record);
-        }
-        if (programState().quitFlag) {
-            Timer::sleep(quitPause);
-            continue;
-        }
-        if (now >= nextPoll) {
-            nextPoll += runtallyState().settings.pollInterval;
+    runRounds(record, pace, [&](const DateTime& now) {
+        if (const bool wasSetBack = now + interval < nextPoll; now >= nextPoll || wasSetBack) {
+            nextPoll = wasSetBack ? now + interval : nextPoll + interval;
             Runtally::procPoll();
             if (logger().passes(4))
                 logger().debug(4, "THREAD %s: Processing took %s.", record.name, (DateTime() - now).toString());
         }
-        Timer::sleep(roundPause);
-    }
+        return true;
+    });
 }
 } // namespace
 
 void Runtally::procPoll() {
+    reportChanges();
     if (runtallyState().polledOnce && runtallyState().settings.eventsActive == 1)
         completingRound();
     else
@@ -162,7 +237,7 @@ uint32_t processPoller(void* argument) {
     auto& record = *static_cast<ThreadRecord*>(argument);
     logger().debug(1, "START THREAD %s.", record.name);
     try {
-        runRounds(record);
+        pollInRounds(record);
     } catch (...) {
         logger().debug(1, "ERROR while running procPoller thread");
         throw;
