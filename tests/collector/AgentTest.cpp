@@ -5,6 +5,7 @@
 #include "programs/collectors/agent/Win32/IpcCommands.h"
 #include "rules/PrimeTime.h"
 #include "shared/library/common/win32/MailSlot.h"
+#include "support/Eventually.h"
 #include "support/RuntimeFixture.h"
 
 #include <algorithm>
@@ -115,6 +116,37 @@ TEST_F(IpcCommandsTest, CommandsAreCarriedOutAndAnswered) {
     EXPECT_TRUE(log.has("(2.21.02) (Message not found.) Parameters: 4.5"));
     EXPECT_NE(collector.fileNames(), before) << "the work is done all the same";
     programState().quitFlag = programState().reconfigureFlag = 0;
+}
+
+TEST_F(IpcCommandsTest, EqualCommandsAreOneAndThoseOfStrangersNone) {
+    Collector collector;
+    const CapturedLog log(0);
+    IpcCommands commands;
+    MailSlot core(MailSlotMode::receiver, "Core");
+    const auto request = [](std::string_view word, std::string reference, bool mayCommand) {
+        return IPCMessage{"COMMAND", std::move(reference), std::string(word), "Core", {"S-bob", 12, mayCommand}};
+    };
+    collector.os.processes.start(7, "/apps/p7");
+    collector.report(7, ProcessState::started, collector.os.clock.now());
+    std::vector<IPCMessage> messages;
+    for (int i = 0; i < 50; ++i) {
+        messages.push_back(request(CommandWord::die, "", false));
+        messages.push_back(request(CommandWord::dump, std::to_string(i), true));
+        messages.push_back(request(CommandWord::sendProcessInfo, "info", true));
+    }
+    commands.ipcCallback(messages);
+    commands.ipcCallback({request(CommandWord::dump, "", false)});
+    EXPECT_EQ(programState().quitFlag, 0);
+    EXPECT_EQ(collector.records().size(), 1U) << "one delivery";
+    std::vector<std::string> replies;
+    EXPECT_TRUE(eventually([&] {
+        core.receive(replies);
+        return replies.size() == 100;
+    })) << "for each who asked";
+    EXPECT_NE(replies.front().find("info"), std::string::npos) << "what only asks comes first";
+    EXPECT_EQ(log.count("(2.21.32)"), 1U) << log.text();
+    EXPECT_TRUE(log.has("RUNTALLYDUMP  bob  12  50")) << log.text();
+    EXPECT_EQ(log.count("(2.21.33)"), 1U) << "refusals are told once a minute";
 }
 
 TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMendsIt) {

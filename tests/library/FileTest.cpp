@@ -148,6 +148,10 @@ TEST_F(FileTest, ALockRunsOutByItself) {
     const std::string text = readFile(directory / "f.lock");
     EXPECT_EQ(text.substr(0, 41), "20010909T014710Z\n20010909T014740Z\n014710Z");
     EXPECT_EQ(text.substr(51), "\noriginal\n");
+    for (const std::string& damaged : {std::string(), DateTime(now).toString(true, true) + "\n"}) {
+        directory.write("f.lock", damaged);
+        EXPECT_FALSE(LockFile(path).release()) << "what can't be read is not proven dead";
+    }
     directory.write("f.lock", "rubbish\n");
     EXPECT_THROW(LockFile{path}, TimeException);
 }

@@ -29,10 +29,15 @@ bool makeDirectory(const std::string& parent, const std::string& name, mode_t mo
     if (!place || fstat(place.get(), &state) != 0)
         return false;
     const ActingAs owner(state.st_uid, state.st_gid);
-    if (mkdirat(place.get(), name.c_str(), mode) != 0)
+    int made = mkdirat(place.get(), name.c_str(), mode);
+    if (made != 0 && errno == EPERM) { // a service may be kept from setting groups; it makes all with its own then
+        mode &= ~static_cast<mode_t>(S_ISGID);
+        made = mkdirat(place.get(), name.c_str(), mode);
+    }
+    if (made != 0)
         return errno == EEXIST;
-    const FileDescriptor made(openat(place.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    return made && fchmod(made.get(), mode) == 0;
+    const FileDescriptor directory(openat(place.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return directory && fchmod(directory.get(), mode) == 0;
 }
 
 bool makeMissing(const std::string& path, mode_t mode) {

@@ -18,8 +18,8 @@
 namespace Velmor {
 
 namespace {
-// A reader that stands still gets no reply: those who wait behind it want theirs.
-constexpr SendPatience replyPatience{300, 0};
+// A reader that stands still gets no reply after its first one: those who wait behind it want theirs.
+constexpr SendPatience replyPatience{300, 100};
 
 std::string nameOf(const MailslotSender& sender) {
     std::string user = "?";

@@ -31,7 +31,9 @@ LockFile::LockFile(std::string lockedFile)
         locked_ = false;
 }
 
+/// A lock that can't be read to its end may be another user's, or one that is just being written: it runs on.
 void LockFile::readLock() {
+    expires_ = DateTime::maxDate;
     BasicFile file;
     if (!file.open(lockName(), BasicFile::MODE_READ))
         return;

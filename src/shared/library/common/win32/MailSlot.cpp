@@ -42,10 +42,11 @@ public:
         // The holder is inside a single write, so a yielded processor is all the wait there should be. A lock that
         // stays out of reach is one that can't be had. Who may not take turns writes out of turn: a slot that is open
         // to him takes messages whole.
+        const uint32_t looks = limit == 0 ? 0 : quickTurns + limit / slowPause;
         for (uint32_t i = 0; !lock_.enforce(); ++i) {
             if (lock_.getLastError() == NativeError::accessDenied)
                 return;
-            if (lock_.getLastError() != NativeError::alreadyExists || i >= quickTurns + limit / slowPause)
+            if (lock_.getLastError() != NativeError::alreadyExists || i >= looks)
                 fail(IC_CANNOT_SEND, "Error " + std::to_string(lock_.getLastError()), __LINE__);
             Timer::sleep(i < quickTurns ? 0 : slowPause);
         }

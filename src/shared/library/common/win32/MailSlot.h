@@ -11,7 +11,7 @@ namespace Velmor {
 
 /// How long a sender waits, in milliseconds.
 struct SendPatience {
-    uint32_t turn = 5000;                       // for its turn among all senders of the machine
+    uint32_t turn = 5000;                       // for its turn among all senders of the machine; 0: not at all
     uint32_t reader = Mailslots::usualPatience; // for a reader that stands still; 0: not at all
 };
 
