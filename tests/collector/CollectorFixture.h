@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/RecordReader.h"
 #include "support/ScriptedPlatform.h"
 #include "support/TempDirectory.h"
 
@@ -15,22 +16,6 @@
 #include <vector>
 
 namespace Velmor {
-
-/// A usage record, taken apart.
-struct UsageLine {
-    int32_t start = 0;
-    std::string executable;
-    std::string application;
-    std::string directory;
-    std::string account;
-    std::string exitCode;
-    bool isFirst = false;
-    int32_t duration = 0;
-    int32_t end() const { return start + duration; }
-};
-
-/// Takes the records of a data file's text apart. Throws for a text that isn't whole records.
-std::vector<UsageLine> parseRecords(const std::string& text);
 
 /// The collector's class-wide operations over a scripted machine, and data files in a directory of their own.
 class Collector {

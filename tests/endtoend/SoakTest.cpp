@@ -1,0 +1,255 @@
+// The real collector for a long time under everything at once: short processes, long ones, forks, kills, changes of its
+// sources, commands, signals and restarts, judged by the system's own accounting. VELMOR_SOAK says for how many seconds
+// it runs; without it, for half a minute.
+
+#include "ProcessAccounting.h"
+#include "RunningCollector.h"
+
+#include "support/DataFiles.h"
+#include "support/Eventually.h"
+#include "support/RecordReader.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Velmor {
+
+namespace {
+using namespace std::chrono_literals;
+using SteadyClock = std::chrono::steady_clock;
+
+constexpr int mostLong = 60;      // long processes at a time
+constexpr double tolerance = 3.1; // seconds; polling looks once in two
+constexpr double memoryGrowth = 1.05;
+constexpr auto settlingTime = 60s; // after which figures must not grow
+
+std::chrono::seconds soakTime() {
+    const char* text = std::getenv("VELMOR_SOAK");
+    return std::chrono::seconds(text ? std::atoi(text) : 30);
+}
+
+enum class Source { events, polling, both };
+
+std::string logging(Source source) {
+    const std::string polling = source == Source::events ? "false" : "true";
+    const std::string events = source == Source::polling ? "false" : "true";
+    return "process-data () = \"\" { polling (Bool) = " + polling +
+           " { interval (TimeSpan) = P2S { } } events (Bool) = " + events + " { native (Bool) = " + events +
+           " { } } }\n";
+}
+
+/// What a program holds of the machine.
+struct Figures {
+    size_t threads = 0;
+    size_t descriptors = 0;
+    double memory = 0; // KiB
+};
+
+Figures figuresOf(pid_t pid) {
+    Figures figures;
+    const std::string place = "/proc/" + std::to_string(pid);
+    for (const auto& entry : std::filesystem::directory_iterator(place + "/fd"))
+        figures.descriptors += entry.path().empty() ? 0 : 1;
+    std::ifstream status(place + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("Threads:"))
+            figures.threads = std::stoul(line.substr(8));
+        if (line.starts_with("VmRSS:"))
+            figures.memory = std::stod(line.substr(6));
+    }
+    return figures;
+}
+
+class Soak : public testing::Test {
+protected:
+    void SetUp() override {
+        if (geteuid() != 0)
+            GTEST_SKIP() << "process events and accounting need root";
+        prefix_ = "k" + std::to_string(getpid());
+        chmod(directory_.path().c_str(), 0755);
+        std::filesystem::copy_file("/bin/true", program("t"));
+        std::filesystem::copy_file("/bin/false", program("f"));
+        std::filesystem::copy_file("/bin/sleep", program("sleep"));
+    }
+
+    std::string program(const std::string& name) const { return directory_ / (prefix_ + name); }
+
+    static pid_t spawn(const std::string& path, const std::string& argument) {
+        const pid_t child = vfork();
+        if (child == 0) {
+            execl(path.c_str(), path.c_str(), argument.empty() ? nullptr : argument.c_str(), nullptr);
+            _exit(127);
+        }
+        return child;
+    }
+
+    /// Programs that end at once. Only events see them all.
+    void runShort(std::chrono::milliseconds time) {
+        const auto end = SteadyClock::now() + time;
+        for (int i = 0; SteadyClock::now() < end; ++i) {
+            const char* name = i % 2 == 0 ? "t" : "f";
+            waitpid(spawn(program(name), ""), nullptr, 0);
+            ++short_[name];
+            if (i % 20 == 0)
+                usleep(20000);
+        }
+    }
+
+    /// A program of a name of its own that runs for some seconds, so that its records can be told from all others.
+    void startLong() {
+        if (long_.size() >= mostLong)
+            return;
+        const std::string path = program("l" + std::to_string(++longCount_) + "_");
+        std::filesystem::create_hard_link(program("sleep"), path);
+        long_[spawn(path, std::to_string(7 + random_() % 40))] = path;
+    }
+
+    void killOne() {
+        if (!long_.empty() && random_() % 3 == 0)
+            kill(std::next(long_.begin(), static_cast<long>(random_() % long_.size()))->first, SIGKILL);
+    }
+
+    void reap() {
+        int status = 0;
+        for (pid_t ended = waitpid(-1, &status, WNOHANG); ended > 0; ended = waitpid(-1, &status, WNOHANG))
+            if (const auto known = long_.find(ended); known != long_.end()) {
+                std::filesystem::remove(known->second);
+                long_.erase(known);
+            }
+    }
+
+    void change(Source source) {
+        collector_->writeConfiguration("    interval (TimeSpan) = P1M { }\n", logging(source));
+        collector_->passLog();
+        if (random_() % 2 == 0)
+            collector_->program().signal(SIGHUP);
+        else
+            collector_->control("reconfigure");
+        ASSERT_TRUE(becomesReady()) << "it takes a configuration over";
+        if (source != Source::polling)
+            ASSERT_TRUE(collector_->awaitLog("Native event tracer is now running."));
+    }
+
+    bool becomesReady() {
+        std::string state = collector_->nextState();
+        while (!state.empty() && state != "READY")
+            state = collector_->nextState();
+        return !state.empty();
+    }
+
+    /// Each short process has one record, and each long one a chain of slices that touch, from its start to its end.
+    void judge(const std::vector<AccountedProcess>& ended) {
+        std::map<std::string, std::vector<UsageLine>> records;
+        for (const UsageLine& record : parseRecords(dataText(collector_->directory() / "data", "ProcessLog")))
+            if (record.executable.starts_with(prefix_))
+                records[record.executable].push_back(record);
+        for (const auto& [name, count] : short_)
+            EXPECT_EQ(records[prefix_ + name].size(), count) << name;
+        size_t wrong = 0;
+        for (const AccountedProcess& process : ended) {
+            if (!process.command.ends_with('_'))
+                continue;
+            std::vector<UsageLine>& slices = records[process.command];
+            std::stable_sort(slices.begin(), slices.end(),
+                             [](const auto& a, const auto& b) { return a.start < b.start; });
+            const bool isRight = !slices.empty() && slices.front().isFirst && touch(slices) &&
+                                 slices.back().exitCode == std::to_string(process.exitCode) &&
+                                 std::abs(slices.front().start - process.start) < tolerance &&
+                                 std::abs(slices.back().end() - process.end) < tolerance;
+            wrong += isRight ? 0 : 1;
+            EXPECT_TRUE(isRight) << process.command << " from " << static_cast<int64_t>(process.start) << " to "
+                                 << static_cast<int64_t>(process.end) << " with " << process.exitCode << ":\n"
+                                 << textOf(slices);
+            if (wrong > 10)
+                return;
+        }
+    }
+
+    static bool touch(const std::vector<UsageLine>& slices) {
+        for (size_t i = 1; i < slices.size(); ++i)
+            if (slices[i].start != slices[i - 1].end() || slices[i].isFirst || slices[i - 1].exitCode != "none")
+                return false;
+        return true;
+    }
+
+    static std::string textOf(const std::vector<UsageLine>& slices) {
+        std::string text;
+        for (const UsageLine& s : slices)
+            text += std::to_string(s.start) + " to " + std::to_string(s.end()) + (s.isFirst ? " first " : " further ") +
+                    s.exitCode + "\n";
+        return text;
+    }
+
+    TempDirectory directory_;
+    std::string prefix_;
+    std::unique_ptr<RunningCollector> collector_;
+    std::mt19937 random_{2026};
+    std::map<pid_t, std::string> long_;
+    int longCount_ = 0;
+    std::map<std::string, size_t> short_;
+};
+} // namespace
+
+TEST_F(Soak, NothingIsMissingDoubledOrWrongAndNothingGrows) {
+    ProcessAccounting accounting(directory_ / "pacct");
+    if (!accounting.isOn())
+        GTEST_SKIP() << "this kernel has no process accounting";
+    collector_ = std::make_unique<RunningCollector>(
+        "    interval (TimeSpan) = P1M { }\n", logging(Source::events),
+        std::vector<RunningCollector::File>{{"include-exclude", "include datatype=*\n"}}, 1);
+    ASSERT_TRUE(collector_->awaitLog("Native event tracer is now running."));
+    const auto begin = SteadyClock::now();
+    const auto end = begin + soakTime();
+    Figures early;
+    Source source = Source::events;
+    while (SteadyClock::now() < end && !HasFatalFailure()) {
+        for (int i = 0; i < 4; ++i) {
+            startLong();
+            if (source != Source::polling)
+                runShort(400ms);
+            else
+                usleep(400000);
+            killOne();
+            reap();
+        }
+        if (random_() % 3 == 0)
+            EXPECT_TRUE(collector_->control("dump").starts_with("0 "));
+        source = static_cast<Source>(random_() % 3);
+        change(source);
+        if (early.threads == 0 &&
+            SteadyClock::now() - begin > std::min<SteadyClock::duration>(settlingTime, soakTime() / 2))
+            early = figuresOf(static_cast<pid_t>(collector_->program().pid()));
+    }
+    change(Source::events);
+    const Figures late = figuresOf(static_cast<pid_t>(collector_->program().pid()));
+    while (!long_.empty()) {
+        kill(long_.begin()->first, SIGTERM);
+        usleep(20000);
+        reap();
+    }
+    std::this_thread::sleep_for(3s);
+    EXPECT_EQ(collector_->stop(), 0);
+    judge(accounting.ended(prefix_));
+    std::cout << short_["t"] + short_["f"] << " short processes, " << longCount_ << " long ones; threads " << early.threads << " and "
+              << late.threads << ", descriptors " << early.descriptors << " and " << late.descriptors << ", resident "
+              << early.memory << " and " << late.memory << " KiB\n";
+    if (soakTime() > 2 * settlingTime) {
+        EXPECT_LE(late.threads, early.threads);
+        EXPECT_LE(late.descriptors, early.descriptors + mostLong); // one for each process that it follows
+        EXPECT_LE(late.memory, early.memory * memoryGrowth);
+    }
+}
+
+} // namespace Velmor
