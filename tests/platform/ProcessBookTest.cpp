@@ -11,7 +11,7 @@ namespace {
 constexpr int64_t millisecond = 1'000'000;
 
 struct PaperFacts : ProcessFacts {
-    bool executable(uint32_t pid, std::string& path) override {
+    bool executable(uint32_t pid, int64_t, std::string& path) override {
         const auto found = links.find(pid);
         if (found != links.end())
             path = found->second;
@@ -27,7 +27,7 @@ struct PaperFacts : ProcessFacts {
         ++looks;
         return ended.contains(pid);
     }
-    bool epitaph(uint32_t pid, std::string& path, uid_t& owner, uint32_t& code) override {
+    bool epitaph(uint32_t pid, uint64_t, std::string& path, uid_t& owner, uint32_t& code) override {
         if (!epitaphs.contains(pid))
             return false;
         path = epitaphs[pid];

@@ -226,17 +226,17 @@ TEST_P(ExitCodeTest, ASourceTellsWhatItKnowsAndNothingElse) {
     expectCode(asked, process, child, "5"); // the last thread's
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Sources, ExitCodeTest,
-    testing::Values(SourceCase{{true, false, false}, false, LinuxProcesses::descriptorsTellExitCodes()},
-                    SourceCase{{false, true, false}, true, false}, SourceCase{{false, false, true}, true, true},
-                    SourceCase{{false, false, false}, false, false}),
-    [](const auto& tested) {
-        const auto& sources = tested.param.sources;
-        return sources.descriptor    ? "Descriptor"
-               : sources.statLine    ? "StatLine"
-               : sources.exitRecords ? "ExitRecords"
-                                     : "None";
-    });
+INSTANTIATE_TEST_SUITE_P(Sources, ExitCodeTest,
+                         testing::Values(SourceCase{{true, false, false}, false, ExitCodes::descriptorsTell()},
+                                         SourceCase{{false, true, false}, true, false},
+                                         SourceCase{{false, false, true}, true, true},
+                                         SourceCase{{false, false, false}, false, false}),
+                         [](const auto& tested) {
+                             const auto& sources = tested.param.sources;
+                             return sources.descriptor    ? "Descriptor"
+                                    : sources.statLine    ? "StatLine"
+                                    : sources.exitRecords ? "ExitRecords"
+                                                          : "None";
+                         });
 
 } // namespace Velmor
