@@ -60,6 +60,10 @@ public:
 
     /// The same in wall-clock seconds since 1970.
     virtual bool startSecond(const ProcessHandle& process, int32_t& second) = 0;
+
+    /// False if the path of the process's executable leads this program to another file or to none, since the process
+    /// sees other files under the same paths. True where nobody can tell.
+    virtual bool isFileHere(const ProcessHandle& process) = 0;
 };
 
 } // namespace Velmor

@@ -144,6 +144,10 @@ bool Process::isRunning() {
     return handle_ && platform().processes->exitCode(handle_, code, error) && code == stillActive;
 }
 
+bool Process::isFileHere() const {
+    return !handle_ || platform().processes->isFileHere(handle_);
+}
+
 bool Process::isSameProcess(const Process& other) const {
     uint64_t own = 0;
     uint64_t others = 0;

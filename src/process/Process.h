@@ -88,6 +88,9 @@ public:
     /// Brings the module table up to date, and returns those that have gone since, in name order. The image is none.
     std::vector<ModuleRecord> updateModules();
 
+    /// Whether its executable's path leads to that file here, as far as anybody can tell.
+    bool isFileHere() const;
+
     /// Whether the two objects, which share an id, may be one process: false only if the kernel's start times of both
     /// handles are known and differ.
     bool isSameProcess(const Process& other) const;

@@ -6,6 +6,7 @@
 #include "RunningCollector.h"
 
 #include "support/Eventually.h"
+#include "support/TinyProgram.h"
 
 #include <gtest/gtest.h>
 
@@ -80,27 +81,6 @@ std::string logging(bool polling) {
     return "        process-data () = \"\" {\n            polling (Bool) = " + std::string(polling ? "true" : "false") +
            " { interval (TimeSpan) = P1S { } }\n"
            "            events (Bool) = true { native (Bool) = true { } }\n        }\n";
-}
-
-/// A program that enters and leaves with code 7.
-void writeTinyProgram(const std::string& path) {
-#if defined(__x86_64__)
-    constexpr std::array<unsigned char, 132> image{
-        0x7f, 'E',  'L',  'F', 2,    1,    1,    0, 0,    0, 0,    0,    0, 0, 0, 0, // identity
-        2,    0,    0x3e, 0,   1,    0,    0,    0, 0x78, 0, 0x40, 0,    0, 0, 0, 0, // entry 0x400078
-        0x40, 0,    0,    0,   0,    0,    0,    0, 0,    0, 0,    0,    0, 0, 0, 0, // segments at 0x40
-        0,    0,    0,    0,   0x40, 0,    0x38, 0, 1,    0, 0,    0,    0, 0, 0, 0, //
-        1,    0,    0,    0,   5,    0,    0,    0, 0,    0, 0,    0,    0, 0, 0, 0, // to be loaded, read and executed
-        0,    0,    0x40, 0,   0,    0,    0,    0, 0,    0, 0x40, 0,    0, 0, 0, 0, //
-        0x84, 0,    0,    0,   0,    0,    0,    0, 0x84, 0, 0,    0,    0, 0, 0, 0, //
-        0,    0x10, 0,    0,   0,    0,    0,    0,                                  //
-        0xb8, 0x3c, 0,    0,   0,    0xbf, 7,    0, 0,    0, 0x0f, 0x05,             // exit(7)
-    };
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(image.data()), image.size());
-#else
-    std::filesystem::copy_file("/bin/true", path);
-#endif
-    chmod(path.c_str(), 0755);
 }
 
 /// Programs whose names nobody else on the machine uses, and the real collector that looks at them.

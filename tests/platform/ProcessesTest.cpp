@@ -4,11 +4,16 @@
 #include "support/Child.h"
 #include "support/Eventually.h"
 #include "support/TempDirectory.h"
+#include "support/TinyProgram.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
@@ -17,6 +22,19 @@ namespace Velmor {
 
 namespace {
 constexpr const char* sleepProgram = "/bin/sleep";
+
+/// Goes so deep below `directory` that the kernel can't tell the path any more, and runs a program there.
+int runDeepBelow(const std::string& directory, const std::string& program) {
+    const std::string name(200, 'd');
+    if (chdir(directory.c_str()) != 0)
+        return 1;
+    for (int depth = 0; depth < 21; ++depth)
+        if ((mkdir(name.c_str(), 0755) != 0 && errno != EEXIST) || chdir(name.c_str()) != 0)
+            return 1;
+    if (link(program.c_str(), "deep") == 0)
+        execl("./deep", "./deep", "600", nullptr);
+    return 1;
+}
 
 /// A process whose main thread has ended while another runs on: until SIGTERM, which makes that one exit with 5.
 int runWithoutMainThread() {
@@ -56,6 +74,16 @@ protected:
         return processes.modules(process, room, count, error) && processes.modulePath(process, room[0], path, error)
                    ? path
                    : "none";
+    }
+    /// Behind the image.
+    std::vector<std::string> modulesOf(const ProcessHandle& process) {
+        std::vector<ModuleId> room(50);
+        size_t count = 0;
+        std::vector<std::string> paths;
+        EXPECT_TRUE(processes.modules(process, room, count, error));
+        for (size_t i = 1; i < count; ++i)
+            EXPECT_TRUE(processes.modulePath(process, room[i], paths.emplace_back(), error));
+        return paths;
     }
     std::string ownerOf(const ProcessHandle& process) {
         std::string sid;
@@ -108,6 +136,7 @@ TEST_F(ProcessesTest, NamesOfFilesAreTakenAsTheyAreWhateverBecomesOfTheFile) {
              Case{"gone", true, "gone"},
              Case{"here (deleted)", false, "here (deleted)"},
              Case{"both (deleted)", true, "both (deleted)"},
+             Case{"other\nline (deleted)", false, "other?line (deleted)"},
              Case{"line\nfeed\x1e", false, "line?feed?"},
          }) {
         const std::string path = sleeperNamed(file);
@@ -117,7 +146,68 @@ TEST_F(ProcessesTest, NamesOfFilesAreTakenAsTheyAreWhateverBecomesOfTheFile) {
         const auto process = processes.open(child.pid(), error);
         ASSERT_TRUE(process) << file;
         EXPECT_EQ(pathOf(process), directory / shown);
+        EXPECT_TRUE(processes.isFileHere(process) || deleted || path != directory / shown) << file;
+        for (const std::string& module : modulesOf(process))
+            EXPECT_FALSE(module.ends_with(shown)) << "the image is none of its own modules";
     }
+}
+
+TEST_F(ProcessesTest, APathThatIsTooLongLeavesOwnerAndCode) {
+    const std::string sleeper = sleeperNamed("s");
+    Child child([&] { return runDeepBelow(directory.path(), sleeper); });
+    std::string link(1, '\0');
+    ASSERT_TRUE(eventually([&] {
+        return readlink(("/proc/" + std::to_string(child.pid()) + "/exe").c_str(), link.data(), 1) < 0 &&
+               errno == ENAMETOOLONG;
+    }));
+    const auto process = processes.open(child.pid(), error);
+    ASSERT_TRUE(process) << error;
+    EXPECT_EQ(pathOf(process), "none");
+    EXPECT_EQ(ownerOf(process), "S-1-22-1-" + std::to_string(geteuid()));
+    child.signal(SIGKILL);
+    child.awaitEnd();
+    EXPECT_EQ(codeOf(processes, process), "137");
+}
+
+TEST_F(ProcessesTest, AProgramInAnotherRootIsKnownByItsOwnPathWhichLeadsNowhereHere) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can change the root";
+    const std::string name = "/velmor" + std::to_string(getpid());
+    const std::string path = directory.path() + name.substr(1);
+    writeTinyProgram(path, true);
+    Child inside(
+        [&] { return chroot(directory.path().c_str()) == 0 ? execl(name.c_str(), name.c_str(), nullptr) : 1; });
+    Child outside({path});
+    for (const auto& [child, shown] : {std::pair{&inside, name}, std::pair{&outside, path}}) {
+        ASSERT_TRUE(eventually([&] { return pathOf(processes.open(child->pid(), error)) == shown; })) << shown;
+        const auto process = processes.open(child->pid(), error);
+        EXPECT_EQ(processes.isFileHere(process), child == &outside);
+        EXPECT_TRUE(modulesOf(process).empty());
+    }
+    std::filesystem::remove(path);
+    EXPECT_TRUE(processes.isFileHere(processes.open(outside.pid(), error))) << "it led there before it was deleted";
+}
+
+TEST_F(ProcessesTest, OutOfDescriptorsItStillSeesWhatRunsAndWhatHasEnded) {
+    std::vector<std::unique_ptr<Child>> many;
+    for (int i = 0; i < 60; ++i)
+        many.push_back(std::make_unique<Child>([] { return pause(); }));
+    Child looker([&] {
+        const rlimit room{static_cast<rlim_t>(open("/", O_RDONLY)) + 70, 4096};
+        std::vector<ProcessHandle> held;
+        bool isRefused = false;
+        if (setrlimit(RLIMIT_NOFILE, &room) != 0)
+            return 1;
+        for (const auto& child : many) {
+            held.push_back(processes.open(child->pid(), error));
+            isRefused = isRefused || (!held.back() && error == NativeError::tooManyOpenFiles);
+        }
+        if (!isRefused || !lists(many.back()->pid()))
+            return 2;
+        held.clear();
+        return processes.open(many.back()->pid(), error) ? 0 : 3;
+    });
+    EXPECT_EQ(looker.reap(), 0);
 }
 
 TEST_F(ProcessesTest, KernelThreadsThreadsAndZombiesAreNoProcesses) {
@@ -226,17 +316,17 @@ TEST_P(ExitCodeTest, ASourceTellsWhatItKnowsAndNothingElse) {
     expectCode(asked, process, child, "5"); // the last thread's
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Sources, ExitCodeTest,
-    testing::Values(SourceCase{{true, false, false}, false, LinuxProcesses::descriptorsTellExitCodes()},
-                    SourceCase{{false, true, false}, true, false}, SourceCase{{false, false, true}, true, true},
-                    SourceCase{{false, false, false}, false, false}),
-    [](const auto& tested) {
-        const auto& sources = tested.param.sources;
-        return sources.descriptor    ? "Descriptor"
-               : sources.statLine    ? "StatLine"
-               : sources.exitRecords ? "ExitRecords"
-                                     : "None";
-    });
+INSTANTIATE_TEST_SUITE_P(Sources, ExitCodeTest,
+                         testing::Values(SourceCase{{true, false, false}, false, ExitCodes::descriptorsTell()},
+                                         SourceCase{{false, true, false}, true, false},
+                                         SourceCase{{false, false, true}, true, true},
+                                         SourceCase{{false, false, false}, false, false}),
+                         [](const auto& tested) {
+                             const auto& sources = tested.param.sources;
+                             return sources.descriptor    ? "Descriptor"
+                                    : sources.statLine    ? "StatLine"
+                                    : sources.exitRecords ? "ExitRecords"
+                                                          : "None";
+                         });
 
 } // namespace Velmor

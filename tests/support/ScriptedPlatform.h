@@ -78,6 +78,7 @@ public:
     bool tokenUser(const TokenHandle& token, std::string& sid, uint32_t& error) override;
     bool startTime(const ProcessHandle& process, uint64_t& time) override;
     bool startSecond(const ProcessHandle& process, int32_t& second) override;
+    bool isFileHere(const ProcessHandle&) override { return true; }
 
     /// Starts a process; one under the same id has ended.
     ScriptedProcess& start(uint32_t pid, const std::string& path);

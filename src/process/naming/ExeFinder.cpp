@@ -63,10 +63,10 @@ void ExeFinder::setMappings(const ApplicationMappings& mappings) {
     mappings_ = mappings;
 }
 
-std::string ExeFinder::find(const std::string& executable) {
+std::string ExeFinder::find(const std::string& executable, bool isHere) {
     if (executable.empty() || executable.front() == '\0')
         return "[UNDEFINED]";
-    const std::string key = toLowerCopy(executable);
+    const std::string key = toLowerCopy(isHere ? executable : FileUtils::getBaseName(executable));
     {
         const MonopolyHold hold(access_);
         if (const auto known = stored_.find(key); known != stored_.end()) {
@@ -76,13 +76,13 @@ std::string ExeFinder::find(const std::string& executable) {
         }
     }
     logger.debug(5, "ExeFinder: No information stored about \"%s\". Checking file directly.", executable);
-    return examine(executable, key).applicationName;
+    return examine(executable, key, isHere).applicationName;
 }
 
 /// Reads the file without holding the maps: a slow file system must not hold other names up.
-ExeInfo ExeFinder::examine(const std::string& executable, const std::string& key) {
+ExeInfo ExeFinder::examine(const std::string& executable, const std::string& key, bool isHere) {
     ExeInfo info;
-    const bool readable = SMScan::getFileInformation(info, key);
+    const bool readable = isHere && SMScan::getFileInformation(info, key);
     info.menuName.clear();
     info.fileName = FileUtils::getBaseName(executable);
     const MonopolyHold hold(access_);

@@ -31,17 +31,18 @@ public:
     /// The lock of the maps, for the repair after a lost thread.
     Monopoly& lock() { return access_; }
 
-    /// The application name; "[UNDEFINED]" for an empty path.
-    std::string find(const std::string& executable);
+    /// The application name; "[UNDEFINED]" for an empty path. If the file isn't here, but another may be under its
+    /// path, only the file's name tells.
+    std::string find(const std::string& executable, bool isHere = true);
 
 private:
-    ExeInfo examine(const std::string& executable, const std::string& key);
+    ExeInfo examine(const std::string& executable, const std::string& key, bool isHere);
     void name(ExeInfo& info) const;
     bool nameByMapping(ExeInfo& info) const;
     bool nameByVersion(ExeInfo& info) const;
     bool nameByMenu(ExeInfo& info) const;
 
-    std::map<std::string, ExeInfo> stored_; // by full path in lower case
+    std::map<std::string, ExeInfo> stored_; // by full path in lower case, or by the name of a file that isn't here
     ApplicationMappings mappings_;
     Monopoly access_; // guards both maps
 };

@@ -1,5 +1,7 @@
 #include "platform/linux/base/Capabilities.h"
 
+#include "platform/linux/base/FileIdentity.h"
+
 #include <array>
 #include <cstdint>
 #include <linux/capability.h>
@@ -15,6 +17,12 @@ bool hasCapability(Capability capability) {
         return false;
     const auto number = static_cast<uint32_t>(capability);
     return (data[number / 32].effective >> (number % 32)) & 1U;
+}
+
+bool isInMachinesPidNamespace() {
+    constexpr uint64_t inodeOfFirst = 0xEFFFFFFC; // the kernel gives it to none but the first
+    const auto own = FileIdentity::of("/proc/self/ns/pid");
+    return !own || own->inode == inodeOfFirst;
 }
 
 } // namespace Velmor

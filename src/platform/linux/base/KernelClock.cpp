@@ -22,6 +22,10 @@ int64_t KernelClock::aheadOfMonotonic(clockid_t clock) {
     }
 }
 
+int64_t KernelClock::sinceEpoch(uint64_t ticks) {
+    return now(CLOCK_REALTIME) - now(CLOCK_BOOTTIME) + static_cast<int64_t>(ticks) * tick();
+}
+
 int64_t KernelClock::tick() {
     static const int64_t length = second / sysconf(_SC_CLK_TCK);
     return length;

@@ -23,6 +23,9 @@ constexpr int64_t nativeTime(int64_t sinceEpoch) {
     return sinceEpoch / unit + epoch;
 }
 
+/// When a moment in clock ticks since the system's start was, in nanoseconds since 1970.
+int64_t sinceEpoch(uint64_t ticks);
+
 /// Nanoseconds of one of the clock ticks in which /proc counts.
 int64_t tick();
 

@@ -11,7 +11,4 @@ void maskControlBytes(std::string& text);
 /// What the kernel writes behind the path of a file that has no name any more. A file may really be called so.
 constexpr std::string_view deletedMark = " (deleted)";
 
-/// The path without that mark.
-std::string_view withoutDeletedMark(std::string_view path);
-
 } // namespace Velmor

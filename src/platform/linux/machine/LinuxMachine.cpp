@@ -105,7 +105,7 @@ std::string LinuxMachine::missingRights() {
     std::string text;
     if (!hasCapability(Capability::sysPtrace))
         text += "The capability CAP_SYS_PTRACE is missing: programs of other users show as \"(ACCESS DENIED)\". ";
-    if (!LinuxProcesses::descriptorsTellExitCodes() && !ExitRecords::start([](uint32_t, const ExitRecord&) {}))
+    if (!ExitCodes::descriptorsTell() && !ExitRecords::start([](uint32_t, const ExitRecord&) {}))
         text += "The kernel's exit records can't be had, which need the capability CAP_NET_ADMIN in the machine's own "
                 "name spaces: exit codes of some processes can't be learnt. ";
     if (!text.empty())

@@ -1,5 +1,6 @@
 #include "platform/linux/processes/ExitRecords.h"
 
+#include "platform/linux/base/Capabilities.h"
 #include "platform/linux/threads/Checkpoint.h"
 #include "platform/linux/threads/ServiceThread.h"
 
@@ -103,6 +104,8 @@ std::string possibleProcessors() {
 } // namespace
 
 std::unique_ptr<ExitRecords> ExitRecords::start(Receiver receiver, Reading reading) {
+    if (!isInMachinesPidNamespace()) // they bear other ids
+        return nullptr;
     FileDescriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_GENERIC));
     if (!socket)
         return nullptr;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/Processes.h"
-#include "platform/linux/processes/ExitRecords.h"
+#include "platform/linux/processes/OpenedProcess.h"
 #include "platform/linux/processes/ProcessTable.h"
 #include "platform/linux/processes/TracedProcess.h"
 
@@ -16,12 +16,7 @@ namespace Velmor {
 /// so that a process that is still held costs little to open again.
 class LinuxProcesses : public Processes {
 public:
-    /// The sources of exit codes, in the order in which they are asked.
-    struct Sources {
-        bool descriptor = true;  // the pidfd's information call
-        bool statLine = true;    // of a process that nobody has waited for yet
-        bool exitRecords = true; // the kernel's, where descriptors don't tell; of processes that were held at their end
-    };
+    using Sources = ExitCodes::Sources;
 
     LinuxProcesses() : LinuxProcesses(Sources{}) {}
     explicit LinuxProcesses(Sources sources);
@@ -37,31 +32,35 @@ public:
     bool tokenUser(const TokenHandle& token, std::string& sid, uint32_t& error) override;
     bool startTime(const ProcessHandle& process, uint64_t& time) override;
     bool startSecond(const ProcessHandle& process, int32_t& second) override;
+    bool isFileHere(const ProcessHandle& process) override;
 
     /// What the reader of process events has noted. A process in it is opened by its note, also when it has ended.
     TracedProcesses& traced() { return traced_; }
 
     /// Whether somebody holds a process that lives.
     bool holds(uint32_t pid) { return table_->findAlive(pid) != nullptr; }
-    /// Ids and executables of processes that somebody holds although they have ended.
-    std::vector<std::pair<uint32_t, std::string>> endedHeld();
+    /// Processes that somebody holds although they have ended, each with its record.
+    std::vector<TracedPointer> endedHeld();
 
-    /// Whether this kernel tells the exit code of an ended process through its descriptor.
-    static bool descriptorsTellExitCodes();
+    /// Gives a process that isn't followed any more a record, unless it has gone or there is no room.
+    void release(TracedProcess& note);
+    /// The code of a process that has ended, from whatever is left of it. `startTicks` as in `TracedProcess`.
+    bool endedCode(uint32_t pid, uint64_t startTicks, uint32_t& code);
 
 private:
-    std::optional<bool> isApplication(uint32_t pid, uint64_t inode);
-    TracedPointer findTraced(uint32_t pid);
-    void startExitRecords();
-    bool askExitRecords(const ProcessRecord& record, uint32_t& waitStatus);
+    using KernelThreads = std::unordered_map<uint32_t, uint64_t>; // id to inode of its directory: told apart once
 
-    Sources sources_;
+    std::optional<bool> isApplication(uint32_t pid, uint64_t inode, KernelThreads& seen);
+    bool isKernelThread(uint32_t pid, uint64_t inode);
+    TracedPointer findTraced(uint32_t pid);
+    std::unique_ptr<OpenedProcess> openFollowed(const TracedPointer& note);
+    std::unique_ptr<OpenedProcess> openHeld(uint32_t pid);
+
     std::shared_ptr<ProcessTable> table_; // outlived by no record
+    ExitCodes codes_;
     TracedProcesses traced_;
-    std::once_flag exitRecordsStarted_;
-    std::unique_ptr<ExitRecords> exitRecords_;             // null if nothing needs or nobody may have them
-    std::mutex mutex_;                                     // guards the next
-    std::unordered_map<uint32_t, uint64_t> kernelThreads_; // id to inode of its directory: told apart once
+    std::mutex mutex_; // guards the next
+    KernelThreads kernelThreads_;
 };
 
 } // namespace Velmor

@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <string_view>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace Velmor {
 
@@ -36,11 +37,6 @@ using Fields = std::array<uint64_t, static_cast<size_t>(Field::count)>;
 
 uint64_t at(const Fields& fields, Field field) {
     return fields.at(static_cast<size_t>(field));
-}
-
-bool isSameFile(const std::string& path, const std::string& link) {
-    const auto byPath = FileIdentity::of(path);
-    return byPath && byPath == FileIdentity::of(link);
 }
 
 bool readLink(const std::string& link, std::string& target) {
@@ -165,22 +161,71 @@ bool readLeaderStat(uint32_t pid, ProcStat& stat) {
     return readStatLine(procPath(pid, "task/") + std::to_string(pid) + "/stat", stat);
 }
 
-bool readExecutable(uint32_t pid, std::string& path) {
-    std::string link = procPath(pid, "exe");
-    if (!readLink(link, path)) {
-        const int error = errno;
-        const uint32_t other = error == ENOENT ? otherThread(pid) : 0;
-        link = procPath(pid, "task/") + std::to_string(other) + "/exe";
-        if (other == 0 || !readLink(link, path)) {
-            errno = error;
-            return false;
-        }
-    }
+bool readExecutableLink(uint32_t pid, std::string& link) {
+    if (readLink(procPath(pid, "exe"), link))
+        return true;
+    const int error = errno;
+    const uint32_t other = error == ENOENT ? otherThread(pid) : 0;
+    if (other != 0 && readLink(procPath(pid, "task/") + std::to_string(other) + "/exe", link))
+        return true;
+    link.clear();
+    errno = error;
+    return error == ENAMETOOLONG;
+}
+
+std::string rootOf(uint32_t pid) {
+    std::string root;
+    return readLink(procPath(pid, "root"), root) && root != "/" ? root : std::string();
+}
+
+size_t rootLength(std::string_view path, std::string_view root) {
+    return path.size() > root.size() && path.starts_with(root) && path[root.size()] == '/' ? root.size() : 0;
+}
+
+std::string executableOfLink(uint32_t pid, std::string link) {
     // A running file that was deleted bears the mark; one that is really called so doesn't lose it.
-    if (path.ends_with(deletedMark) && !isSameFile(path, link))
-        path = withoutDeletedMark(path);
-    maskControlBytes(path);
+    if (link.ends_with(deletedMark)) {
+        const auto byPath = FileIdentity::of(link);
+        if (!byPath || byPath != FileIdentity::of(procPath(pid, "exe")))
+            link.resize(link.size() - deletedMark.size());
+    }
+    link.erase(0, rootLength(link, rootOf(pid)));
+    maskControlBytes(link);
+    return link;
+}
+
+bool readExecutable(uint32_t pid, std::string& path) {
+    std::string link;
+    if (!readExecutableLink(pid, link))
+        return false;
+    path = executableOfLink(pid, std::move(link));
     return true;
+}
+
+bool isExecutableHere(uint32_t pid, const std::string& path) {
+    struct stat file {};
+    if (stat(procPath(pid, "exe").c_str(), &file) != 0)
+        return true; // nobody can tell
+    if (file.st_nlink == 0)
+        return FileIdentity::of(procPath(pid, "root")) == FileIdentity::of("/");
+    return FileIdentity::of(path) == FileIdentity(file);
+}
+
+bool leadsTo(const std::string& path, const FileIdentity& file) {
+    const auto here = FileIdentity::of(path);
+    // Some file systems show their files under devices of no driver, which mappings don't tell.
+    return here && here->inode == file.inode && (here->device == file.device || major(here->device) == 0);
+}
+
+std::string pathOfMapping(std::string_view path, uint64_t inode) {
+    std::string text(path);
+    if (path.ends_with(deletedMark)) {
+        const auto byPath = FileIdentity::of(text);
+        if (!byPath || byPath->inode != inode)
+            text.resize(text.size() - deletedMark.size());
+    }
+    maskControlBytes(text);
+    return text;
 }
 
 bool readOwner(uint32_t pid, uid_t& owner) {

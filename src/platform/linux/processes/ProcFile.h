@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/linux/base/DirectoryReader.h"
+#include "platform/linux/base/FileIdentity.h"
 
 #include <cstdint>
 #include <functional>
@@ -52,9 +53,30 @@ bool forEachProcess(DirectoryReader& proc, const std::function<bool(uint32_t pid
 /// Another thread of a group whose main thread has ended; 0 if there is none. Costs the same however many there are.
 uint32_t otherThread(uint32_t pid);
 
-/// The path of the executable as the kernel knows it now, without the mark of a deleted file, and with "?" for control
-/// bytes. False with errno.
+/// The kernel's link to the executable as it is now; empty if it is too long to be told. False with errno.
+bool readExecutableLink(uint32_t pid, std::string& link);
+
+/// The directory that is the process's own root; empty if that is everybody's, or can't be told. And how much of a path
+/// it is.
+std::string rootOf(uint32_t pid);
+size_t rootLength(std::string_view path, std::string_view root);
+
+/// The executable that such a link means: by its path in the process's own root, without the mark of a deleted file,
+/// and with "?" for control bytes.
+std::string executableOfLink(uint32_t pid, std::string link);
+
+/// Both at once. False with errno.
 bool readExecutable(uint32_t pid, std::string& path);
+
+/// Whether the path of what a process runs leads this program to that very file, or did before it was deleted.
+bool isExecutableHere(uint32_t pid, const std::string& path);
+
+/// Whether a path leads this program to a file that the kernel named by its file system's device.
+bool leadsTo(const std::string& path, const FileIdentity& file);
+
+/// The path of a mapped file, without the mark of a deleted one unless it is really called so, and with "?" for control
+/// bytes.
+std::string pathOfMapping(std::string_view path, uint64_t inode);
 
 /// The effective user: that of the directory itself, also if nothing may be dumped. False if it has gone.
 bool readOwner(uint32_t pid, uid_t& owner);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 
 namespace Velmor {
@@ -19,20 +20,23 @@ bool fail(int error) {
 
 constexpr int64_t clockTolerance = 2; // seconds; both sides are rounded
 
-/// Wall-clock seconds of a moment in clock ticks since the system's start.
-int64_t wallTimeOf(uint64_t ticks) {
-    return (KernelClock::now(CLOCK_REALTIME) - KernelClock::now(CLOCK_BOOTTIME) +
-            static_cast<int64_t>(ticks) * KernelClock::tick()) /
-           KernelClock::second;
-}
-
 int64_t secondsSlept() {
     return KernelClock::aheadOfMonotonic(CLOCK_BOOTTIME) / KernelClock::second;
 }
 
+/// The last descriptors stay free for looks at /proc: without one nobody sees which processes have ended, and none
+/// would ever be given back.
+constexpr rlim_t reserve = 32;
+
+bool isOfReserve(const FileDescriptor& descriptor) {
+    rlimit limit{};
+    return getrlimit(RLIMIT_NOFILE, &limit) == 0 && static_cast<rlim_t>(descriptor.get()) + reserve >= limit.rlim_cur;
+}
+
 /// Reads start time and owner. False with errno for what is no process that runs.
 bool readConstants(ProcessRecord& record, std::string& executable) {
-    const bool hasExecutable = readExecutable(record.pid, executable);
+    std::string link;
+    const bool hasExecutable = readExecutableLink(record.pid, link);
     const int linkError = errno;
     if (!hasExecutable && linkError != ENOENT) {
         if (!record.isAlive()) // the kernel refuses the link of what has just gone as well
@@ -49,6 +53,8 @@ bool readConstants(ProcessRecord& record, std::string& executable) {
     if (!readOwner(record.pid, record.owner))
         return fail(ESRCH);
     record.startTime = line.startTime;
+    record.noteLink(link);
+    executable = record.lastExecutable();
     // All of this was read by number: it is this process's only if that still lives.
     return record.isAlive() || fail(ESRCH);
 }
@@ -72,19 +78,31 @@ bool ProcessRecord::isAlive() const {
     return ready == 0;
 }
 
+bool ProcessRecord::readExecutable(std::string& path) {
+    std::string link;
+    if (readExecutableLink(pid, link))
+        noteLink(link);
+    else if ((errno == EACCES || errno == EPERM) && isAlive())
+        return false;
+    path = lastExecutable();
+    return true;
+}
+
+void ProcessRecord::noteLink(const std::string& link) {
+    const ServiceLock lock(mutex_);
+    if (link == link_)
+        return;
+    link_ = link;
+    executable_ = executableOfLink(pid, link);
+}
+
 std::string ProcessRecord::lastExecutable() {
     const ServiceLock lock(mutex_);
     return executable_;
 }
 
-void ProcessRecord::noteExecutable(const std::string& path) {
-    const ServiceLock lock(mutex_);
-    if (executable_ != path)
-        executable_ = path;
-}
-
 void ProcessRecord::noteExit(const ExitRecord& exit) {
-    const int64_t later = exit.startTime - wallTimeOf(startTime);
+    const int64_t later = exit.startTime - KernelClock::sinceEpoch(startTime) / KernelClock::second;
     // The record counts its time on a clock that stands still while the machine sleeps.
     if (later >= -clockTolerance && (later <= clockTolerance + secondsSlept() || exit.isLastOfMany))
         exitStatus_.store(exit.waitStatus);
@@ -108,20 +126,23 @@ std::shared_ptr<ProcessRecord> ProcessTable::findAlive(uint32_t pid) {
     return record && record->isAlive() ? record : nullptr;
 }
 
-std::shared_ptr<ProcessRecord> ProcessTable::open(uint32_t pid, std::string& executable) {
+std::shared_ptr<ProcessRecord> ProcessTable::make(uint32_t pid) {
     FileDescriptor descriptor(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
-    if (!descriptor) {
-        if (errno == EINVAL) // the number of a thread that leads no group
-            errno = ESRCH;
+    if (descriptor && isOfReserve(descriptor)) {
+        errno = EMFILE;
         return nullptr;
     }
-    auto record = std::make_shared<ProcessRecord>(pid, std::move(descriptor), weak_from_this());
-    if (!readConstants(*record, executable))
-        return nullptr;
-    record->noteExecutable(executable);
+    if (descriptor)
+        return std::make_shared<ProcessRecord>(pid, std::move(descriptor), weak_from_this());
+    if (errno == EINVAL) // the number of a thread that leads no group
+        errno = ESRCH;
+    return nullptr;
+}
+
+std::shared_ptr<ProcessRecord> ProcessTable::enter(std::shared_ptr<ProcessRecord> record) {
     std::shared_ptr<ProcessRecord> other; // outlives the lock, which its end would take again
     const ServiceLock lock(mutex_);
-    std::weak_ptr<ProcessRecord>& place = records_[pid];
+    std::weak_ptr<ProcessRecord>& place = records_[record->pid];
     other = place.lock();
     if (other && other->isAlive()) // another thread was faster
         return other;
@@ -130,6 +151,25 @@ std::shared_ptr<ProcessRecord> ProcessTable::open(uint32_t pid, std::string& exe
         record->generation = other->generation + 1;
     place = record;
     return record;
+}
+
+std::shared_ptr<ProcessRecord> ProcessTable::open(uint32_t pid, std::string& executable) {
+    auto record = make(pid);
+    if (!record || !readConstants(*record, executable))
+        return nullptr;
+    return enter(std::move(record));
+}
+
+std::shared_ptr<ProcessRecord> ProcessTable::hold(uint32_t pid, uint64_t startTicks, uid_t owner) {
+    if (auto known = findAlive(pid))
+        return known;
+    auto record = make(pid);
+    ProcStat line;
+    if (!record || !readLeaderStat(pid, line) || (startTicks != 0 && !isSameStart(line.startTime, startTicks)))
+        return nullptr;
+    record->startTime = line.startTime;
+    record->owner = owner;
+    return enter(std::move(record));
 }
 
 std::vector<std::shared_ptr<ProcessRecord>> ProcessTable::ended() {

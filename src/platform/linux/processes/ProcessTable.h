@@ -17,6 +17,13 @@ namespace Velmor {
 
 class ProcessTable;
 
+constexpr uint64_t tickTolerance = 3; // clock ticks between two readings of one start
+
+/// Whether two readings in clock ticks since the system's start may be of one start.
+constexpr bool isSameStart(uint64_t one, uint64_t other) {
+    return one <= other + tickTolerance && other <= one + tickTolerance;
+}
+
 /// Whether `error` of a failed look means that the system had no room for it, which says nothing about the process.
 bool isShortage(int error);
 
@@ -31,9 +38,11 @@ struct ProcessRecord {
     /// Whether any thread of it lives; one poll of the descriptor.
     bool isAlive() const;
 
-    /// The executable, read last by any handle.
+    /// The executable as its link says now, or as it said last where the kernel has forgotten it. False with errno if
+    /// the look is refused.
+    bool readExecutable(std::string& path);
     std::string lastExecutable();
-    void noteExecutable(const std::string& path);
+    void noteLink(const std::string& link);
 
     /// What the kernel's exit records told of its end; ignored if they mean another process of that number.
     void noteExit(const ExitRecord& exit);
@@ -49,8 +58,9 @@ private:
     static constexpr int64_t unknownStatus = -1;
 
     std::weak_ptr<ProcessTable> table_;
-    std::mutex mutex_; // guards the path
-    std::string executable_;
+    std::mutex mutex_;       // guards the next two
+    std::string link_;       // the kernel's, read last
+    std::string executable_; // what it means
     std::atomic<int64_t> exitStatus_{unknownStatus};
 };
 
@@ -63,8 +73,12 @@ public:
     /// The record of a process that lives or has ended; null if nobody holds one.
     std::shared_ptr<ProcessRecord> find(uint32_t pid);
 
-    /// Opens the process and reads what doesn't change of it. Null with errno: EACCES or ESRCH.
+    /// Opens the process and reads what doesn't change of it. Null with errno: EACCES, ESRCH, or a shortage.
     std::shared_ptr<ProcessRecord> open(uint32_t pid, std::string& executable);
+
+    /// Holds a process that is known by other means, also one that has ended and wasn't waited for. Null if it has gone
+    /// or there is no room.
+    std::shared_ptr<ProcessRecord> hold(uint32_t pid, uint64_t startTicks, uid_t owner);
 
     /// Those that somebody holds although they have ended.
     std::vector<std::shared_ptr<ProcessRecord>> ended();
@@ -73,6 +87,9 @@ public:
     void forget(uint32_t pid);
 
 private:
+    std::shared_ptr<ProcessRecord> make(uint32_t pid);
+    std::shared_ptr<ProcessRecord> enter(std::shared_ptr<ProcessRecord> record);
+
     std::mutex mutex_; // guards the map
     std::unordered_map<uint32_t, std::weak_ptr<ProcessRecord>> records_;
 };

@@ -1,12 +1,14 @@
 #pragma once
 
-#include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/base/FileIdentity.h"
+#include "platform/linux/processes/ProcessTable.h"
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
@@ -14,28 +16,26 @@
 
 namespace Velmor {
 
-constexpr uint64_t tickTolerance = 3; // clock ticks between two readings of one start
-
-/// Whether two readings in clock ticks since the system's start may be of one start.
-constexpr bool isSameStart(uint64_t one, uint64_t other) {
-    return one <= other + tickTolerance && other <= one + tickTolerance;
-}
-
 /// What the reader of process events has noted of one program run by one process. It outlives the process for as long
 /// as somebody holds it.
 struct TracedProcess {
     static constexpr int64_t runs = -1;
-    static constexpr int64_t endedUnknown = -2; // it has ended, and nobody told its code
-    static constexpr int64_t unwatched = -3;    // the events are not followed any more
+    static constexpr int64_t endedUnknown = -2; // it has ended, and the events didn't tell its code
+    static constexpr int64_t unwatched = -3;    // the events are not followed any more; `record` tells of it
     static constexpr auto unknownOwner = static_cast<uid_t>(-1);
 
     uint32_t pid = 0;
     uint32_t parentPid = 0;
-    std::string executable;           // empty if it was gone before it could be learnt
-    uid_t owner = unknownOwner;       // effective
-    uint64_t startTicks = 0;          // of the process, clock ticks since the system's start; 0 unknown
-    std::atomic<int64_t> state{runs}; // or the exit code
-    FileDescriptor descriptor;        // of one that isn't watched any more
+    std::string executable;                // empty if it was gone before it could be learnt
+    uid_t owner = unknownOwner;            // effective
+    uint64_t startTicks = 0;               // of the process, clock ticks since the system's start; 0 unknown
+    std::optional<FileIdentity> file;      // of the executable, if the events told it
+    std::atomic<int64_t> state{runs};      // or the exit code
+    std::shared_ptr<ProcessRecord> record; // written before the state becomes `unwatched`, and not again; null: gone
+
+    /// Whether its own record tells of it, in place of the events.
+    bool isReleased() const { return state == unwatched && record; }
+    bool isAlive() const { return state == runs || (isReleased() && record->isAlive()); }
 };
 using TracedPointer = std::shared_ptr<TracedProcess>;
 

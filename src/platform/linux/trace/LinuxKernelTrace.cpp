@@ -15,7 +15,7 @@ struct LinuxTrace : NativeTrace {
     std::shared_ptr<TraceSession> session;
 };
 
-void handOver(const TraceSession::Item& item, std::vector<uint8_t>& payload,
+void handOver(const TraceQueue::Item& item, std::vector<uint8_t>& payload,
               const KernelTrace::EventCallback& onEvent) {
     const TracedProcess& process = *item.process;
     TracePayload::write(payload, process.pid, process.parentPid, process.owner,
@@ -91,7 +91,7 @@ uint32_t LinuxKernelTrace::process(const TraceHandle& trace, const EventCallback
     while (onBuffer()) {
         checkpoint();
         const bool hasEnded = session.hasEnded(); // asked first: its last events may come in between
-        if (!takeNext(session, payload, onEvent) && !session.await(hasEnded ? 0 : waitStep) && hasEnded)
+        if (!takeNext(session, payload, onEvent) && !session.queue().await(hasEnded ? 0 : waitStep) && hasEnded)
             return NativeError::success;
     }
     return NativeError::cancelled;
@@ -100,15 +100,15 @@ uint32_t LinuxKernelTrace::process(const TraceHandle& trace, const EventCallback
 /// False if nothing waits.
 bool LinuxKernelTrace::takeNext(TraceSession& session, std::vector<uint8_t>& payload, const EventCallback& onEvent) {
     const StopDeferral deferral; // an event that was begun with is finished with
-    TraceSession::Item item{};
-    if (!session.front(item))
+    TraceQueue::Item item{};
+    if (!session.queue().front(item))
         return false;
     if (item.isStart)
         processes_.traced().enter(item.process);
     handOver(item, payload, onEvent);
     if (!item.isStart)
         processes_.traced().remove(item.process);
-    session.pop();
+    session.queue().pop();
     return true;
 }
 

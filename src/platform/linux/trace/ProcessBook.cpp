@@ -29,6 +29,7 @@ void ProcessBook::enter(const TableEntry& known, const TracedPointer& note, bool
     entry.since = known.startTime;
     entry.knownAt = known.knownAt;
     entry.startTicks = known.startTicks;
+    entry.namedAt = known.namedAt;
     entry.executable = known.executable;
     noteThreads(known.pid, entry, known);
     if (note)
@@ -43,6 +44,7 @@ void ProcessBook::announce(uint32_t pid, Entry& entry) {
         entry.announced->pid = pid;
         entry.announced->parentPid = entry.parentPid;
         entry.announced->executable = entry.executable;
+        entry.announced->file = entry.file;
         entry.announced->owner = entry.owner;
         entry.announced->startTicks = entry.startTicks;
     }
@@ -66,6 +68,7 @@ void ProcessBook::forked(int64_t time, uint32_t parentPid, uint32_t pid) {
         entry.owner = parent->second.owner;
         entry.isOfKernel = parent->second.isOfKernel;
         entry.executable = parent->second.executable;
+        entry.file = parent->second.file;
         entry.lacksName = parent->second.lacksName;
     } else {
         TableEntry known;
@@ -84,7 +87,7 @@ void ProcessBook::threadStarted(int64_t time, uint32_t pid) {
         ++entry->threads;
 }
 
-void ProcessBook::executed(int64_t time, uint32_t pid, const std::string& path) {
+void ProcessBook::executed(int64_t time, uint32_t pid, std::string path, std::optional<FileIdentity> file) {
     auto found = entries_.find(pid);
     if (found == entries_.end()) { // its fork was lost
         TableEntry known;
@@ -96,24 +99,33 @@ void ProcessBook::executed(int64_t time, uint32_t pid, const std::string& path) 
         }
     }
     Entry& entry = found->second;
-    if (time < entry.knownAt)
+    if (time < std::max(entry.knownAt, entry.namedAt))
         return;
     if (!entry.announced && entry.hasExecuted)
         announce(pid, entry); // it has waited for its name in vain
-    if (entry.announced)
-        finish(entry.announced, time, 0); // it is replaced, and leaves no code
-    entry.announced.reset();
+    const bool isNamed = !path.empty() || facts_.executable(pid, time, path);
     entry.isOfKernel = false;
     entry.hasExecuted = true;
     entry.isLeaderless = false; // the other threads have ended, but count until they are told to have
     entry.lastCode = unknownCode;
+    if (entry.announced && !path.empty() && path == entry.executable)
+        return;
+    if (entry.announced)
+        finish(entry.announced, time, 0); // it is replaced, and leaves no code
+    entry.announced.reset();
     entry.since = time;
-    entry.executable = path;
-    entry.lacksName = path.empty() && !facts_.executable(pid, entry.executable);
-    if (!entry.lacksName)
+    entry.executable = std::move(path);
+    entry.file = file;
+    entry.lacksName = !isNamed;
+    if (isNamed)
         announce(pid, entry);
     else
         forks_.push_back({pid, time});
+}
+
+int64_t ProcessBook::changedAt(uint32_t pid) const {
+    const auto found = entries_.find(pid);
+    return found == entries_.end() ? 0 : found->second.since;
 }
 
 void ProcessBook::ownerChanged(int64_t time, uint32_t pid, uid_t owner) {
@@ -197,7 +209,7 @@ void ProcessBook::fillFromEpitaph(uint32_t pid, Entry& entry, int64_t& code) {
     std::string executable;
     uid_t owner = entry.owner;
     uint32_t exitCode = 0;
-    if (!facts_.epitaph(pid, executable, owner, exitCode))
+    if (!facts_.epitaph(pid, entry.startTicks, executable, owner, exitCode))
         return;
     if (entry.lacksName && !entry.announced)
         entry.executable = executable;
@@ -222,7 +234,8 @@ void ProcessBook::announcePending(int64_t now) {
             found->second.isOfKernel)
             continue;
         Entry& entry = found->second;
-        if (entry.lacksName && facts_.executable(pid, entry.executable)) // its parent's was gone, its own is there
+        if (entry.lacksName &&
+            facts_.executable(pid, entry.since, entry.executable)) // its parent's was gone, its own is there
             entry.lacksName = false;
         announce(pid, entry);
     }

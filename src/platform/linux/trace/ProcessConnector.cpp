@@ -1,9 +1,11 @@
 #include "platform/linux/trace/ProcessConnector.h"
 
 #include "platform/linux/base/Capabilities.h"
+#include "platform/linux/base/KernelClock.h"
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -12,13 +14,14 @@
 #include <linux/netlink.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace Velmor {
 
 namespace {
 constexpr size_t messageSize = 256;
 constexpr size_t messagesAtOnce = 64;
-constexpr int consentLimit = 1000; // milliseconds
+constexpr int64_t consentLimit = KernelClock::second;
 constexpr uint32_t mostProcessors = 8192;
 
 // Kinds of events; where the system's headers name them differs between its versions.
@@ -33,13 +36,14 @@ struct Request {
     char payload[sizeof(cn_msg) + sizeof(proc_cn_mcast_op)];
 };
 
-bool ask(int socket, proc_cn_mcast_op operation) {
+bool ask(int socket, proc_cn_mcast_op operation, uint32_t number) {
     Request request{};
     request.header.nlmsg_len = NLMSG_LENGTH(sizeof(request.payload));
     request.header.nlmsg_type = NLMSG_DONE;
     cn_msg message{};
     message.id = {CN_IDX_PROC, CN_VAL_PROC};
     message.len = sizeof(operation);
+    message.ack = number;
     std::memcpy(request.payload, &message, offsetof(cn_msg, data));
     std::memcpy(request.payload + offsetof(cn_msg, data), &operation, sizeof(operation));
     return send(socket, &request, request.header.nlmsg_len, 0) >= 0;
@@ -79,6 +83,8 @@ std::unique_ptr<ProcessConnector> ProcessConnector::start() {
         errno = EPERM;
         return nullptr;
     }
+    static std::atomic<uint32_t> requests{0};
+    const uint32_t request = (static_cast<uint32_t>(getpid()) << 8U) + (requests++ & 0xffU);
     FileDescriptor socket(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_CONNECTOR));
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
@@ -89,10 +95,10 @@ std::unique_ptr<ProcessConnector> ProcessConnector::start() {
     setsockopt(socket.get(), SOL_NETLINK, NETLINK_BROADCAST_ERROR, &yes, sizeof(yes));
     if (!socket || setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUFFORCE, &bufferSize, sizeof(bufferSize)) != 0 ||
         bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-        !ask(socket.get(), PROC_CN_MCAST_LISTEN))
+        !ask(socket.get(), PROC_CN_MCAST_LISTEN, request))
         return nullptr;
     auto connector = std::make_unique<ProcessConnector>(std::move(socket));
-    if (!connector->awaitConsent())
+    if (!connector->awaitConsent(request))
         return nullptr;
     return connector;
 }
@@ -100,18 +106,20 @@ std::unique_ptr<ProcessConnector> ProcessConnector::start() {
 ProcessConnector::ProcessConnector(FileDescriptor socket)
     : socket_(std::move(socket)), buffers_(std::make_shared<Buffers>()) {}
 
-/// A kernel that doesn't serve this name space says nothing at all. What comes before the answer is of no interest yet.
-bool ProcessConnector::awaitConsent() {
-    pollfd wanted{socket_.get(), POLLIN, 0};
+/// A kernel that doesn't serve this name space says nothing at all, and the answers to others come as well. What comes
+/// before the answer is of no interest yet.
+bool ProcessConnector::awaitConsent(uint32_t request) {
+    const int64_t limit = KernelClock::now(CLOCK_MONOTONIC) + consentLimit;
     std::array<char, messageSize> buffer{};
-    while (poll(&wanted, 1, consentLimit) > 0) {
+    for (int64_t left = consentLimit; left > 0; left = limit - KernelClock::now(CLOCK_MONOTONIC)) {
+        pollfd wanted{socket_.get(), POLLIN, 0};
+        poll(&wanted, 1, static_cast<int>(left / 1'000'000) + 1);
         const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), 0);
         cn_msg head{};
         proc_event event{};
-        if (size <= 0 || !readEvent(buffer.data(), static_cast<size_t>(size), head, event))
+        if (size <= 0 || !readEvent(buffer.data(), static_cast<size_t>(size), head, event) ||
+            static_cast<uint32_t>(event.what) != noEvent || head.ack != request + 1)
             continue;
-        if (static_cast<uint32_t>(event.what) != noEvent)
-            return true; // it serves somebody else already, and so us
         errno = static_cast<int>(event.event_data.ack.err);
         return event.event_data.ack.err == 0;
     }
@@ -179,7 +187,8 @@ void ProcessConnector::take(const char* message, size_t size, std::vector<Proces
     default:
         return;
     }
-    notices.push_back(notice);
+    if (isProcessId(notice.pid))
+        notices.push_back(notice);
 }
 
 } // namespace Velmor

@@ -19,6 +19,11 @@ struct ProcessNotice {
     int64_t time = 0;
 };
 
+/// The kernel gives 0 or -1 for what is nobody's business here: its idle tasks, and processes of another name space.
+constexpr bool isProcessId(uint32_t pid) {
+    return pid != 0 && pid != UINT32_MAX;
+}
+
 /// The kernel's process connector. Its messages come in the order in which things happened to each process. Needs
 /// CAP_NET_ADMIN in the machine's own name spaces: without it the buffer can't be had that holds a flood of them.
 class ProcessConnector {
@@ -44,7 +49,7 @@ public:
 private:
     class Buffers;
 
-    bool awaitConsent();
+    bool awaitConsent(uint32_t request);
     void take(const char* message, size_t size, std::vector<ProcessNotice>& notices);
     void countGap(uint32_t processor, uint32_t number);
 

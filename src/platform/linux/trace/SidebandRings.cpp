@@ -1,6 +1,7 @@
 #include "platform/linux/trace/SidebandRings.h"
 
-#include "platform/linux/base/SystemText.h"
+#include "platform/linux/base/KernelClock.h"
+#include "platform/linux/processes/ProcFile.h"
 
 #include <algorithm>
 #include <atomic>
@@ -11,6 +12,7 @@
 #include <linux/perf_event.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace Velmor {
@@ -23,10 +25,20 @@ constexpr size_t smallRing = 512 * 1024; // what a user without further rights m
 constexpr uint32_t executable = 4;       // PROT_EXEC
 constexpr uint32_t lossMark = 0;         // in place of a process: something was lost before
 
+/// What stands for a path that the kernel could not tell.
+bool isUntold(std::string_view path) {
+    return path == "//toolong" || path == "//enomem";
+}
+
 /// Places in the records, behind their heads of eight bytes.
 constexpr size_t headSize = sizeof(perf_event_header);
 constexpr size_t pathPlace = headSize + 64; // of a mapping
 constexpr size_t protectionPlace = headSize + 56;
+constexpr size_t devicePlace = headSize + 32; // major, then minor
+constexpr size_t inodePlace = headSize + 40;
+
+constexpr int64_t tidyInterval = KernelClock::second;
+constexpr int64_t askedWithin = 10 * KernelClock::second; // a notice comes long before
 
 template <typename Number>
 Number numberAt(const char* bytes, size_t place) {
@@ -42,6 +54,25 @@ size_t processorCount() {
 size_t pageSize() {
     static const auto size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     return size;
+}
+
+std::string onlineProcessors() {
+    std::string text;
+    readProcFile("/sys/devices/system/cpu/online", text);
+    return text;
+}
+
+/// Whether a number is in a list as "0-3,5".
+bool isListed(std::string_view list, int number) {
+    const auto wanted = static_cast<uint64_t>(number);
+    while (!list.empty()) {
+        const uint64_t first = takeNumber(list);
+        const uint64_t last = list.starts_with('-') ? takeNumber(list) : first;
+        if (first <= wanted && wanted <= last)
+            return true;
+        list.remove_prefix(std::min<size_t>(list.size(), 1));
+    }
+    return false;
 }
 
 /// A power of two, so that many processors don't cost much memory, and a few have room.
@@ -111,19 +142,50 @@ std::unique_ptr<SidebandRings> SidebandRings::start(Records records) {
     for (int i = 0; i < static_cast<int>(processorCount()); ++i) {
         auto ring = openRing(i, records);
         if (ring)
-            rings->rings_.push_back(std::move(ring));
+            rings->rings_[i] = std::move(ring);
         else if (errno != ENODEV) // a processor that is off
             return nullptr;
     }
     if (rings->rings_.empty())
         return nullptr;
+    rings->online_ = onlineProcessors();
     return rings;
 }
 
 void SidebandRings::fetch() {
-    for (const auto& ring : rings_)
+    for (const auto& [processor, ring] : rings_)
         drain(*ring);
     sortIn();
+    const int64_t now = KernelClock::now(CLOCK_MONOTONIC);
+    if (now - tidied_ < tidyInterval)
+        return;
+    tidied_ = now;
+    forgetUnasked(now);
+    followProcessors();
+}
+
+/// A ring dies with its processor, and one that comes later has none.
+void SidebandRings::followProcessors() {
+    std::string online = onlineProcessors();
+    if (online == online_)
+        return;
+    online_ = std::move(online);
+    for (int i = 0; i < static_cast<int>(processorCount()); ++i) {
+        if (!isListed(online_, i))
+            rings_.erase(i);
+        else if (auto ring = rings_.contains(i) ? nullptr : openRing(i, records_))
+            rings_[i] = std::move(ring);
+    }
+}
+
+/// Their notices were lost, and they would name what comes later.
+void SidebandRings::forgetUnasked(int64_t now) {
+    for (auto place = executions_.begin(); place != executions_.end();) {
+        auto& executions = place->second;
+        while (!executions.empty() && executions.front().time < now - askedWithin)
+            executions.pop_front();
+        place = executions.empty() ? executions_.erase(place) : std::next(place);
+    }
 }
 
 void SidebandRings::drain(Ring& ring) {
@@ -155,23 +217,29 @@ void SidebandRings::take(const char* record, size_t size) {
         return;
     const auto time = numberAt<int64_t>(record, size - sizeof(int64_t));
     const auto pid = numberAt<uint32_t>(record, headSize);
+    if (head.type != PERF_RECORD_LOST && !isProcessId(pid))
+        return;
     using Kind = ProcessNotice::Kind;
     switch (head.type) {
     case PERF_RECORD_LOST:
         lost_ += numberAt<uint64_t>(record, headSize + sizeof(uint64_t));
-        fresh_.push_back({time, lossMark, {}});
+        fresh_.push_back({time, lossMark, {}, {}});
         return;
     case PERF_RECORD_COMM:
         if (head.misc & PERF_RECORD_MISC_COMM_EXEC)
-            fresh_.push_back({time, pid, {}});
+            fresh_.push_back({time, pid, {}, {}});
         return;
     case PERF_RECORD_MMAP2: {
         if (size <= pathPlace + sizeof(uint64_t) || record[pathPlace] != '/' ||
             !(numberAt<uint32_t>(record, protectionPlace) & executable))
             return;
         const std::string_view path(record + pathPlace, strnlen(record + pathPlace, size - pathPlace - sizeof(time)));
-        if (!path.starts_with("//"))
-            fresh_.push_back({time, pid, std::string(path)});
+        if (path.starts_with("//") && !isUntold(path))
+            return;
+        const FileIdentity file(
+            makedev(numberAt<uint32_t>(record, devicePlace), numberAt<uint32_t>(record, devicePlace + 4)),
+            numberAt<uint64_t>(record, inodePlace));
+        fresh_.push_back({time, pid, std::string(path), file});
         return;
     }
     case PERF_RECORD_FORK:
@@ -201,15 +269,17 @@ void SidebandRings::sortIn() {
             continue;
         }
         if (mapping.path.empty()) {
-            executions_[mapping.pid].push_back({mapping.time, {}});
+            executions_[mapping.pid].push_back({mapping.time, {}, false});
             continue;
         }
         const auto found = executions_.find(mapping.pid);
-        if (found == executions_.end() || found->second.empty() || !found->second.back().path.empty())
+        if (found == executions_.end() || found->second.empty() || found->second.back().isMapped)
             continue;
-        std::string& path = found->second.back().path;
-        path = withoutDeletedMark(mapping.path);
-        maskControlBytes(path);
+        Execution& execution = found->second.back();
+        execution.isMapped = true;
+        execution.program.file = mapping.file;
+        if (!isUntold(mapping.path))
+            execution.program.path = pathOfMapping(mapping.path, mapping.file.inode);
         if (records_ == Records::namesAndTasks)
             notices_.push_back({ProcessNotice::Kind::executed, mapping.pid, 0, 0, mapping.time});
     }
@@ -219,22 +289,23 @@ void SidebandRings::sortIn() {
 /// The mapping that comes next needn't be the first: the dynamic linker's would become the name.
 void SidebandRings::forgetHalfTold() {
     for (auto& [pid, executions] : executions_)
-        if (!executions.empty() && executions.back().path.empty())
+        if (!executions.empty() && !executions.back().isMapped)
             executions.pop_back();
 }
 
-std::string SidebandRings::takeExecuted(uint32_t pid, int64_t time) {
-    std::string path;
+SidebandRings::Executed SidebandRings::takeExecuted(uint32_t pid, int64_t after, int64_t time) {
+    Executed last;
     const auto found = executions_.find(pid);
     if (found == executions_.end())
-        return path;
+        return last;
     while (!found->second.empty() && found->second.front().time <= time) {
-        path = std::move(found->second.front().path);
+        if (found->second.front().time >= after)
+            last = std::move(found->second.front().program);
         found->second.pop_front();
     }
     if (found->second.empty())
         executions_.erase(found);
-    return path;
+    return last;
 }
 
 void SidebandRings::takeNotices(int64_t until, std::vector<ProcessNotice>& notices) {

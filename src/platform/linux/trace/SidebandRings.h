@@ -1,12 +1,15 @@
 #pragma once
 
 #include "platform/linux/base/FileDescriptor.h"
+#include "platform/linux/base/FileIdentity.h"
 #include "platform/linux/trace/ProcessConnector.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -29,8 +32,13 @@ public:
     /// Takes over what has been written until now.
     void fetch();
 
-    /// What a process executed last at that time, or an empty text. What is older is forgotten.
-    std::string takeExecuted(uint32_t pid, int64_t time);
+    struct Executed {
+        std::string path; // empty if nobody told it
+        std::optional<FileIdentity> file;
+    };
+
+    /// What a process executed last between the two times. What is older is forgotten.
+    Executed takeExecuted(uint32_t pid, int64_t after, int64_t time);
 
     /// The notices of before `until`, in the order of their times; only with tasks.
     void takeNotices(int64_t until, std::vector<ProcessNotice>& notices);
@@ -41,12 +49,14 @@ private:
     struct Ring;
     struct Execution {
         int64_t time;
-        std::string path; // empty until it is mapped
+        Executed program;
+        bool isMapped;
     };
     struct Mapping {
         int64_t time;
         uint32_t pid;
         std::string path; // empty for the beginning of an execution
+        FileIdentity file;
     };
 
     SidebandRings();
@@ -55,8 +65,12 @@ private:
     void take(const char* record, size_t size);
     void sortIn();
     void forgetHalfTold();
+    void forgetUnasked(int64_t now);
+    void followProcessors();
 
-    std::vector<std::unique_ptr<Ring>> rings_;
+    std::map<int, std::unique_ptr<Ring>> rings_; // by processor
+    std::string online_;                         // the processors that they are of, as the kernel lists them
+    int64_t tidied_ = 0;                         // when processors and names were looked through last
     Records records_ = Records::names;
     std::vector<Mapping> fresh_; // of this fetch, not in order yet
     std::unordered_map<uint32_t, std::deque<Execution>> executions_;

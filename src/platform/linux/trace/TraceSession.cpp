@@ -1,9 +1,9 @@
 #include "platform/linux/trace/TraceSession.h"
 
+#include "platform/linux/base/Capabilities.h"
 #include "platform/linux/base/KernelClock.h"
 #include "platform/linux/base/SystemText.h"
 #include "platform/linux/processes/ProcFile.h"
-#include "platform/linux/threads/Checkpoint.h"
 #include "platform/linux/threads/ServiceThread.h"
 
 #include <algorithm>
@@ -26,8 +26,6 @@ constexpr int idlePause = 1000;     // milliseconds between two looks when nothi
 constexpr int waitingPause = 20;    // milliseconds, while a fork may become a start by waiting
 constexpr int readerPriority = -10; // before ordinary programs: what isn't fetched in time is lost
 constexpr size_t noticesAtOnce = 100000;
-constexpr size_t queueLimit = 1000000;        // events that wait; then the kernel's buffers may fill
-constexpr size_t filesLimit = 10000;          // executables that are kept for the exit records
 constexpr int64_t comparePause = 100'000'000; // nanoseconds from a loss to the comparison that mends it
 constexpr size_t nameSize = 16;               // of a thread
 
@@ -73,27 +71,36 @@ bool TraceSession::start(std::string& shortcomings) {
 }
 
 bool TraceSession::openSources(std::string& shortcomings) {
+    if (!isInMachinesPidNamespace()) {
+        shortcomings =
+            "Process events are told of the machine's own process id namespace only, and this program runs in "
+            "another. Run it there, or poll.";
+        return false;
+    }
+    using Records = SidebandRings::Records;
     int connectorError = 0;
     int ringsError = 0;
-    if (sources_.connector && !(connector_ = ProcessConnector::start()))
+    // The rings first: what executes once the connector tells of it has its name.
+    if (sources_.rings)
+        rings_ = SidebandRings::start(sources_.connector ? Records::names : Records::namesAndTasks);
+    ringsError = errno;
+    if (sources_.connector && !(connector_ = ProcessConnector::start())) {
         connectorError = errno;
-    if (sources_.rings && !(rings_ = SidebandRings::start(connector_ ? SidebandRings::Records::names
-                                                                     : SidebandRings::Records::namesAndTasks)))
-        ringsError = errno;
+        rings_ = rings_ ? SidebandRings::start(Records::namesAndTasks) : nullptr;
+    }
     if (connectorError != 0)
         shortcomings += "The kernel's process connector can't be listened to (" +
                         std::string(std::strerror(connectorError)) +
                         "): it needs the capability CAP_NET_ADMIN in the machine's own name spaces. Exit codes of some "
                         "processes, and changes of their users, can't be learnt. ";
-    if (ringsError != 0)
+    if (sources_.rings && !rings_)
         shortcomings +=
             "The kernel's performance events can't be had (" + std::string(std::strerror(ringsError)) +
             "): they need the capability CAP_PERFMON. Names of some short-lived processes can't be learnt. ";
     if (!connector_ && !rings_)
         shortcomings += "Without either no process events can be followed. Grant the program one of them, or poll.";
     if (sources_.exitRecords && (!rings_ || !connector_) && (rings_ || connector_))
-        exitRecords_ = ExitRecords::start([this](uint32_t pid, const ExitRecord& exit) { epitaphs_[pid] = exit; },
-                                          ExitRecords::Reading::whenFetched);
+        epitaphs_.open();
     while (shortcomings.ends_with(' '))
         shortcomings.pop_back();
     return connector_ || rings_;
@@ -131,7 +138,7 @@ void TraceSession::enterTable() {
         TracedPointer note = known.isKernelThread ? nullptr : processes_.traced().find(known.pid);
         const bool isHeld = processes_.holds(known.pid);
         if (note)
-            note->state = TracedProcess::runs; // its descriptor stays: others may be looking at it
+            note->state = TracedProcess::runs; // its record stays: others may be looking at it
         const bool announced = !note && !isHeld && known.startTicks > self.startTicks;
         if (!note && !known.isKernelThread) {
             note = std::make_shared<TracedProcess>();
@@ -144,7 +151,7 @@ void TraceSession::enterTable() {
                 processes_.traced().enter(note);
         }
         book_->enter(known, note, announced);
-        noteFile(known.pid, known.executable);
+        epitaphs_.noteFile(known.pid, known.executable);
     }
     publish();
 }
@@ -154,7 +161,6 @@ void TraceSession::endMissing(const std::vector<TableEntry>& table) {
     std::unordered_map<uint32_t, uint64_t> present;
     for (const TableEntry& known : table)
         present[known.pid] = known.startTicks;
-    const auto now = static_cast<uint64_t>(KernelClock::nativeTime(KernelClock::now(CLOCK_REALTIME)));
     std::vector<TracedPointer> gone;
     processes_.traced().forEach([&](const TracedPointer& note) {
         const auto found = present.find(note->pid);
@@ -163,35 +169,42 @@ void TraceSession::endMissing(const std::vector<TableEntry>& table) {
         if (found == present.end() || isOther)
             gone.push_back(note);
     });
-    for (const auto& [pid, path] : processes_.endedHeld())
-        if (!present.contains(pid)) {
-            auto note = std::make_shared<TracedProcess>();
-            note->pid = pid;
-            note->executable = path;
-            gone.push_back(note);
-        }
-    const std::lock_guard lock(mutex_);
+    for (TracedPointer& note : processes_.endedHeld())
+        if (!present.contains(note->pid))
+            gone.push_back(std::move(note));
+    const auto now = static_cast<uint64_t>(KernelClock::nativeTime(KernelClock::now(CLOCK_REALTIME)));
     for (const TracedPointer& note : gone) {
-        note->state = TracedProcess::endedUnknown;
+        note->state = note->record ? TracedProcess::unwatched : TracedProcess::endedUnknown;
         processes_.traced().remove(note);
-        queue_.push_back({false, now, note});
+        queue_.push({false, now, note});
     }
+    queue_.wake();
 }
 
-void TraceSession::noteFile(uint32_t pid, const std::string& path) {
-    if (!exitRecords_ || path.empty())
-        return;
-    if (const auto file = FileIdentity::of(procPath(pid, "exe")); file && files_.size() < filesLimit)
-        files_[*file] = path;
-}
-
-bool TraceSession::executable(uint32_t pid, std::string& path) {
-    if (!sources_.processTable || !readExecutable(pid, path)) {
+bool TraceSession::executable(uint32_t pid, int64_t since, std::string& path) {
+    if (!sources_.processTable || hasExecutedSince(pid, since) || !readExecutable(pid, path))
+        return false;
+    if (connector_)
+        connector_->fetch(ahead_, noticesAtOnce);
+    noteExecutions(ahead_);
+    if (hasExecutedSince(pid, since)) {
         path.clear();
         return false;
     }
-    noteFile(pid, path);
+    epitaphs_.noteFile(pid, path);
     return true;
+}
+
+void TraceSession::noteExecutions(const std::vector<ProcessNotice>& notices) {
+    for (const ProcessNotice& notice : notices)
+        if (notice.kind == ProcessNotice::Kind::executed)
+            executions_[notice.pid] = notice.time;
+}
+
+/// The link of a process that has executed several programs shows the last of them.
+bool TraceSession::hasExecutedSince(uint32_t pid, int64_t time) const {
+    const auto last = executions_.find(pid);
+    return last != executions_.end() && last->second > time;
 }
 
 bool TraceSession::describe(uint32_t pid, TableEntry& entry) {
@@ -208,6 +221,7 @@ bool TraceSession::describe(uint32_t pid, TableEntry& entry) {
     entry.startTime =
         static_cast<int64_t>(line.startTime) * KernelClock::tick() - KernelClock::aheadOfMonotonic(CLOCK_BOOTTIME);
     entry.isKernelThread = line.isKernelThread();
+    entry.namedAt = monotonicTime();
     if (!entry.isKernelThread)
         readExecutable(pid, entry.executable);
     return true;
@@ -221,16 +235,17 @@ bool TraceSession::hasEnded(uint32_t pid, uint64_t startTicks) {
     return line.hasEnded() || (startTicks != 0 && !isSameStart(line.startTime, startTicks));
 }
 
-bool TraceSession::epitaph(uint32_t pid, std::string& executable, uid_t& owner, uint32_t& exitCode) {
-    auto found = epitaphs_.find(pid);
-    if (found == epitaphs_.end() && (found = olderEpitaphs_.find(pid)) == olderEpitaphs_.end())
-        return false;
-    const ExitRecord& record = found->second;
-    const auto file = files_.find({record.device, record.inode});
-    executable = file != files_.end() ? file->second : record.commandName;
+bool TraceSession::epitaph(uint32_t pid, uint64_t startTicks, std::string& executable, uid_t& owner,
+                           uint32_t& exitCode) {
+    const ExitRecord* record = epitaphs_.find(pid);
+    if (!record)
+        return processes_.endedCode(pid, startTicks, exitCode);
+    executable = epitaphs_.pathOf(*record);
+    if (executable.empty())
+        executable = record->commandName;
     maskControlBytes(executable);
-    owner = record.owner;
-    exitCode = exitCodeOf(record.waitStatus);
+    owner = record->owner;
+    exitCode = exitCodeOf(record->waitStatus);
     return true;
 }
 
@@ -238,16 +253,24 @@ void TraceSession::stop() {
     if (reader_.joinable()) {
         stop_.ring();
         reader_.join();
+        // What ends until it has a record of its own is still told by the events.
+        release();
+        round(true);
+        release();
     }
     book_->forEach([](const TracedPointer& note) {
-        if (note->state != TracedProcess::runs)
-            return;
-        if (!note->descriptor)
-            note->descriptor = FileDescriptor(static_cast<int>(syscall(SYS_pidfd_open, note->pid, 0)));
-        note->state = TracedProcess::unwatched;
+        if (note->state == TracedProcess::runs)
+            note->state = TracedProcess::unwatched;
     });
     ended_ = true;
-    news_.ring();
+    queue_.wake();
+}
+
+void TraceSession::release() {
+    book_->forEach([this](const TracedPointer& note) {
+        if (note->state == TracedProcess::runs)
+            processes_.release(*note);
+    });
 }
 
 void TraceSession::run() {
@@ -270,11 +293,8 @@ bool TraceSession::pauseUntil(int milliseconds, bool forNews) {
 }
 
 void TraceSession::round(bool isLast) {
-    {
-        const std::lock_guard lock(mutex_);
-        if (queue_.size() >= queueLimit)
-            return;
-    }
+    if (queue_.isFull() && !isLast)
+        return;
     fetch();
     noteLosses();
     const int64_t now = monotonicTime();
@@ -321,21 +341,20 @@ void TraceSession::mend(int64_t now) {
 /// The connector first: what a process executes stands in its ring before the connector tells of it.
 void TraceSession::fetch() {
     const int64_t until = monotonicTime();
-    const uint64_t signsBefore = signsOfLoss();
-    notices_.clear();
+    notices_ = std::move(ahead_);
+    ahead_.clear();
+    executions_.clear();
     if (connector_)
         connector_->fetch(notices_, noticesAtOnce);
     if (rings_)
         rings_->fetch();
     if (!connector_)
         rings_->takeNotices(until, notices_);
-    if (exitRecords_) {
-        std::swap(epitaphs_, olderEpitaphs_);
-        epitaphs_.clear();
-        exitRecords_->fetch();
-    }
+    noteExecutions(notices_);
+    epitaphs_.fetch();
     book_->followBootClock(KernelClock::aheadOfMonotonic(CLOCK_BOOTTIME));
-    book_->doubt(signsOfLoss() != signsBefore);
+    book_->doubt(signsOfLoss() != lossesDoubted_);
+    lossesDoubted_ = signsOfLoss();
     for (const ProcessNotice& notice : notices_)
         apply(notice);
 }
@@ -349,10 +368,7 @@ void TraceSession::apply(const ProcessNotice& notice) {
         book_->threadStarted(notice.time, notice.pid);
         break;
     case ProcessNotice::Kind::executed:
-        if (!connector_)
-            checkOwner(notice);
-        book_->executed(notice.time, notice.pid,
-                        rings_ ? rings_->takeExecuted(notice.pid, notice.time) : std::string());
+        takeExecution(notice);
         break;
     case ProcessNotice::Kind::ownerChanged:
         book_->ownerChanged(notice.time, notice.pid, notice.other);
@@ -361,58 +377,37 @@ void TraceSession::apply(const ProcessNotice& notice) {
         if (book_->exited(notice.time, notice.pid, notice.other,
                           connector_ ? int64_t{exitCodeOf(notice.status)} : ProcessBook::unknownCode) &&
             rings_)
-            rings_->takeExecuted(notice.pid, notice.time); // nobody will ask for it any more
+            rings_->takeExecuted(notice.pid, 0, notice.time); // nobody will ask for it any more
         break;
     }
+}
+
+void TraceSession::takeExecution(const ProcessNotice& notice) {
+    if (!connector_)
+        checkOwner(notice);
+    SidebandRings::Executed program;
+    if (rings_)
+        program = rings_->takeExecuted(notice.pid, book_->changedAt(notice.pid), notice.time);
+    book_->executed(notice.time, notice.pid, std::move(program.path), program.file);
 }
 
 /// The rings don't tell of a change of the owner.
 void TraceSession::checkOwner(const ProcessNotice& executed) {
     if (uid_t owner = 0; readOwner(executed.pid, owner))
         book_->ownerChanged(executed.time, executed.pid, owner);
-    else if (const auto found = epitaphs_.find(executed.pid); found != epitaphs_.end())
-        book_->ownerChanged(executed.time, executed.pid, found->second.owner);
+    else if (const ExitRecord* exit = epitaphs_.find(executed.pid))
+        book_->ownerChanged(executed.time, executed.pid, exit->owner);
 }
 
 void TraceSession::publish() {
     bookEvents_.clear();
     book_->takeEvents(bookEvents_);
     const int64_t offset = KernelClock::aheadOfMonotonic(CLOCK_REALTIME);
-    {
-        const std::lock_guard lock(mutex_);
-        for (BookEvent& event : bookEvents_)
-            queue_.push_back({event.isStart, static_cast<uint64_t>(KernelClock::nativeTime(event.time + offset)),
-                              std::move(event.process)});
-        if (queue_.empty())
-            return;
-    }
-    news_.ring();
-}
-
-bool TraceSession::await(int milliseconds) {
-    {
-        const ServiceLock lock(mutex_);
-        if (!queue_.empty())
-            return true;
-    }
-    pollfd wanted{news_.descriptor(), POLLIN, 0};
-    if (poll(&wanted, 1, milliseconds) > 0)
-        news_.clear();
-    const ServiceLock lock(mutex_);
-    return !queue_.empty();
-}
-
-bool TraceSession::front(Item& item) {
-    const ServiceLock lock(mutex_);
-    if (queue_.empty())
-        return false;
-    item = queue_.front();
-    return true;
-}
-
-void TraceSession::pop() {
-    const ServiceLock lock(mutex_);
-    queue_.pop_front();
+    for (BookEvent& event : bookEvents_)
+        queue_.push({event.isStart, static_cast<uint64_t>(KernelClock::nativeTime(event.time + offset)),
+                     std::move(event.process)});
+    if (!bookEvents_.empty())
+        queue_.wake();
 }
 
 } // namespace Velmor

@@ -1,17 +1,15 @@
 #pragma once
 
-#include "platform/linux/base/FileIdentity.h"
 #include "platform/linux/base/WakeEvent.h"
-#include "platform/linux/processes/ExitRecords.h"
+#include "platform/linux/trace/Epitaphs.h"
 #include "platform/linux/trace/LinuxKernelTrace.h"
 #include "platform/linux/trace/ProcessBook.h"
 #include "platform/linux/trace/ProcessConnector.h"
 #include "platform/linux/trace/SidebandRings.h"
+#include "platform/linux/trace/TraceQueue.h"
 
 #include <atomic>
-#include <deque>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <unordered_map>
@@ -32,35 +30,28 @@ public:
     /// Ends the reading. The session stays, without further events.
     void stop();
 
-    struct Item {
-        bool isStart;
-        uint64_t timeStamp; // 100-nanosecond units since 1601
-        TracedPointer process;
-    };
-
-    /// Waits until there is an event, the session has ended, or the time is up. True if `front` may be asked.
-    bool await(int milliseconds);
+    /// What is told, for the one thread that reads it.
+    TraceQueue& queue() { return queue_; }
     bool hasEnded() const { return ended_; }
-    /// The oldest event, for the one thread that reads; it stays the oldest until `pop`.
-    bool front(Item& item);
-    void pop();
 
     uint64_t lost() const { return lost_; }
 
 private:
     // What the book asks.
-    bool executable(uint32_t pid, std::string& path) override;
+    bool executable(uint32_t pid, int64_t since, std::string& path) override;
     bool describe(uint32_t pid, TableEntry& entry) override;
     bool hasEnded(uint32_t pid, uint64_t startTicks) override;
-    bool epitaph(uint32_t pid, std::string& executable, uid_t& owner, uint32_t& exitCode) override;
+    bool epitaph(uint32_t pid, uint64_t startTicks, std::string& executable, uid_t& owner, uint32_t& exitCode) override;
 
     bool openSources(std::string& shortcomings);
     void enterTable();
     void endMissing(const std::vector<TableEntry>& table);
     bool readTable(std::vector<TableEntry>& table);
     void checkOwner(const ProcessNotice& executed);
+    void takeExecution(const ProcessNotice& notice);
     void run();
     bool pauseUntil(int milliseconds, bool forNews);
+    void release();
     void round(bool isLast);
     void fetch();
     void apply(const ProcessNotice& notice);
@@ -69,26 +60,25 @@ private:
     uint64_t lossesOfSources() const;
     uint64_t signsOfLoss() const;
     void publish();
-    void noteFile(uint32_t pid, const std::string& path);
+    void noteExecutions(const std::vector<ProcessNotice>& notices);
+    bool hasExecutedSince(uint32_t pid, int64_t time) const;
 
     LinuxProcesses& processes_;
     LinuxKernelTrace::Sources sources_;
     std::unique_ptr<SidebandRings> rings_;
     std::unique_ptr<ProcessConnector> connector_;
-    std::unique_ptr<ExitRecords> exitRecords_;
-    std::unordered_map<uint32_t, ExitRecord> epitaphs_; // of this round, by process id
-    std::unordered_map<uint32_t, ExitRecord> olderEpitaphs_;
-    std::unordered_map<FileIdentity, std::string, FileIdentityHash> files_; // executables seen, for the exit records
+    Epitaphs epitaphs_;
     std::unique_ptr<ProcessBook> book_;
-    std::vector<ProcessNotice> notices_;
+    std::vector<ProcessNotice> notices_;               // of this round
+    std::vector<ProcessNotice> ahead_;                 // of the next
+    std::unordered_map<uint32_t, int64_t> executions_; // by process id, the last one in either
     std::vector<BookEvent> bookEvents_;
     bool isTableEntered_ = false;
     int64_t compareDue_ = 0; // when the process table is to be looked at; 0: not at all
     uint64_t lossesSeen_ = 0;
+    uint64_t lossesDoubted_ = 0;
 
-    std::mutex mutex_; // guards the next
-    std::deque<Item> queue_;
-    WakeEvent news_; // of the queue
+    TraceQueue queue_;
     WakeEvent stop_;
     std::atomic<uint64_t> lost_{0};
     std::atomic<bool> ended_{false};

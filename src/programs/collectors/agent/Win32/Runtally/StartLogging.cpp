@@ -72,7 +72,7 @@ void Runtally::logStartProcess(const ProcessPointer& process) {
         park(process);
         return;
     }
-    const std::string name = runtallyState().exeFinder->find(process->getExecutable());
+    const std::string name = runtallyState().exeFinder->find(process->getExecutable(), process->isFileHere());
     if (name == ExeFinder::ignored || Process::isUnknownName(name)) {
         logger().debug(5, "logStartProcess: Ignoring this process.");
         noteIgnoredStart(process->pid());

@@ -33,7 +33,7 @@ bool completeEntry(const ProcessPointer& fresh) {
     if (entry == map.end() || !entry->second->isExecutableUnknown())
         return true;
     logger().debug(2, "procPoll: Completing process %u...", fresh->pid());
-    const std::string name = runtallyState().exeFinder->find(fresh->getExecutable());
+    const std::string name = runtallyState().exeFinder->find(fresh->getExecutable(), fresh->isFileHere());
     if (name == ExeFinder::ignored || Process::isUnknownName(name)) {
         logger().debug(5, "procPoll: Ignoring this process.");
         return false;
