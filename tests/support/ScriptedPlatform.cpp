@@ -25,8 +25,12 @@ ScriptedProcess& on(const ProcessHandle& handle) {
 void ScriptedClock::sleep(uint32_t milliseconds) {
     milliseconds_ += milliseconds;
     ticks_ += milliseconds;
-    if (keepsStep_)
-        nativePlatform().clock->sleep(1);
+    if (onSleep)
+        onSleep();
+}
+
+void ScriptedClock::keepStep() {
+    onSleep = [] { nativePlatform().clock->sleep(1); };
 }
 
 void ScriptedClock::advance(int32_t seconds) {

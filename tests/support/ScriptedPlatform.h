@@ -13,6 +13,7 @@
 #include "support/ScriptedTrace.h"
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -37,14 +38,15 @@ public:
     void step(int32_t seconds) { milliseconds_ += int64_t{seconds} * 1000; }
 
     /// From now on each sleep takes a real millisecond, for threads that are to keep step.
-    void keepStep() { keepsStep_ = true; }
+    void keepStep();
+    /// What each sleep waits for. Set while nobody sleeps.
+    std::function<void()> onSleep;
 
     int32_t zoneMinutes = 0; // of the local time, east of Greenwich
 
 private:
     std::atomic<int64_t> milliseconds_{0};
     std::atomic<int64_t> ticks_{0};
-    std::atomic<bool> keepsStep_{false};
 };
 
 /// A process as the test writes it down.
