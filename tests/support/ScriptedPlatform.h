@@ -67,6 +67,8 @@ struct ScriptedProcess {
 
 class ScriptedProcesses : public Processes {
 public:
+    using Table = std::map<uint32_t, std::shared_ptr<ScriptedProcess>>;
+
     explicit ScriptedProcesses(Clock& clock) : clock_(clock) {}
 
     bool enumerate(std::vector<uint32_t>& ids) override;
@@ -86,12 +88,15 @@ public:
     void end(uint32_t pid, uint32_t exitCode);
     ScriptedProcess& at(uint32_t pid) { return *table_.at(pid); }
     bool contains(uint32_t pid) const { return table_.contains(pid); }
-    const std::map<uint32_t, std::shared_ptr<ScriptedProcess>>& table() const { return table_; }
+    const Table& table() const { return table_; }
 
     bool canEnumerate = true;
+    /// What events have told of can be opened, though it has ended, until its end is taken.
+    Table traced;
+    std::function<void()> onCall; // each look at one process passes it
 
 private:
-    std::map<uint32_t, std::shared_ptr<ScriptedProcess>> table_;
+    Table table_;
     uint64_t startCount_ = 0;
     Clock& clock_;
 };
@@ -157,6 +162,7 @@ public:
     void describe(const std::string& path, const std::string& description, const std::string& product);
 
     std::map<std::string, Entry, std::less<>> entries;
+    std::function<void()> onCall;
 };
 
 /// Puts scripted ports in force while it lives. Locks, threads, queues and mailslots stay the system's own.
