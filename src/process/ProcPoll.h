@@ -32,6 +32,9 @@ public:
     /// each in the order of the ids, dated `span` before now.
     void getPollData(std::vector<ProcessPointer>& list, const TimeSpan& span);
 
+    /// Forgets a poll whose data nobody took: by now it is old.
+    void dropUntaken() { currentPoll_.clear(); }
+
     /// When the table can't be read: fills `list` with those of the last poll that have ended by what their own handles
     /// say, dated as by `getPollData`, and forgets them, which gives the handles back.
     void takeEnded(std::vector<ProcessPointer>& list, const TimeSpan& span);

@@ -1,12 +1,19 @@
-// Random runs of the whole road of a process on a scripted machine. A run is replayed by its seed:
+// Random runs of the whole road of a process on a scripted machine: with each source and between them, with workers
+// that are ended by force, disks that take nothing and clocks that are set. A run is replayed by its seed:
 // VELMOR_SEED=<seed> VELMOR_SEEDS=1.
 
 #include "collector/CollectorFixture.h"
 
+#include "platform/MessageQueues.h"
+#include "platform/Threads.h"
+#include "platform/linux/files/SystemCalls.h"
+#include "process/ProcessShared.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
 #include "shared/library/common/files/FileUtils.h"
 #include "support/Environment.h"
 #include "support/NoSync.h"
 
+#include <cerrno>
 #include <map>
 #include <random>
 #include <set>
@@ -15,165 +22,338 @@ namespace Velmor {
 
 namespace {
 constexpr int stepsOfRun = 500;
+constexpr int longestInterval = 5; // seconds between polls
 
-/// One run: a machine, what happens on it, and the books that must balance after each step. Each process has an
-/// executable of its own, so that a record tells whose it is.
+/// A thread's forced end. Unlike the true one it unwinds, which frees the locks as the supervisor would.
+struct ForcedEnd {};
+
+bool isDiskFull = false;
+SystemCalls realCalls;
+
+/// Lets the disk be full at times while it lives.
+class FickleDisk {
+public:
+    FickleDisk() {
+        realCalls = systemCalls();
+        systemCalls().write = [](int file, const void* buffer, size_t size) -> ssize_t {
+            errno = ENOSPC;
+            return isDiskFull ? -1 : realCalls.write(file, buffer, size);
+        };
+    }
+    FickleDisk(const FickleDisk&) = delete;
+    FickleDisk& operator=(const FickleDisk&) = delete;
+    ~FickleDisk() { systemCalls() = realCalls; }
+};
+
+/// What is true of a process. Each has an executable of its own, so that a record tells whose it is.
+struct Life {
+    uint32_t pid = 0;
+    int32_t start = 0;
+    int32_t end = 0; // 0: it runs
+    uint32_t exitCode = 0;
+    bool isPlain = true;     // it can be opened
+    bool isSeen = false;     // by a source
+    int32_t endSeenAt = 0;   // 0: not yet
+    bool hasNewLife = false; // while no source was on, it was given up
+};
+
+/// One run: a machine, what happens on it, and the books that must balance after each step.
 class RandomRunBooks {
 public:
-    explicit RandomRunBooks(uint32_t seed) : random_(seed), steadyClock_(seed % 2 == 0) {}
+    explicit RandomRunBooks(uint32_t seed) : random_(seed), steadyClock_(seed % 2 == 0) {
+        processShared().systemNumber = 0;
+        processShared().hasEventSchema = false;
+        os().eventSchema.describeProcesses();
+        os().accounts.accounts["S-1-22-1-500"] = {"ann", "HQ"};
+        os().kernelTrace.endsWhenRead = false;
+        os().processes.onCall = os().versionResources.onCall = os().kernelTrace.onWait = [this] {
+            if (isDeferred_ || callsToLive_ == 0 || --callsToLive_ > 0)
+                return;
+            wasKilled_ = true;
+            throw ForcedEnd();
+        };
+        uint32_t message = 0;
+        platform().messageQueues->peek(message); // this thread, which is the tracer's at times, has a queue
+        programState().quitFlag = 0;
+        runtallyState().programStart = os().clock.now();
+        useSources(roll(3) != 0, roll(2) == 0);
+        look();
+    }
+    RandomRunBooks(const RandomRunBooks&) = delete;
+    RandomRunBooks& operator=(const RandomRunBooks&) = delete;
+    ~RandomRunBooks() {
+        isDiskFull = false;
+        os().processes.onCall = os().versionResources.onCall = os().kernelTrace.onWait = nullptr;
+        processShared().systemNumber = 0;
+    }
 
     void go() {
         for (int i = 0; i < stepsOfRun && !::testing::Test::HasFailure(); ++i) {
-            const int kind = roll(100);
-            if (kind < 30)
-                start();
-            else if (kind < 52)
-                end();
-            else if (kind < 57)
-                reuse();
-            else if (kind < 61)
-                refuse();
-            else if (kind < 66)
-                stepClock();
-            else if (kind < 70)
-                deliver();
-            else if (kind < 72)
-                reconfigure();
-            else
-                poll();
-            collector_.os.clock.advance(roll(4));
+            step(roll(100));
+            os().clock.advance(roll(4));
             balance();
         }
+        isDiskFull = false;
+        look();
         deliver();
         checkRecords();
     }
 
 private:
+    ScriptedPlatform& os() { return collector_.os; }
+    RuntallySettings& settings() { return runtallyState().settings; }
+    bool isTraced() const { return collector_.os.kernelTrace.runs; }
     int roll(int sides) { return static_cast<int>(random_() % static_cast<uint32_t>(sides)); }
     uint32_t anyPid() { return 100 + static_cast<uint32_t>(roll(40)); }
-    std::string freshPath() { return "/apps/p" + std::to_string(++count_); }
 
-    void start() {
-        if (const uint32_t pid = anyPid(); !collector_.os.processes.contains(pid))
-            collector_.os.processes.start(pid, freshPath());
-    }
-
-    void end() { collector_.os.processes.end(anyPid(), static_cast<uint32_t>(roll(3))); }
-
-    void reuse() {
-        const uint32_t pid = anyPid();
-        collector_.os.processes.end(pid, 0);
-        if (roll(2) == 0)
-            poll();
-        collector_.os.processes.start(pid, freshPath());
-    }
-
-    /// A process that can't be opened, or whose modules can't be read for a while.
-    void refuse() {
-        const uint32_t pid = anyPid();
-        if (collector_.os.processes.contains(pid))
-            return;
-        ScriptedProcess& process = collector_.os.processes.start(pid, freshPath());
-        if (roll(2) == 0)
-            process.modulesFail = 1 + roll(5);
+    void step(int kind) {
+        if (kind < 28)
+            start(anyPid());
+        else if (kind < 48)
+            end(anyPid(), static_cast<uint32_t>(roll(3)));
+        else if (kind < 53)
+            reuse(anyPid());
+        else if (kind < 58)
+            stepClock();
+        else if (kind < 62)
+            deliver();
+        else if (kind < 65)
+            useSources(roll(3) != 0, roll(2) == 0);
+        else if (kind < 67)
+            isDiskFull = !isDiskFull;
+        else if (kind < 71)
+            killIn(1 + roll(60));
         else
-            process.openError = roll(2) == 0 ? NativeError::accessDenied : NativeError::invalidParameter;
+            look();
+    }
+
+    /// Starts a process if the id is free; at times one that can't be opened, or not be read for a while.
+    void start(uint32_t pid) {
+        // Polls know an id only: one that came again between two of them would be the same process.
+        const Life* former = last_.contains(pid) ? &lives_.at(last_[pid]) : nullptr;
+        if (former && (former->end == 0 || (former->endSeenAt == 0 && !isTraced())))
+            return;
+        const std::string name = "p" + std::to_string(lives_.size() + 1);
+        ScriptedProcess& process = os().processes.start(pid, "/apps/" + name);
+        Life& life = lives_[name];
+        life.pid = pid;
+        life.start = os().clock.now();
+        const int kind = roll(20);
+        if (kind == 0)
+            process.modulesFail = 1 + roll(5);
+        if (kind == 1)
+            process.openError = NativeError::accessDenied;
+        life.isPlain = kind > 1;
+        running_[pid] = last_[pid] = name;
+        tell(1, pid, name);
+    }
+
+    void end(uint32_t pid, uint32_t exitCode) {
+        const auto found = running_.find(pid);
+        if (found == running_.end())
+            return;
+        Life& life = lives_.at(found->second);
+        life.end = os().clock.now();
+        life.exitCode = exitCode;
+        tell(2, pid, found->second);
+        os().processes.end(pid, exitCode);
+        running_.erase(found);
+    }
+
+    void reuse(uint32_t pid) {
+        end(pid, 0);
+        if (roll(2) == 0)
+            look();
+        start(pid);
+    }
+
+    /// An event, as a session tells it.
+    void tell(uint8_t type, uint32_t pid, const std::string& name) {
+        if (!isTraced())
+            return;
+        PayloadText payload;
+        payload.number(1U).number(pid).number(4U).number(0U).number(0).sid(500, 8).text("/apps/" + name);
+        ScriptedEvent event{type, 2, os().clock.now(), payload.number<uint8_t>(0).bytes()};
+        const auto process = os().processes.table().at(pid);
+        ScriptedProcesses::Table& traced = os().processes.traced;
+        // An event that was begun with is finished with.
+        event.before = [this, &traced, type, pid, process] {
+            isDeferred_ = true;
+            if (type == 1)
+                traced[pid] = process;
+        };
+        event.behind = [this, &traced, type, pid, process] {
+            isDeferred_ = false;
+            if (const auto note = traced.find(pid); type == 2 && note != traced.end() && note->second == process)
+                traced.erase(note);
+        };
+        os().kernelTrace.events.push_back(event);
     }
 
     void stepClock() {
         if (steadyClock_)
             return;
         const int32_t seconds = roll(40) - 20;
-        collector_.os.clock.step(seconds);
+        os().clock.step(seconds);
         stepped_ = stepped_ || seconds < 0;
     }
 
     void deliver() {
-        deliveries_.insert(collector_.os.clock.now());
-        collector_.deliver();
+        deliveries_.insert(os().clock.now());
+        try {
+            collector_.deliver();
+        } catch (const ForcedEnd&) {
+            collector_.deliver(); // by the thread that was started anew
+        }
     }
 
-    void poll() {
-        collector_.poll();
-        Runtally::logProcess(ProcessPointer(new Process(1, 1, Process::Mode::ended, true))); // an end without a start
+    void killIn(int calls) {
+        callsToLive_ = calls;
+        if (roll(4) == 0)
+            deliver();
+        else
+            look();
+        callsToLive_ = 0;
+        wasKilled_ = false;
     }
 
-    void reconfigure() {
-        logFileRegistry().clear();
-        collector_.setPollInterval(1 + roll(5));
-        registerLogFile(collector_.directory / "ProcessLog", "process", TimeSpan(), false, Runtally::dumpAll);
+    /// What a new configuration does when it names other sources.
+    void useSources(bool polling, bool events) {
+        if (isTraced())
+            trace(); // an order to end lets it take what waits
+        const bool wereActive = settings().eventsActive.exchange(events ? 1 : 0) == 1;
+        settings().pollingOn = polling;
+        collector_.setPollInterval(1 + roll(longestInterval));
+        Runtally::leaveSources(wereActive);
+        if (!events)
+            os().processes.traced.clear();
+        if (settings().hasSource())
+            return;
+        deliver();
+        Runtally::giveTrackedUp();
+        for (auto& [name, life] : lives_)
+            life.hasNewLife = true;
     }
 
-    /// What runs under the registry is what the table scan knows, and nothing tracked starts in the future.
+    /// Lets each source do what there is to do.
+    void look() {
+        try {
+            if (settings().eventsActive == 1)
+                trace();
+            if (settings().pollingOn)
+                Runtally::procPoll();
+        } catch (const ForcedEnd&) {
+            return; // the next look goes on
+        }
+        callsToLive_ = 0;
+        if (settings().hasSource() && !wasKilled_)
+            noteSeen();
+    }
+
+    /// A turn of the tracer's thread, which is told to end; if there are both, the first poll comes while it waits.
+    void trace() {
+        const bool isFirst = !isTraced();
+        if (isFirst)
+            os().processes.traced = os().processes.table();
+        os().clock.onSleep = [this] {
+            if (settings().pollingOn && !runtallyState().polledOnce && std::exchange(mayPoll_, false))
+                Runtally::procPoll();
+            mayPoll_ = true;
+        };
+        platform().messageQueues->post(platform().threads->currentId(), WindowMessage::destroy);
+        ThreadRecord record("EventTracer", 0);
+        eventTracer(&record);
+        os().clock.onSleep = nullptr;
+        for (uint32_t message = 0; platform().messageQueues->peek(message);) // of a thread that was killed
+            continue;
+    }
+
+    void noteSeen() {
+        if (!os().kernelTrace.events.empty())
+            return;
+        Runtally::retryPendingInfo();
+        for (auto& [name, life] : lives_) {
+            if (life.end == 0)
+                life.isSeen = true;
+            else if (life.endSeenAt == 0)
+                life.endSeenAt = os().clock.now();
+        }
+        // What runs is tracked or waits for its name, and nothing else is.
+        const ProcessMap& waiting = runtallyState().registry.pendingInfoMap;
+        for (const auto& [pid, name] : running_) {
+            ASSERT_TRUE(collector_.tracked().contains(pid) || waiting.contains(pid)) << name << " is missing";
+            if (lives_.at(name).isPlain) {
+                ASSERT_EQ(FileUtils::getBaseName(collector_.tracked().at(pid)->getExecutable()), name);
+            }
+        }
+        for (const auto& [pid, process] : collector_.tracked())
+            ASSERT_TRUE(running_.contains(pid)) << process->getExecutable() << " has ended";
+    }
+
     void balance() {
-        const int32_t now = collector_.os.clock.now();
+        const int32_t now = os().clock.now();
         for (const auto& [pid, process] : collector_.tracked()) {
             ASSERT_EQ(pid, process->pid());
-            firstStarts_.try_emplace(FileUtils::getBaseName(process->getExecutable()),
-                                     process->getStart().getSeconds());
             if (!stepped_) {
                 ASSERT_LE(process->getStart().getSeconds(), now) << pid;
             }
         }
         ASSERT_EQ(runtallyState().registry.processMonopoly.getCount(), 0);
-        ASSERT_LE(runtallyState().registry.endedProcessMap.size(), 1U);
+        ASSERT_TRUE(runtallyState().registry.endedProcessMap.empty());
     }
 
     void checkRecords() {
         std::map<std::string, std::vector<UsageLine>> byProcess;
-        for (const UsageLine& record : collector_.records()) {
-            if (!stepped_) {
-                ASSERT_LE(record.end(), collector_.os.clock.now());
-            }
+        for (const UsageLine& record : collector_.records())
             byProcess[record.executable].push_back(record);
-        }
-        byProcess.erase("(ACCESS DENIED)"); // shared by several processes
-        byProcess.erase("<<lost>>");
-        checkLives(byProcess);
-        for (const auto& [name, slices] : byProcess) {
-            for (size_t i = 0; i < slices.size(); ++i) {
-                ASSERT_EQ(slices[i].isFirst, i == 0) << name;
-                ASSERT_GE(slices[i].duration, 0) << name;
-                if (i == 0)
-                    continue;
-                // A delivery may see an end before the poll that reports it.
-                ASSERT_TRUE(slices[i - 1].exitCode == "none" || slices[i].exitCode != "none") << name << " came back";
+        for (const auto& [name, life] : lives_)
+            if (life.isPlain)
+                checkLife(name, life, byProcess[name]);
+    }
+
+    void checkLife(const std::string& name, const Life& life, const std::vector<UsageLine>& slices) {
+        for (size_t i = 0; i < slices.size(); ++i) {
+            ASSERT_GE(slices[i].duration, 0) << name;
+            ASSERT_TRUE(slices[i].isFirst == (i == 0) || life.hasNewLife) << name;
+            if (i == 0 || stepped_)
+                continue;
+            // A delivery may see an end before the poll that reports it.
+            ASSERT_TRUE(slices[i - 1].exitCode == "none" || slices[i].exitCode != "none") << name << " came back";
+            if (life.hasNewLife) {
+                ASSERT_GE(slices[i].start, slices[i - 1].end()) << name << " overlaps";
+            } else {
                 ASSERT_EQ(slices[i].start, slices[i - 1].end()) << name << " has a gap or an overlap";
             }
         }
-    }
-
-    /// Whatever has been tracked is recorded from its start to its end, or to the last delivery if it is tracked still.
-    void checkLives(const std::map<std::string, std::vector<UsageLine>>& byProcess) {
         if (stepped_) // then slices may have been dropped
             return;
-        std::map<std::string, int32_t> tracked;
-        for (const auto& [pid, process] : collector_.tracked())
-            tracked[FileUtils::getBaseName(process->getExecutable())] = process->getStart().getSeconds();
-        for (const auto& [name, start] : firstStarts_) {
-            if (name.front() != 'p')
-                continue; // a placeholder, shared by several processes
-            const auto slices = byProcess.find(name);
-            ASSERT_NE(slices, byProcess.end()) << name << " has no record";
-            ASSERT_EQ(slices->second.front().start, start) << name;
-            const auto still = tracked.find(name);
-            const UsageLine& last = slices->second.back();
-            if (still != tracked.end()) {
-                ASSERT_EQ(last.end(), still->second) << name;
-            } else {
-                // An end that is dated before the last delivery, since polls are dated back, adds nothing to it.
-                ASSERT_TRUE(last.exitCode != "none" || deliveries_.contains(last.end())) << name << " has no end";
-            }
+        ASSERT_FALSE(life.isSeen && slices.empty()) << name << " has no record";
+        if (slices.empty())
+            return;
+        ASSERT_GE(slices.front().start, life.start - longestInterval / 2) << name << " began later";
+        if (life.end == 0) {
+            ASSERT_TRUE(!settings().hasSource() || slices.back().end() == *deliveries_.rbegin()) << name;
+        } else if (life.endSeenAt != 0 && !life.hasNewLife) {
+            ASSERT_LE(slices.back().end(), life.endSeenAt) << name << " has slices after its end";
+            ASSERT_TRUE(slices.back().exitCode == std::to_string(life.exitCode) ||
+                        deliveries_.contains(slices.back().end()))
+                << name << " ended with " << life.exitCode << " and not " << slices.back().exitCode;
         }
     }
 
     std::minstd_rand random_;
     bool steadyClock_;
     Collector collector_;
-    int count_ = 0;
+    FickleDisk disk_;
+    int callsToLive_ = 0; // of the worker that runs; 0: for good
+    bool isDeferred_ = false;
+    bool wasKilled_ = false;
+    bool mayPoll_ = true;
+    std::map<std::string, Life> lives_;
+    std::map<uint32_t, std::string> running_;
+    std::map<uint32_t, std::string> last_; // that had the id
     std::set<int32_t> deliveries_;
-    std::map<std::string, int32_t> firstStarts_; // of all that has been tracked, by executable
-    bool stepped_ = false;                       // the clock has been set back
+    bool stepped_ = false; // the clock has been set back
 };
 } // namespace
 

@@ -25,6 +25,7 @@ struct Script {
     std::atomic<bool> isFatal{false};
     std::atomic<int> starts{0};
     std::atomic<int> rounds{0};
+    std::atomic<int> goodRounds{0};
     std::atomic<bool> holdsRegistry{false};
 };
 Script script;
@@ -33,6 +34,7 @@ uint32_t goodWorker(void* argument) {
     auto& record = *static_cast<ThreadRecord*>(argument);
     while (record.report != Report::stop) {
         reportStatus(record.report, false);
+        ++script.goodRounds;
         rest();
     }
     return 0;
@@ -73,10 +75,15 @@ class Supervised : public Agent {
 public:
     Supervised() : Agent("dummy") {
         setThreadLostHook(Runtally::freeLocksOf);
-        prepareThread("Good", ThreadRecord::takesPart, goodWorker);
-        prepareThread("Odd", ThreadRecord::takesPart, oddWorker);
+        for (const auto& [record, routine] :
+             {std::pair<ThreadRecord*, ThreadRoutine>{&good, goodWorker}, {&odd, oddWorker}})
+            record->thread = SmartPointer<ThreadInstance>(new ThreadInstance(routine, record));
         prepareThread("Waiting", 0, waitingWorker);
     }
+    static bool hasEnded(ThreadRecord& record) { return record.thread->getStatus() != JobStatus::running; }
+
+    ThreadRecord& good = addThread(ThreadRecord("Good", ThreadRecord::takesPart));
+    ThreadRecord& odd = addThread(ThreadRecord("Odd", ThreadRecord::takesPart));
     void run() override {}
     bool configureCollector() override { return true; }
 };
@@ -97,14 +104,22 @@ protected:
         programState().quitFlag = 0;
     }
 
-    /// A pass, after all workers that can have gone round.
-    bool pass() {
+    /// Lets all workers that can go round.
+    void awaitRounds() {
         const int rounds = script.rounds;
-        if (oddOneGoesRound)
-            eventually([&] { return script.rounds > rounds + 2; });
-        for (int i = 0; i < 20; ++i)
-            rest();
+        const int good = script.goodRounds;
+        EXPECT_TRUE(eventually(
+            [&] { return script.goodRounds > good + 1 && (!oddOneGoesRound || script.rounds > rounds + 1); }));
+    }
+    /// A pass, after they have.
+    bool pass() {
+        awaitRounds();
         return agent.checkThreads();
+    }
+    void letOddOneDie() {
+        oddOneGoesRound = false;
+        script.dies = true;
+        EXPECT_TRUE(eventually([&] { return Supervised::hasEnded(agent.odd); }));
     }
 
     bool oddOneGoesRound = true;
@@ -129,14 +144,14 @@ TEST_F(SupervisionTest, AHungWorkerIsKilledAndStartedAgainWithinThreePassesAndIt
         EXPECT_TRUE(eventually([&] { return !hangs; }));
         oddOneGoesRound = false;
         EXPECT_FALSE(Runtally::checkOutAll());
-        int passes = 0;
-        while (script.starts == starts && passes < 3) {
+        bool isFree = false;
+        for (int passes = 0; passes < 3 && !isFree; ++passes) {
             EXPECT_TRUE(pass());
-            ++passes;
+            isFree = Runtally::checkOutAll();
         }
-        EXPECT_EQ(script.starts, starts + 1);
-        EXPECT_TRUE(Runtally::checkOutAll());
+        ASSERT_TRUE(isFree);
         Runtally::checkInAll();
+        EXPECT_TRUE(eventually([&] { return script.starts == starts + 1; }));
         script.holdsRegistry = false;
         oddOneGoesRound = true;
         EXPECT_TRUE(pass()); // so that the second round begins in the other phase
@@ -144,19 +159,14 @@ TEST_F(SupervisionTest, AHungWorkerIsKilledAndStartedAgainWithinThreePassesAndIt
 }
 
 TEST_F(SupervisionTest, AWorkerThatDiedIsStartedAgainAtTheNextPass) {
-    script.dies = true;
-    EXPECT_TRUE(eventually([] { return !script.dies; }));
-    for (int i = 0; i < 20; ++i)
-        rest();
+    letOddOneDie();
     EXPECT_TRUE(agent.checkThreads());
     EXPECT_TRUE(eventually([] { return script.starts == 2; }));
 }
 
 TEST_F(SupervisionTest, WithTheQuitFlagNothingIsStartedAgain) {
     programState().quitFlag = 1;
-    script.dies = true;
-    EXPECT_TRUE(eventually([] { return !script.dies; }));
-    oddOneGoesRound = false;
+    letOddOneDie();
     EXPECT_TRUE(pass());
     EXPECT_TRUE(pass()) << "an answer that the quit flag was seen is an answer";
     EXPECT_EQ(script.starts, 1);
@@ -168,7 +178,7 @@ TEST_F(SupervisionTest, AFatalWorkerEndsTheProgramInOrder) {
     platform().messageQueues->peek(message); // this thread has a queue from now on
     programState().mainThreadId = platform().threads->currentId();
     script.isFatal = true;
-    collector.os.clock.keepStep();
+    collector.os.clock.onSleep = [this] { awaitRounds(); };
     uint32_t id = 0;
     uint32_t error = 0;
     const ThreadHandle monitor = platform().threads->create(statusMonitor, static_cast<Agent*>(&agent), id, error);
@@ -178,15 +188,17 @@ TEST_F(SupervisionTest, AFatalWorkerEndsTheProgramInOrder) {
     EXPECT_TRUE(log.has("statusMonitor is exiting due to failed threads."));
     uint32_t code = stillActive;
     EXPECT_TRUE(eventually([&] { return platform().threads->exitCode(monitor, code, error) && code != stillActive; }));
+    collector.os.clock.onSleep = nullptr;
     EXPECT_EQ(script.starts, 1);
 }
 
 TEST_F(SupervisionTest, WorkersThatDontListenAreEndedByForce) {
     const CapturedLog log(2);
     script.hangs = true;
-    for (int i = 0; i < 20; ++i)
-        rest();
-    EXPECT_TRUE(agent.stopAndVerify());
+    EXPECT_TRUE(eventually([] { return !script.hangs; }));
+    agent.stopThreads();
+    EXPECT_TRUE(eventually([&] { return Supervised::hasEnded(agent.good); }));
+    EXPECT_TRUE(agent.verifyStoppedThreads());
     EXPECT_TRUE(log.has("   2 thread(s) signalled to stop, 1 killed."));
     EXPECT_TRUE(log.has("   2 thread(s) ended nicely, 1 was killed, and 0 failed to end."));
 }

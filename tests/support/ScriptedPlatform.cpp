@@ -25,8 +25,12 @@ ScriptedProcess& on(const ProcessHandle& handle) {
 void ScriptedClock::sleep(uint32_t milliseconds) {
     milliseconds_ += milliseconds;
     ticks_ += milliseconds;
-    if (keepsStep_)
-        nativePlatform().clock->sleep(1);
+    if (onSleep)
+        onSleep();
+}
+
+void ScriptedClock::keepStep() {
+    onSleep = [] { nativePlatform().clock->sleep(1); };
 }
 
 void ScriptedClock::advance(int32_t seconds) {
@@ -51,9 +55,11 @@ bool ScriptedProcesses::enumerate(std::vector<uint32_t>& ids) {
 }
 
 ProcessHandle ScriptedProcesses::open(uint32_t pid, uint32_t& error) {
-    const auto found = table_.find(pid);
-    const bool runs = found != table_.end() && found->second->isAlive;
-    error = runs ? found->second->openError : NativeError::invalidParameter;
+    if (onCall)
+        onCall();
+    const Table& known = traced.contains(pid) ? traced : table_;
+    const auto found = known.find(pid);
+    error = found != known.end() ? found->second->openError : NativeError::invalidParameter;
     if (error != NativeError::success)
         return nullptr;
     auto handle = std::make_unique<PaperHandle>();
@@ -62,6 +68,8 @@ ProcessHandle ScriptedProcesses::open(uint32_t pid, uint32_t& error) {
 }
 
 bool ScriptedProcesses::exitCode(const ProcessHandle& process, uint32_t& code, uint32_t& error) {
+    if (onCall)
+        onCall();
     code = on(process).isAlive ? stillActive : on(process).exitCode;
     if (on(process).isAlive || on(process).knowsExitCode)
         return true;
@@ -224,6 +232,8 @@ private:
 } // namespace
 
 std::unique_ptr<VersionResource> ScriptedVersionResources::open(std::string_view path) {
+    if (onCall)
+        onCall();
     const auto found = entries.find(path);
     return found == entries.end() ? nullptr : std::make_unique<PaperResource>(found->second);
 }

@@ -13,6 +13,7 @@
 #include "support/ScriptedTrace.h"
 
 #include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -37,14 +38,15 @@ public:
     void step(int32_t seconds) { milliseconds_ += int64_t{seconds} * 1000; }
 
     /// From now on each sleep takes a real millisecond, for threads that are to keep step.
-    void keepStep() { keepsStep_ = true; }
+    void keepStep();
+    /// What each sleep waits for. Set while nobody sleeps.
+    std::function<void()> onSleep;
 
     int32_t zoneMinutes = 0; // of the local time, east of Greenwich
 
 private:
     std::atomic<int64_t> milliseconds_{0};
     std::atomic<int64_t> ticks_{0};
-    std::atomic<bool> keepsStep_{false};
 };
 
 /// A process as the test writes it down.
@@ -65,6 +67,8 @@ struct ScriptedProcess {
 
 class ScriptedProcesses : public Processes {
 public:
+    using Table = std::map<uint32_t, std::shared_ptr<ScriptedProcess>>;
+
     explicit ScriptedProcesses(Clock& clock) : clock_(clock) {}
 
     bool enumerate(std::vector<uint32_t>& ids) override;
@@ -85,12 +89,15 @@ public:
     void end(uint32_t pid, uint32_t exitCode);
     ScriptedProcess& at(uint32_t pid) { return *table_.at(pid); }
     bool contains(uint32_t pid) const { return table_.contains(pid); }
-    const std::map<uint32_t, std::shared_ptr<ScriptedProcess>>& table() const { return table_; }
+    const Table& table() const { return table_; }
 
     bool canEnumerate = true;
+    /// What events have told of can be opened, though it has ended, until its end is taken.
+    Table traced;
+    std::function<void()> onCall; // each look at one process passes it
 
 private:
-    std::map<uint32_t, std::shared_ptr<ScriptedProcess>> table_;
+    Table table_;
     uint64_t startCount_ = 0;
     Clock& clock_;
 };
@@ -156,6 +163,7 @@ public:
     void describe(const std::string& path, const std::string& description, const std::string& product);
 
     std::map<std::string, Entry, std::less<>> entries;
+    std::function<void()> onCall;
 };
 
 /// Puts scripted ports in force while it lives. Locks, threads, queues and mailslots stay the system's own.

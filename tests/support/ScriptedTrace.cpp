@@ -22,7 +22,11 @@ void ScriptedEvent::handOver(const KernelTrace::EventCallback& use) const {
     event.timeStamp = (static_cast<uint64_t>(seconds) + secondsBefore1970) * unitsOfSecond;
     event.guid = guid;
     event.payload = payload;
+    if (before)
+        before();
     use(event);
+    if (behind)
+        behind();
 }
 
 uint32_t ScriptedTrace::query(std::string_view, TraceProperties& properties) {
@@ -54,6 +58,8 @@ TraceHandle ScriptedTrace::open(std::string_view, uint32_t& error) {
 
 uint32_t ScriptedTrace::process(const TraceHandle&, const EventCallback& onEvent, const BufferCallback& onBuffer) {
     while (!events.empty() || (runs && !endsWhenRead)) {
+        if (onWait)
+            onWait();
         if (!onBuffer())
             return NativeError::cancelled;
         if (events.empty())

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -44,6 +45,8 @@ struct ScriptedEvent {
     int32_t seconds = 0; // since 1970
     std::vector<uint8_t> payload;
     TraceGuid guid = processGuid;
+    std::function<void()> before{}; // it is handed over
+    std::function<void()> behind{};
 
     /// Calls `use` with it in the form in which it is handed over.
     void handOver(const KernelTrace::EventCallback& use) const;
@@ -70,6 +73,7 @@ public:
     std::string lacking;
     std::deque<ScriptedEvent> events; // what the next reading hands over
     bool endsWhenRead = true;         // the session does, with the last of them
+    std::function<void()> onWait;     // before each question whether to go on
     TraceProperties started;          // what the last start was given
     std::string calls;                // in their order
 };

@@ -1,5 +1,6 @@
 #include "programs/collectors/agent/Win32/Runtally/ProcessRegistry.h"
 
+#include "platform/Clock.h"
 #include "platform/Platform.h"
 #include "platform/Threads.h"
 #include "process/RuntallyMessages.h"
@@ -289,6 +290,29 @@ void ProcessTracking::trackAnew(const ProcessPointer& process) {
     process->setEnd(process->getStart());
     registry().processMap.try_emplace(process->pid(), process);
     selectForMonitoring(process, true);
+}
+
+void ProcessTracking::leaveSources(bool eventsWereActive) {
+    RuntallyState& state = runtallyState();
+    const bool hasEvents = state.settings.eventsActive == 1;
+    if (!hasEvents)
+        endTracing();
+    if (eventsWereActive && !hasEvents)
+        state.eventsDropped = true;
+    if (hasEvents || !state.settings.pollingOn)
+        state.procPoll.forget(); // it holds handles, and what it knows gets old
+    if (!state.settings.pollingOn)
+        state.pollChanges.clear();
+}
+
+void ProcessTracking::giveTrackedUp() {
+    RuntallyState& state = runtallyState();
+    if (const size_t count = state.registry.processMap.size(); count > 0)
+        logger().notice(RuntallyMessage::trackingEnded, std::to_string(count));
+    state.registry.clear();
+    state.procPoll.forget();
+    state.pollChanges.clear();
+    state.lastLook = platform().clock->now();
 }
 
 void ProcessTracking::renewTracked() {

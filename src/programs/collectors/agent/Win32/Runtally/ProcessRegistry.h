@@ -69,6 +69,12 @@ public:
     /// Names the tracked processes, and chooses those to be monitored, as a new configuration says. No worker runs.
     static void renewTracked();
 
+    /// Clears up behind sources of an earlier configuration that aren't in force any more. No worker runs.
+    static void leaveSources(bool eventsWereActive);
+    /// Forgets all processes, for want of a source: nothing would tell of an end, and slices would go on for ever. They
+    /// have had their last one. No worker runs.
+    static void giveTrackedUp();
+
     /// Frees what a lost thread held.
     static void freeLocksOf(uint32_t threadId);
 };

@@ -60,7 +60,6 @@ private:
     bool prepareDirectories();
     void readIntervals();
     bool readSwitch(std::string_view key, bool& value) const;
-    void giveTrackedUp();
     void readPolling();
     void readEventLog();
     void readModules();

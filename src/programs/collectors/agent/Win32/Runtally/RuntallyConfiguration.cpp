@@ -98,8 +98,10 @@ bool Runtally::configureCollector() {
     if (!loadRules() || !prepareThreads())
         return false;
     registerDataFiles();
-    if (!settings().hasSource())
+    if (!settings().hasSource()) {
+        sliceBeforeChange();
         giveTrackedUp();
+    }
     if (const size_t former = std::exchange(judgement_, judgement(conf())); former != judgement_)
         renewTracked();
     return true;
@@ -143,18 +145,6 @@ size_t Runtally::judgement(const ConfReader& configuration) const {
     return std::hash<std::string>()(text);
 }
 
-/// Without a source nothing tells of an end, and slices would go on for ever.
-void Runtally::giveTrackedUp() {
-    RuntallyState& state = runtallyState();
-    sliceBeforeChange();
-    const size_t count = state.registry.processMap.size();
-    if (count > 0)
-        logger().notice(RuntallyMessage::trackingEnded, std::to_string(count));
-    state.registry.clear();
-    state.procPoll.forget();
-    state.pollChanges.clear();
-    state.lastLook = platform().clock->now();
-}
 
 bool Runtally::prepareDirectories() {
     std::string& directory = programState().dataDirectory;
@@ -240,11 +230,7 @@ void Runtally::readEvents() {
     const bool wereActive = settings().eventsActive == 1;
     settings().eventsActive = 0;
     chooseEvents();
-    if (settings().eventsActive == 1)
-        return;
-    endTracing(); // of an earlier configuration; no thread reads it now
-    if (wereActive)
-        runtallyState().eventsDropped = true;
+    leaveSources(wereActive);
 }
 
 void Runtally::chooseEvents() {

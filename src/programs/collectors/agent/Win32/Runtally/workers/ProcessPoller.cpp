@@ -171,6 +171,7 @@ void tellShortage(bool isTableRead, uint32_t unopened) {
 /// Compares the table with the one before; `isTableRead` tells whether it could be had.
 bool pollTable() {
     const uint32_t unopened = Process::unopenedCount();
+    runtallyState().procPoll.dropUntaken(); // of a thread that was ended by force
     const bool isTableRead = runtallyState().procPoll.poll(0);
     tellShortage(isTableRead, Process::unopenedCount() - unopened);
     if (!isTableRead)
