@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034
 # What the scripts share: finding the project, installing what is missing, building.
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -19,11 +20,11 @@ install() {
     "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${missing[@]}" </dev/null >/dev/null
 }
 
-# build PRESET [TARGET...]
+# build PRESET [TARGET...]: in CI a warning is an error.
 build() {
     local preset=$1
     shift
     local targets=()
     [ $# -eq 0 ] || targets=(--target "$@")
-    (cd "$project" && cmake --preset "$preset" >/dev/null && cmake --build --preset "$preset" "${targets[@]}")
+    (cd "$project" && cmake --preset "$preset" ${CI:+-DCMAKE_COMPILE_WARNING_AS_ERROR=ON} >/dev/null && cmake --build --preset "$preset" "${targets[@]}")
 }

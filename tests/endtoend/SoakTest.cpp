@@ -81,7 +81,6 @@ protected:
         chmod(directory_.path().c_str(), 0755);
         std::filesystem::copy_file("/bin/true", program("t"));
         std::filesystem::copy_file("/bin/false", program("f"));
-        std::filesystem::copy_file("/bin/sleep", program("sleep"));
     }
 
     std::string program(const std::string& name) const { return directory_ / (prefix_ + name); }
@@ -112,13 +111,13 @@ protected:
         if (long_.size() >= mostLong)
             return;
         const std::string path = program("l" + std::to_string(++longCount_) + "_");
-        std::filesystem::create_hard_link(program("sleep"), path);
+        std::filesystem::copy_file("/bin/sleep", path);
         long_[spawn(path, std::to_string(7 + random_() % 40))] = path;
     }
 
     void killOne() {
         if (!long_.empty() && random_() % 3 == 0)
-            kill(std::next(long_.begin(), static_cast<long>(random_() % long_.size()))->first, SIGKILL);
+            kill(long_.begin()->first, SIGKILL); // the oldest: polling knows it
     }
 
     void reap() {
@@ -179,9 +178,14 @@ protected:
 
     static bool touch(const std::vector<UsageLine>& slices) {
         for (size_t i = 1; i < slices.size(); ++i)
-            if (slices[i].start != slices[i - 1].end() || slices[i].isFirst || slices[i - 1].exitCode != "none")
+            if (slices[i].start != slices[i - 1].end() || slices[i].isFirst || !isOpenEnd(slices[i - 1], slices.back()))
                 return false;
         return true;
+    }
+
+    /// A slice that is taken when the process has ended, but isn't known to have, bears the code of its end already.
+    static bool isOpenEnd(const UsageLine& slice, const UsageLine& last) {
+        return slice.exitCode == "none" || (slice.exitCode == last.exitCode && last.duration <= 2);
     }
 
     static std::string textOf(const std::vector<UsageLine>& slices) {
@@ -242,9 +246,9 @@ TEST_F(Soak, NothingIsMissingDoubledOrWrongAndNothingGrows) {
     std::this_thread::sleep_for(3s);
     EXPECT_EQ(collector_->stop(), 0);
     judge(accounting.ended(prefix_));
-    std::cout << short_["t"] + short_["f"] << " short processes, " << longCount_ << " long ones; threads " << early.threads << " and "
-              << late.threads << ", descriptors " << early.descriptors << " and " << late.descriptors << ", resident "
-              << early.memory << " and " << late.memory << " KiB\n";
+    std::cout << short_["t"] + short_["f"] << " short processes, " << longCount_ << " long ones; threads "
+              << early.threads << " and " << late.threads << ", descriptors " << early.descriptors << " and "
+              << late.descriptors << ", resident " << early.memory << " and " << late.memory << " KiB\n";
     if (soakTime() > 2 * settlingTime) {
         EXPECT_LE(late.threads, early.threads);
         EXPECT_LE(late.descriptors, early.descriptors + mostLong); // one for each process that it follows
