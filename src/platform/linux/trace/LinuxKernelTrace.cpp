@@ -15,8 +15,7 @@ struct LinuxTrace : NativeTrace {
     std::shared_ptr<TraceSession> session;
 };
 
-void handOver(const TraceQueue::Item& item, std::vector<uint8_t>& payload,
-              const KernelTrace::EventCallback& onEvent) {
+void handOver(const TraceQueue::Item& item, std::vector<uint8_t>& payload, const KernelTrace::EventCallback& onEvent) {
     const TracedProcess& process = *item.process;
     TracePayload::write(payload, process.pid, process.parentPid, process.owner,
                         process.executable.empty() ? lostName : process.executable);

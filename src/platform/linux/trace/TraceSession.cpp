@@ -374,10 +374,9 @@ void TraceSession::apply(const ProcessNotice& notice) {
         book_->ownerChanged(notice.time, notice.pid, notice.other);
         break;
     case ProcessNotice::Kind::exited:
-        if (book_->exited(notice.time, notice.pid, notice.other,
-                          connector_ ? int64_t{exitCodeOf(notice.status)} : ProcessBook::unknownCode) &&
-            rings_)
-            rings_->takeExecuted(notice.pid, 0, notice.time); // nobody will ask for it any more
+        takeUntoldExecution(notice);
+        book_->exited(notice.time, notice.pid, notice.other,
+                      connector_ ? int64_t{exitCodeOf(notice.status)} : ProcessBook::unknownCode);
         break;
     }
 }
@@ -389,6 +388,15 @@ void TraceSession::takeExecution(const ProcessNotice& notice) {
     if (rings_)
         program = rings_->takeExecuted(notice.pid, book_->changedAt(notice.pid), notice.time);
     book_->executed(notice.time, notice.pid, std::move(program.path), program.file);
+}
+
+/// A process that is killed while it executes has begun to run the program, though only the rings tell so.
+void TraceSession::takeUntoldExecution(const ProcessNotice& exited) {
+    SidebandRings::Executed program;
+    if (rings_)
+        program = rings_->takeExecuted(exited.pid, book_->changedAt(exited.pid), exited.time);
+    if (!program.path.empty())
+        book_->executed(program.time, exited.pid, std::move(program.path), program.file);
 }
 
 /// The rings don't tell of a change of the owner.

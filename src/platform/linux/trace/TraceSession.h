@@ -49,6 +49,7 @@ private:
     bool readTable(std::vector<TableEntry>& table);
     void checkOwner(const ProcessNotice& executed);
     void takeExecution(const ProcessNotice& notice);
+    void takeUntoldExecution(const ProcessNotice& exited);
     void run();
     bool pauseUntil(int milliseconds, bool forNews);
     void release();
