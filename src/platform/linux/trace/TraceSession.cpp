@@ -28,6 +28,7 @@ constexpr int readerPriority = -10; // before ordinary programs: what isn't fetc
 constexpr size_t noticesAtOnce = 100000;
 constexpr int64_t comparePause = 100'000'000; // nanoseconds from a loss to the comparison that mends it
 constexpr size_t nameSize = 16;               // of a thread
+constexpr int mostLastRounds = 20;            // while more and more start
 
 int64_t monotonicTime() {
     return KernelClock::now(CLOCK_MONOTONIC);
@@ -254,9 +255,8 @@ void TraceSession::stop() {
         stop_.ring();
         reader_.join();
         // What ends until it has a record of its own is still told by the events.
-        release();
-        round(true);
-        release();
+        for (int i = 0; i < mostLastRounds && release(); ++i)
+            round(true);
     }
     book_->forEach([](const TracedPointer& note) {
         if (note->state == TracedProcess::runs)
@@ -266,11 +266,16 @@ void TraceSession::stop() {
     queue_.wake();
 }
 
-void TraceSession::release() {
-    book_->forEach([this](const TracedPointer& note) {
-        if (note->state == TracedProcess::runs)
-            processes_.release(*note);
+/// Gives what runs a record of its own. False if all had one.
+bool TraceSession::release() {
+    bool anyLacked = false;
+    book_->forEach([&](const TracedPointer& note) {
+        if (note->state != TracedProcess::runs || note->record)
+            return;
+        anyLacked = true;
+        processes_.release(*note);
     });
+    return anyLacked;
 }
 
 void TraceSession::run() {

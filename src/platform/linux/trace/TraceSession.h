@@ -52,7 +52,7 @@ private:
     void takeUntoldExecution(const ProcessNotice& exited);
     void run();
     bool pauseUntil(int milliseconds, bool forNews);
-    void release();
+    bool release();
     void round(bool isLast);
     void fetch();
     void apply(const ProcessNotice& notice);
