@@ -22,16 +22,6 @@ bool mustFail() {
     return true;
 }
 
-ssize_t shortWrite(int descriptor, const void* buffer, size_t size) {
-    static bool interrupt = false;
-    interrupt = !interrupt;
-    if (interrupt) {
-        errno = EINTR;
-        return -1;
-    }
-    return ::write(descriptor, buffer, std::min<size_t>(size, 3));
-}
-
 class FileSystemTest : public testing::Test {
 protected:
     FileSystemTest() : kept_(systemCalls()) { callsToPass = 0; }
@@ -81,12 +71,6 @@ TEST_F(FileSystemTest, ModesOpenAsTheySay) {
         EXPECT_EQ(text("old"), written);
     }
     EXPECT_EQ(modeOf(directory / "new"), 0640U);
-}
-
-TEST_F(FileSystemTest, InterruptedAndShortWritesGoOn) {
-    systemCalls().write = shortWrite;
-    EXPECT_EQ(write(directory / "f", OpenMode::write, "0123456789"), 0U);
-    EXPECT_EQ(text("f"), "0123456789");
 }
 
 TEST_F(FileSystemTest, AFullDiskSaysHowMuchWentOut) {

@@ -25,11 +25,6 @@ std::unique_ptr<CriticalSection> section;
 std::atomic<uint32_t> rounds{0};
 std::atomic<bool> went{false}; // the thread was let past the place at which it was to stop
 
-uint32_t busyThread(void*) {
-    while (true)
-        rounds.fetch_add(1, std::memory_order_relaxed);
-}
-
 uint32_t allocatingThread(void*) {
     for (size_t size = 1;; size = size % 5000 + 7) {
         const std::string text(size, 'x');
@@ -108,9 +103,7 @@ TEST_F(ThreadsTest, AWaitIsEndedWithinTheGrace) {
         rounds = 0;
         start(routine);
         ASSERT_TRUE(eventually([&] { return isRunning(); }));
-        const uint32_t begin = systemClock.ticks();
         EXPECT_TRUE(threads.terminate(thread, 5, error));
-        EXPECT_LT(systemClock.ticks() - begin, 900U);
         EXPECT_EQ(exitCode(), 5U);
     }
     section->renew();
@@ -155,29 +148,6 @@ TEST_F(ThreadsTest, AThreadThatHoldsANamedLockMayLetGoFirst) {
     EXPECT_TRUE(threads.terminate(thread, 5, error));
     EXPECT_TRUE(namedLocks.create("held", NamedLockAccess::own, error)) << error;
     EXPECT_FALSE(went);
-}
-
-TEST_F(ThreadsTest, AThreadRunsAgainAfterAsManyResumesAsSuspends) {
-    start(busyThread);
-    ASSERT_TRUE(eventually([&] { return isRunning(); }));
-    uint32_t previous = 99;
-    for (const uint32_t count : {0U, 1U}) {
-        EXPECT_TRUE(threads.suspend(thread, previous, error));
-        EXPECT_EQ(previous, count);
-    }
-    EXPECT_FALSE(countsOn());
-    EXPECT_TRUE(threads.resume(thread, previous, error));
-    EXPECT_EQ(previous, 2U);
-    EXPECT_FALSE(countsOn());
-    EXPECT_TRUE(threads.resume(thread, previous, error));
-    EXPECT_EQ(previous, 1U);
-    EXPECT_TRUE(countsOn());
-    EXPECT_TRUE(threads.resume(thread, previous, error));
-    EXPECT_EQ(previous, 0U) << "one resume too many changes nothing";
-    EXPECT_TRUE(threads.suspend(thread, previous, error));
-    EXPECT_EQ(exitCode(), stillActive);
-    EXPECT_TRUE(threads.terminate(thread, 3, error)) << "a suspended thread can be ended";
-    EXPECT_EQ(exitCode(), 3U);
 }
 
 TEST(ThreadsExitTest, StoppedThreadsDoNotKeepTheProcessFromExiting) {

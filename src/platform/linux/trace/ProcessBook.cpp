@@ -133,13 +133,13 @@ void ProcessBook::ownerChanged(int64_t time, uint32_t pid, uid_t owner) {
         entry->owner = owner;
 }
 
-bool ProcessBook::exited(int64_t time, uint32_t pid, uint32_t thread, int64_t code) {
+void ProcessBook::exited(int64_t time, uint32_t pid, uint32_t thread, int64_t code) {
     const auto found = entries_.find(pid);
     if (found == entries_.end())
-        return true;
+        return;
     Entry& entry = found->second;
     if (time < entry.knownAt)
-        return false;
+        return;
     --entry.threads;
     // At the end of a process all its threads bear its code, but one that ended before, with 0, may be told of last.
     if (code != 0 || entry.lastCode == unknownCode)
@@ -149,12 +149,11 @@ bool ProcessBook::exited(int64_t time, uint32_t pid, uint32_t thread, int64_t co
     const bool mayBeLast = entry.threads == 0 || (isMain && !entry.isExact);
     if (mayBeLast && (entry.isExact || facts_.hasEnded(pid, entry.startTicks))) {
         end(found, time, entry.lastCode);
-        return true;
+        return;
     }
     entry.threads = std::max(entry.threads, 1U); // one lives
     if (isMain)
         noteLeaderless(pid, entry);
-    return false;
 }
 
 void ProcessBook::doubt(bool isLossy) {

@@ -70,8 +70,8 @@ public:
     /// `path` is empty if nobody told it. An execution that brings no other program replaces nothing.
     void executed(int64_t time, uint32_t pid, std::string path, std::optional<FileIdentity> file = {});
     void ownerChanged(int64_t time, uint32_t pid, uid_t owner);
-    /// A thread of a process has ended, with this exit code. True if the process isn't in the books afterwards.
-    bool exited(int64_t time, uint32_t pid, uint32_t thread, int64_t code);
+    /// A thread of a process has ended, with this exit code.
+    void exited(int64_t time, uint32_t pid, uint32_t thread, int64_t code);
 
     /// Whether something was lost of what is told until the next call: no count of threads can be relied on then.
     void doubt(bool isLossy);

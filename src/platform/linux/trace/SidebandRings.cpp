@@ -182,7 +182,7 @@ void SidebandRings::followProcessors() {
 void SidebandRings::forgetUnasked(int64_t now) {
     for (auto place = executions_.begin(); place != executions_.end();) {
         auto& executions = place->second;
-        while (!executions.empty() && executions.front().time < now - askedWithin)
+        while (!executions.empty() && executions.front().program.time < now - askedWithin)
             executions.pop_front();
         place = executions.empty() ? executions_.erase(place) : std::next(place);
     }
@@ -269,7 +269,7 @@ void SidebandRings::sortIn() {
             continue;
         }
         if (mapping.path.empty()) {
-            executions_[mapping.pid].push_back({mapping.time, {}, false});
+            executions_[mapping.pid].push_back({{mapping.time, {}, {}}, false});
             continue;
         }
         const auto found = executions_.find(mapping.pid);
@@ -298,8 +298,8 @@ SidebandRings::Executed SidebandRings::takeExecuted(uint32_t pid, int64_t after,
     const auto found = executions_.find(pid);
     if (found == executions_.end())
         return last;
-    while (!found->second.empty() && found->second.front().time <= time) {
-        if (found->second.front().time >= after)
+    while (!found->second.empty() && found->second.front().program.time <= time) {
+        if (found->second.front().program.time >= after)
             last = std::move(found->second.front().program);
         found->second.pop_front();
     }

@@ -33,6 +33,7 @@ public:
     void fetch();
 
     struct Executed {
+        int64_t time = 0;
         std::string path; // empty if nobody told it
         std::optional<FileIdentity> file;
     };
@@ -48,7 +49,6 @@ public:
 private:
     struct Ring;
     struct Execution {
-        int64_t time;
         Executed program;
         bool isMapped;
     };

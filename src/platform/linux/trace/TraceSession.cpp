@@ -28,6 +28,7 @@ constexpr int readerPriority = -10; // before ordinary programs: what isn't fetc
 constexpr size_t noticesAtOnce = 100000;
 constexpr int64_t comparePause = 100'000'000; // nanoseconds from a loss to the comparison that mends it
 constexpr size_t nameSize = 16;               // of a thread
+constexpr int mostLastRounds = 20;            // while more and more start
 
 int64_t monotonicTime() {
     return KernelClock::now(CLOCK_MONOTONIC);
@@ -254,9 +255,8 @@ void TraceSession::stop() {
         stop_.ring();
         reader_.join();
         // What ends until it has a record of its own is still told by the events.
-        release();
-        round(true);
-        release();
+        for (int i = 0; i < mostLastRounds && release(); ++i)
+            round(true);
     }
     book_->forEach([](const TracedPointer& note) {
         if (note->state == TracedProcess::runs)
@@ -266,11 +266,16 @@ void TraceSession::stop() {
     queue_.wake();
 }
 
-void TraceSession::release() {
-    book_->forEach([this](const TracedPointer& note) {
-        if (note->state == TracedProcess::runs)
-            processes_.release(*note);
+/// Gives what runs a record of its own. False if all had one.
+bool TraceSession::release() {
+    bool anyLacked = false;
+    book_->forEach([&](const TracedPointer& note) {
+        if (note->state != TracedProcess::runs || note->record)
+            return;
+        anyLacked = true;
+        processes_.release(*note);
     });
+    return anyLacked;
 }
 
 void TraceSession::run() {
@@ -374,10 +379,9 @@ void TraceSession::apply(const ProcessNotice& notice) {
         book_->ownerChanged(notice.time, notice.pid, notice.other);
         break;
     case ProcessNotice::Kind::exited:
-        if (book_->exited(notice.time, notice.pid, notice.other,
-                          connector_ ? int64_t{exitCodeOf(notice.status)} : ProcessBook::unknownCode) &&
-            rings_)
-            rings_->takeExecuted(notice.pid, 0, notice.time); // nobody will ask for it any more
+        takeUntoldExecution(notice);
+        book_->exited(notice.time, notice.pid, notice.other,
+                      connector_ ? int64_t{exitCodeOf(notice.status)} : ProcessBook::unknownCode);
         break;
     }
 }
@@ -389,6 +393,15 @@ void TraceSession::takeExecution(const ProcessNotice& notice) {
     if (rings_)
         program = rings_->takeExecuted(notice.pid, book_->changedAt(notice.pid), notice.time);
     book_->executed(notice.time, notice.pid, std::move(program.path), program.file);
+}
+
+/// A process that is killed while it executes has begun to run the program, though only the rings tell so.
+void TraceSession::takeUntoldExecution(const ProcessNotice& exited) {
+    SidebandRings::Executed program;
+    if (rings_)
+        program = rings_->takeExecuted(exited.pid, book_->changedAt(exited.pid), exited.time);
+    if (!program.path.empty())
+        book_->executed(program.time, exited.pid, std::move(program.path), program.file);
 }
 
 /// The rings don't tell of a change of the owner.

@@ -49,9 +49,10 @@ private:
     bool readTable(std::vector<TableEntry>& table);
     void checkOwner(const ProcessNotice& executed);
     void takeExecution(const ProcessNotice& notice);
+    void takeUntoldExecution(const ProcessNotice& exited);
     void run();
     bool pauseUntil(int milliseconds, bool forNews);
-    void release();
+    bool release();
     void round(bool isLast);
     void fetch();
     void apply(const ProcessNotice& notice);
