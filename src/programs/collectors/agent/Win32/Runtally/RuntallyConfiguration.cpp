@@ -145,7 +145,6 @@ size_t Runtally::judgement(const ConfReader& configuration) const {
     return std::hash<std::string>()(text);
 }
 
-
 bool Runtally::prepareDirectories() {
     std::string& directory = programState().dataDirectory;
     const std::string install = installDirectory();
