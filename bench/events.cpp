@@ -145,6 +145,7 @@ class Tracing {
 public:
     explicit Tracing(const std::string& directory) : record_("EventTracer", 0) {
         LoggerUnit::setDebugLevel(0);
+        resetRuntallyState();
         RuntallyState& state = runtallyState();
         state.exeFinder = std::make_unique<ExeFinder>(SmartPointer<LoggerUnit>());
         state.settings.eventsActive = 1;
@@ -156,7 +157,6 @@ public:
         setenv("VELMOR_RESOURCES", (directory + "resources.toml").c_str(), 1);
         std::ofstream(directory + "rules") << "include datatype=*\n";
         std::string error;
-        state.includeExclude.clear();
         state.includeExclude.load(directory + "rules", error);
         Process::setLogger({});
         registerLogFile(directory + "ProcessLog", "process", TimeSpan(), false, Runtally::dumpAll);
@@ -170,9 +170,7 @@ public:
         programState().quitFlag = 1;
         thread_.join();
         deliverAll(true);
-        logFileRegistry().clear();
-        runtallyState().registry.processMap.clear();
-        runtallyState().registry.endedProcessMap.clear();
+        resetRuntallyState();
     }
 
 private:

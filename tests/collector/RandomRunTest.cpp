@@ -21,7 +21,7 @@
 namespace Velmor {
 
 namespace {
-constexpr int stepsOfRun = 500;
+constexpr int stepsOfRun = 300;
 constexpr int longestInterval = 5; // seconds between polls
 
 /// A thread's forced end. Unlike the true one it unwinds, which frees the locks as the supervisor would.

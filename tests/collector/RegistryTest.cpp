@@ -124,21 +124,6 @@ TEST(RegistryOfManyTest, AnEndThatCameFirstMeetsItsStart) {
     }
 }
 
-TEST_F(RegistryTest, WhatEndedWhileEventsWereGivenUpForPollingHasItsRecord) {
-    for (const uint32_t pid : {7U, 8U}) {
-        collector.os.processes.start(pid, cad);
-        collector.report(pid, ProcessState::started, now());
-    }
-    collector.os.clock.advance(30);
-    collector.os.processes.end(7, 0);
-    runtallyState().eventsDropped = true;
-    collector.poll();
-    EXPECT_FALSE(collector.tracked().contains(7));
-    EXPECT_TRUE(collector.tracked().contains(8));
-    ASSERT_EQ(collector.records().size(), 1U);
-    EXPECT_EQ(collector.records()[0].duration, 30);
-}
-
 TEST_F(RegistryTest, WithoutHandlesThePollEndsWhatItHoldsAndSaysSoOnce) {
     const CapturedLog log(1);
     for (const uint32_t pid : {7U, 8U, 9U})

@@ -297,8 +297,7 @@ void ProcessTracking::leaveSources(bool eventsWereActive) {
     const bool hasEvents = state.settings.eventsActive == 1;
     if (!hasEvents)
         endTracing();
-    if (eventsWereActive && !hasEvents)
-        state.eventsDropped = true;
+    state.eventsDropped = !hasEvents && (eventsWereActive || state.eventsDropped); // a new tracer finds what has ended
     if (hasEvents || !state.settings.pollingOn)
         state.procPoll.forget(); // it holds handles, and what it knows gets old
     if (!state.settings.pollingOn)

@@ -155,8 +155,6 @@ void awaitTable(EventReader& reader) {
 /// last look at it.
 void enterRunning() {
     const int32_t lastLook = runtallyState().lastLook;
-    if (lastLook != 0 && !Runtally::endUnseen())
-        logger().debug(1, "eventTracer: What has ended can't be found.");
     if (addRunningProcesses(lastLook != 0 ? lastLook : runtallyState().programStart))
         return;
     logger().debug(1, "eventTracer: addProcess failed.");
@@ -200,6 +198,8 @@ bool trace(uint32_t& result) {
     // the poller's first round the poller enters what runs.
     const bool isNew = !state.tracer;
     const bool isToEnter = isNew && (!runtallyState().settings.pollingOn || runtallyState().polledOnce);
+    if (isNew && runtallyState().lastLook != 0 && !Runtally::endUnseen())
+        logger().debug(1, "eventTracer: What has ended can't be found.");
     if (isToEnter)
         enterRunning();
     logger().debug(1, "Trying to start Native event tracer...");

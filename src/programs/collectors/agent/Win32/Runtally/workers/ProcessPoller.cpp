@@ -119,12 +119,17 @@ TimeSpan halfInterval() {
     return TimeSpan(runtallyState().settings.pollInterval.getSeconds() / 2);
 }
 
-/// What started is dated by half an interval, but not before the end of what another source has seen, nor before the
-/// start that the system tells.
-void dateStarts(std::vector<ProcessPointer>& changes) {
-    for (const ProcessPointer& change : changes)
-        if (change->getState() == ProcessState::started)
-            change->startNotBefore(DateTime(runtallyState().lastLook));
+/// Changes are dated back by half an interval; but what has ended was there at the last look, and what a round that
+/// takes over from another source enters was not, nor before the start that the system tells.
+void dateChanges(std::vector<ProcessPointer>& changes, bool isTakingOver) {
+    const DateTime lastLook(runtallyState().lastLook);
+    const bool isSetBack = DateTime() < lastLook;
+    for (const ProcessPointer& change : changes) {
+        if (change->getState() != ProcessState::started && change->getEnd() < lastLook && !isSetBack)
+            change->setEnd(lastLook);
+        if (change->getState() == ProcessState::started && isTakingOver)
+            change->startNotBefore(lastLook);
+    }
 }
 
 /// The poll's objects are the registry's as well by now, and this dates them. False if the next round has to find them.
@@ -139,8 +144,7 @@ bool takeChanges() {
         return false;
     }
     state.procPoll.getPollData(changes, halfInterval());
-    if (isTakingOver)
-        dateStarts(changes);
+    dateChanges(changes, isTakingOver);
     if (!changes.empty())
         logger().debug(5, "Polling process table. Got %i changes since last time.", changes.size());
     state.pollChanges.take(std::move(changes));
@@ -152,6 +156,7 @@ void reportEndedByHandle() {
     std::vector<ProcessPointer> changes;
     if (const RegistryHold hold("procPoll"); hold)
         runtallyState().procPoll.takeEnded(changes, halfInterval());
+    dateChanges(changes, false);
     runtallyState().pollChanges.take(std::move(changes));
     reportChanges();
 }
