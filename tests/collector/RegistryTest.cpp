@@ -147,6 +147,21 @@ TEST_F(RegistryTest, WithoutHandlesThePollEndsWhatItHoldsAndSaysSoOnce) {
     EXPECT_EQ(collector.tracked().at(20)->getAccount(), "\\\\PC17\\bob");
 }
 
+TEST_F(RegistryTest, WhatAPollSawBetweenForkAndExecutionBearsTheProgramThatItBecame) {
+    collector.os.processes.start(6, "/apps/other");
+    collector.poll();
+    ScriptedProcess& process = collector.os.processes.start(7, "/bin/sh");
+    collector.os.clock.advance(2);
+    collector.poll();
+    EXPECT_TRUE(collector.tracked().contains(7));
+    process.path = "/apps/cad";
+    collector.report(7, ProcessState::started, now());
+    collector.os.clock.advance(5);
+    collector.report(7, ProcessState::ended, now());
+    ASSERT_EQ(collector.records().size(), 1U);
+    EXPECT_EQ(collector.records()[0].executable, "cad");
+}
+
 TEST_F(RegistryTest, AProcessThatEndsWhileItWaitsForItsNameHasItsRecordAndFreesItsId) {
     collector.os.processes.start(10, cad).modulesFail = 1000;
     collector.poll();

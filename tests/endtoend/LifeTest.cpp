@@ -117,7 +117,7 @@ TEST(LifeEndToEnd, CommandsAreObeyedUnderLoad) {
     const std::vector<Slice> slices = slicesOf(collector, "throughout");
     EXPECT_EQ(slices.size(), 3U);
     expectTouching(slices);
-    EXPECT_EQ(collector.control("info").substr(0, 2), "1 ") << "nobody listens";
+    EXPECT_EQ(collector.control("info").substr(0, 2), "3 ") << "nobody listens";
 }
 
 TEST(LifeEndToEnd, PrimeTimeIdValuesAndTheEventLogShowForARealProcess) {

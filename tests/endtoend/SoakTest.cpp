@@ -220,11 +220,12 @@ TEST_F(Soak, NothingIsMissingDoubledOrWrongAndNothingGrows) {
     Source source = Source::events;
     while (SteadyClock::now() < end && !HasFatalFailure()) {
         for (int i = 0; i < 4; ++i) {
-            startLong();
-            if (source != Source::polling)
+            if (source != Source::polling) { // which misses short ones, and knows no execution from the fork before it
+                startLong();
                 runShort(400ms);
-            else
+            } else {
                 usleep(400000);
+            }
             killOne();
             reap();
         }
@@ -250,7 +251,7 @@ TEST_F(Soak, NothingIsMissingDoubledOrWrongAndNothingGrows) {
               << early.threads << " and " << late.threads << ", descriptors " << early.descriptors << " and "
               << late.descriptors << ", resident " << early.memory << " and " << late.memory << " KiB\n";
     if (soakTime() > 2 * settlingTime) {
-        EXPECT_LE(late.threads, early.threads);
+        EXPECT_LE(late.threads, early.threads + 1);                // one more or less by the sources that are on
         EXPECT_LE(late.descriptors, early.descriptors + mostLong); // one for each process that it follows
         EXPECT_LE(late.memory, early.memory * memoryGrowth);
     }

@@ -72,9 +72,10 @@ public:
     /// The look alone, in two phases that alternate: ask, and check for answers. False if a worker isn't well.
     bool monitorThreads();
 
-    /// Listens for commands. False if that can't be.
     /// Sends the core service what it could not take before.
     void forwardWaiting();
+
+    /// Listens for commands, and tells of them. False if that can't be.
     bool startIPCServer(std::string_view name, IPCListener& told);
 
     /// Ends the listening; nothing if there is none.

@@ -66,13 +66,18 @@ ProcessPointer findPredecessor(const ProcessPointer& process) {
     return another ? known->second : ProcessPointer();
 }
 
-/// Gives up an entry that was gone when somebody looked at it, and whose start is being told by now: nothing else can
-/// have been said of it.
-void dropLost(const ProcessPointer& process) {
+/// Gives up an entry that somebody looked at too late or too early, and whose start is being told by now: one that was
+/// gone, or one between its fork and its execution, which bears the program of its parent. Nothing has been recorded of
+/// it.
+void dropUntimely(const ProcessPointer& process) {
     const auto known = registry().processMap.find(process->pid());
     const auto isLost = [](const Process& other) { return other.getExecutable() == Process::lostText; };
-    if (known != registry().processMap.end() && isLost(*known->second) && !known->second->isLogged() &&
-        !isLost(*process))
+    if (known == registry().processMap.end() || known->second->isLogged() || isLost(*process))
+        return;
+    const Process& entry = *known->second;
+    const bool isForked = entry.isSameProcess(*process) && !entry.isExecutableUnknown() &&
+                          !process->isExecutableUnknown() && entry.getExecutable() != process->getExecutable();
+    if (isLost(entry) || isForked)
         ProcessTracking::removeProcess(process->pid());
 }
 
@@ -204,7 +209,7 @@ bool ProcessTracking::addProcess(const ProcessPointer& process) {
         const RegistryHold hold("addProcess");
         if (!hold)
             return false;
-        dropLost(process);
+        dropUntimely(process);
         if (const ProcessPointer predecessor = findPredecessor(process))
             endPredecessor(predecessor, process);
         const bool isNew = registry().processMap.try_emplace(pid, process).second;

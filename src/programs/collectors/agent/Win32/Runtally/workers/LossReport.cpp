@@ -34,6 +34,7 @@ void LossReport::ask() {
     const uint64_t lost = KernelTracer::eventsLost();
     if (lost < lost_) // a new session counts anew
         reported_ = 0;
+    (lost == reported_ ? complete_ : lastSeen_).setNow();
     lost_ = lost;
 }
 
@@ -41,8 +42,10 @@ void LossReport::tell() {
     if (lost_ == reported_)
         return;
     runtallyState().logger.warning(RuntallyMessage::eventsLost, std::to_string(lost_ - reported_),
-                                   std::to_string(lost_));
+                                   std::to_string(lost_), complete_.toString(false, false),
+                                   lastSeen_.toString(false, false));
     reported_ = lost_;
+    complete_ = lastSeen_;
     lastReport_ = platform().clock->ticks();
 }
 
