@@ -29,6 +29,8 @@ uint32_t allocatingThread(void*) {
     for (size_t size = 1;; size = size % 5000 + 7) {
         const std::string text(size, 'x');
         rounds.fetch_add(text.empty() ? 0 : 1, std::memory_order_relaxed);
+        for (int i = 0; i < 200; ++i) // code of its own, in which it can be stopped, also between a sanitizer's
+            asm volatile("");
     }
 }
 
@@ -98,7 +100,7 @@ TEST_F(ThreadsTest, AThreadRunsUnderTheIdThatItsMakerGotAndLeavesItsCode) {
 TEST_F(ThreadsTest, AWaitIsEndedWithinTheGrace) {
     section->enter(); // not given back
     const auto threadCount = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); };
-    const auto before = threadCount();
+    [[maybe_unused]] const auto before = threadCount();
     for (const ThreadRoutine routine : {sleepingThread, waitingThread, enteringThread}) {
         rounds = 0;
         start(routine);
