@@ -65,6 +65,9 @@ TEST(UsageFile, DamagedRecordsAreNamedByLineAndTheNextOnesAreRead) {
              Case{good + identity + good, 2, {"line 3: the record is damaged"}},
              Case{identity + "2:5\n" + good, 1, {"line 1: the record is damaged"}},
              Case{record("\\\\D\\bob", "soon", "1:5") + good, 1, {"line 1: the record is damaged"}},
+             Case{record("\\\\D\\bob", "99999999999999999999", "1:5") + good, 1, {"line 1: the record is damaged"}},
+             Case{record("\\\\D\\bob", "-1", "1:5") + good, 1, {"line 1: the record is damaged"}},
+             Case{record("\\\\D\\bob", "0", "1:-5") + good, 1, {"line 1: the record is damaged"}},
              Case{lead + ":0:vim\n1:5\n" + good, 1, {"line 1: the record is damaged"}},
          }) {
         const UsageFile file = parse(text);

@@ -1,5 +1,7 @@
 #include "programs/runtallyctl/UsageFile.h"
 
+#include "records/RecordFormat.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -8,38 +10,23 @@
 namespace Velmor {
 
 namespace {
-constexpr std::string_view fieldHead = ":0:";
-constexpr std::string_view usageKind = "31";
+using namespace RecordFormat;
+using Fields = std::array<std::string_view, usageFieldCount>;
 
-/// The parts of a usage record's first line.
-enum Field : size_t {
-    head,
-    domain,
-    computer,
-    architecture,
-    system,
-    executableName,
-    application,
-    executableDirectory,
-    timeClass,
-    account,
-    exitCode,
-    fieldCount
-};
-using Fields = std::array<std::string_view, fieldCount>;
-
+/// No number of a record is negative.
 bool readNumber(std::string_view text, int64_t& number) {
     const char* end = text.data() + text.size();
-    return !text.empty() && std::from_chars(text.data(), end, number).ptr == end;
+    const auto [rest, failure] = std::from_chars(text.data(), end, number);
+    return failure == std::errc() && rest == end && number >= 0;
 }
 
 /// Takes the text up to the first head of a field off the front of `rest`; false if there is none.
 bool takeField(std::string_view& rest, std::string_view& field) {
-    const size_t end = rest.find(fieldHead);
+    const size_t end = rest.find(separator);
     if (end == std::string_view::npos)
         return false;
     field = rest.substr(0, end);
-    rest.remove_prefix(end + fieldHead.size());
+    rest.remove_prefix(end + separator.size());
     return true;
 }
 
@@ -48,18 +35,18 @@ bool splitIdentity(std::string_view line, Fields& fields) {
     for (size_t i = head; i < account; ++i)
         if (!takeField(line, fields[i]))
             return false;
-    const size_t end = line.rfind(fieldHead);
+    const size_t end = line.rfind(separator);
     if (end == std::string_view::npos)
         return false;
     fields[account] = line.substr(0, end);
-    fields[exitCode] = line.substr(end + fieldHead.size());
+    fields[exitCode] = line.substr(end + separator.size());
     return true;
 }
 
 bool readIdentity(std::string_view line, UsageEntry& entry) {
     Fields fields;
     int64_t code = 0;
-    if (!splitIdentity(line, fields) || !(fields[exitCode] == "none" || readNumber(fields[exitCode], code)))
+    if (!splitIdentity(line, fields) || !(fields[exitCode] == running || readNumber(fields[exitCode], code)))
         return false;
     const std::string_view start = fields[head].substr(2);
     if (!readNumber(start.substr(0, start.find(':')), entry.start))
@@ -74,16 +61,16 @@ bool readIdentity(std::string_view line, UsageEntry& entry) {
 }
 
 bool readMeasure(std::string_view line, UsageEntry& entry) {
-    if (!line.starts_with("1:") && !line.starts_with("0:"))
+    if (!line.starts_with(first) && !line.starts_with(further))
         return false;
-    entry.isFirst = line.front() == '1';
+    entry.isFirst = line.starts_with(first);
     return readNumber(line.substr(2), entry.duration);
 }
 
 /// The kind of the record that a line begins; empty if it begins none.
 std::string_view kindOf(std::string_view line) {
-    const auto start = line.substr(0, line.find(fieldHead));
-    if (start.size() == line.size() || !start.starts_with("1:") || std::count(start.begin(), start.end(), ':') != 2)
+    const auto start = line.substr(0, line.find(separator));
+    if (start.size() == line.size() || !start.starts_with(opening) || std::count(start.begin(), start.end(), ':') != 2)
         return {};
     return start.substr(start.rfind(':') + 1);
 }
@@ -142,7 +129,7 @@ private:
             cutOffTold_ = true;
             return false;
         }
-        if (kindOf(identity) != usageKind) {
+        if (kindOf(identity) != std::to_string(usage)) {
             ++file_.others;
             return lines_.next(line_);
         }

@@ -5,9 +5,9 @@
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/records/ModuleRecordWriter.h"
 #include "programs/collectors/agent/Win32/Runtally/records/PerformanceRecord.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
-#include "programs/collectors/agent/Win32/Runtally/workers/ModulePoller.h"
 
 namespace Velmor {
 

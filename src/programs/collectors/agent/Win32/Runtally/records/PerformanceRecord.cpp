@@ -10,8 +10,9 @@
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
-#include "programs/collectors/agent/Win32/Runtally/records/UsageRecord.h"
+#include "programs/collectors/agent/Win32/Runtally/records/RecordText.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/PerformanceMonitor.h"
+#include "records/RecordFormat.h"
 #include "rules/PrimeTime.h"
 
 #include <cstdlib>
@@ -19,7 +20,6 @@
 namespace Velmor {
 
 namespace {
-constexpr int32_t performanceRecord = 87;
 constexpr int32_t memoryInterval = 3600; // seconds between two looks at the machine's memory
 constexpr uint32_t bytesOfMb = 1048576;
 constexpr uint32_t bitsOfMb = 20;
@@ -157,7 +157,7 @@ bool isWanted(const Process& process, const PerformanceFigures& figures) {
 
 std::string identityLine(const Process& process, uint32_t exitCode) {
     const StaticInfo& machine = programState().staticInfo;
-    std::string line = RecordText::opening(process.getStart().getSeconds(), performanceRecord);
+    std::string line = RecordText::opening(process.getStart().getSeconds(), RecordFormat::performance);
     RecordText::addField(line, "undef");
     RecordText::addField(line, process.getAccount());
     RecordText::addField(line, Process::getLocalComputerName());

@@ -7,49 +7,17 @@
 #include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 #include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
-#include "programs/collectors/agent/Win32/Runtally/records/UsageRecord.h"
-#include "rules/PrimeTime.h"
+#include "programs/collectors/agent/Win32/Runtally/records/ModuleRecordWriter.h"
 #include "shared/library/common/files/FileOps.h"
 #include "shared/library/common/time/Timer.h"
 
 namespace Velmor {
 
 namespace {
-constexpr int32_t moduleRecord = 53;
 const WorkerPace pace{TimeSpan(30), 250, false};
-constexpr const char* moduleDataType = "module";
 
 const Logger& logger() {
     return runtallyState().logger;
-}
-
-bool passesFilter(const ModuleRecord& module) {
-    const bool wanted = runtallyState().moduleFilter.isWanted(Process::getLocalComputerName(), module.name);
-    logger().debug(
-        5, wanted ? "   \"%s\" matches a filter. Logging." : "   \"%s\" does not match any filter. Not logging.",
-        module.name);
-    return wanted;
-}
-
-bool isWanted(const Process& process, const ModuleRecord& module) {
-    RuleFacts facts(RuleKey::datatype, moduleDataType);
-    facts.setText(RuleKey::exe, process.getExecutable());
-    facts.setText(RuleKey::app, process.getApplication());
-    facts.setNumber(RuleKey::duration, DateTime().getSeconds() - module.firstSeen);
-    facts.setText(RuleKey::module, module.name);
-    setUserFacts(facts, process.getUser());
-    return isIncluded("logModule", "Module", facts);
-}
-
-std::string identityLine(const Process& process, const ModuleRecord& module) {
-    std::string line = RecordText::head(module.firstSeen, moduleRecord);
-    RecordText::addField(line, module.name);
-    RecordText::addPlainField(line, RecordText::executableName(process));
-    RecordText::addPlainField(line, process.getApplication());
-    RecordText::addPlainField(line, RecordText::executableDirectory(process));
-    RecordText::addField(line, getClassText(process.getStart()));
-    RecordText::addField(line, process.getAccount());
-    return line;
 }
 
 void logUnloaded(const ProcessPointer& process, const std::atomic<int32_t>& report) {
@@ -74,13 +42,6 @@ void pollInRounds(ThreadRecord& record) {
     });
 }
 } // namespace
-
-void logModule(const ProcessPointer& process, const ModuleRecord& module) {
-    if (!passesFilter(module) || !isWanted(*process, module))
-        return;
-    writeToDataFile(moduleDataType,
-                    identityLine(*process, module) + "\n1:" + std::to_string(module.lastSeen - module.firstSeen));
-}
 
 void modPoll(const std::atomic<int32_t>& report) {
     logger().debug(5, "Polling modules...");
