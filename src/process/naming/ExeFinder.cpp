@@ -63,6 +63,11 @@ void ExeFinder::setMappings(const ApplicationMappings& mappings) {
     mappings_ = mappings;
 }
 
+void ExeFinder::forget() {
+    const MonopolyHold hold(access_);
+    stored_.clear();
+}
+
 std::string ExeFinder::find(const std::string& executable, bool isHere) {
     if (executable.empty() || executable.front() == '\0')
         return "[UNDEFINED]";

@@ -28,6 +28,9 @@ public:
     /// the name that they have.
     void setMappings(const ApplicationMappings& mappings);
 
+    /// Forgets what was learned: each file is examined anew.
+    void forget();
+
     /// The lock of the maps, for the repair after a lost thread.
     Monopoly& lock() { return access_; }
 

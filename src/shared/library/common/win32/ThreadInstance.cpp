@@ -89,8 +89,7 @@ int32_t ThreadInstance::stop() {
 }
 
 void ThreadInstance::waitForEnd() {
-    for (uint32_t waited = 0; waited < stopLimit && getStatus() == JobStatus::running; waited += stopStep)
-        Timer::sleep(stopStep);
+    Timer::waitUntil(stopLimit, stopStep, [this] { return getStatus() != JobStatus::running; });
 }
 
 int32_t ThreadInstance::getStatus() {

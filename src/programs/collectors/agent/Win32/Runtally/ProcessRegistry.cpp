@@ -305,7 +305,8 @@ void ProcessTracking::leaveSources(bool eventsWereActive) {
     state.eventsDropped = !hasEvents && (eventsWereActive || state.eventsDropped); // a new tracer finds what has ended
     if (hasEvents || !state.settings.pollingOn)
         state.procPoll.forget(); // it holds handles, and what it knows gets old
-    if (!state.settings.pollingOn)
+    // A new session begins with a look of its own, which finds what a poll has left unreported.
+    if ((hasEvents && !eventsWereActive) || !state.settings.pollingOn)
         state.pollChanges.clear();
 }
 

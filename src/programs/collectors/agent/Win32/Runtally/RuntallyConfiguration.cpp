@@ -270,6 +270,7 @@ bool Runtally::prepareExeFinder() {
     std::unique_ptr<ExeFinder>& finder = runtallyState().exeFinder;
     if (finder) {
         loadApplicationMappings(); // which may have changed
+        finder->forget();
         return true;
     }
     logger().debug(1, "Creating ExeFinder...");
@@ -293,6 +294,7 @@ void Runtally::loadApplicationMappings() {
     name += mappingsFile;
     if (!FileOps::exists(name)) {
         logger().debug(1, "File \"%s\" does not exist. Cannot load mappings.", name);
+        runtallyState().exeFinder->setMappings({});
         return;
     }
     try {
