@@ -130,7 +130,7 @@ private:
             rings_->fetch();
             for (const ProcessNotice& notice : notices)
                 if (notice.kind == ProcessNotice::Kind::exited)
-                    rings_->takeExecuted(notice.pid, notice.time);
+                    rings_->takeExecuted(notice.pid, 0, notice.time);
         }
     }
 

@@ -137,8 +137,9 @@ protected:
         else
             collector_->control("reconfigure");
         ASSERT_TRUE(becomesReady()) << "it takes a configuration over";
-        if (source != Source::polling)
+        if (source != Source::polling) {
             ASSERT_TRUE(collector_->awaitLog("Native event tracer is now running."));
+        }
     }
 
     bool becomesReady() {
@@ -229,8 +230,9 @@ TEST_F(Soak, NothingIsMissingDoubledOrWrongAndNothingGrows) {
             killOne();
             reap();
         }
-        if (random_() % 3 == 0)
+        if (random_() % 3 == 0) {
             EXPECT_TRUE(collector_->control("dump").starts_with("0 "));
+        }
         source = static_cast<Source>(random_() % 3);
         change(source);
         if (early.threads == 0 &&
