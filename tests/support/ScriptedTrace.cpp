@@ -106,10 +106,12 @@ SchemaClass& ScriptedSchema::addEventClass(const std::string& path, std::string_
 
 SchemaClass& ScriptedSchema::addTypeClass(const std::string& above, const std::string& path,
                                           std::vector<int32_t> types) {
-    SchemaQualifier qualifier{"EventType", types.front()};
+    classes_.push_back(std::make_unique<SchemaClass>(SchemaClass{path, {}, {}}));
+    auto& qualifiers = classes_.back()->qualifiers;
     if (types.size() > 1)
-        qualifier.value = std::move(types);
-    classes_.push_back(std::make_unique<SchemaClass>(SchemaClass{path, {std::move(qualifier)}, {}}));
+        qualifiers.push_back({"EventType", std::move(types)});
+    else
+        qualifiers.push_back({"EventType", types.front()});
     below_[above].push_back(classes_.back().get());
     return *classes_.back();
 }
