@@ -58,9 +58,8 @@ bool FileOps::move(std::string_view from, std::string_view to, bool replace) {
 std::vector<bool> FileOps::moveTogether(const std::vector<FileMove>& moves) {
     std::vector<uint32_t> errors;
     fileSystem().moveTogether(moves, errors);
-    std::vector<bool> done;
-    for (const uint32_t error : errors)
-        done.push_back(error == 0);
+    std::vector<bool> done(errors.size());
+    std::transform(errors.begin(), errors.end(), done.begin(), [](uint32_t error) { return error == 0; });
     return done;
 }
 
