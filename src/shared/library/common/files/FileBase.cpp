@@ -63,6 +63,15 @@ void FileBase::removeOwnFile() {
         FileUtils::remove(name_, true);
 }
 
+void FileBase::abandon() {
+    const bool isReleased = !lock_ || lock_->release();
+    removeOwnFile();
+    becomeClosed();
+    dropSafeWrite();
+    if (!isReleased)
+        throw FileException(FL_CANNOT_UNLOCK, name_, __FILE__, __LINE__);
+}
+
 void FileBase::cleanUp() {
     releaseLock();
     removeOwnFile();

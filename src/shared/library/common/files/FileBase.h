@@ -90,6 +90,8 @@ protected:
     void releaseLock();
     /// Marks the object closed.
     void becomeClosed();
+    /// Gives up what was written, once the stream is closed, and marks the object closed. Throws FL_CANNOT_UNLOCK.
+    void abandon();
     /// Deletes the real file if it was the lock that had brought it into being.
     void removeOwnFile();
     /// Moves the ".tmp" file onto its final name. Throws FL_RENAME with `description`, or FL_CANNOT_CLOSE if closing

@@ -124,10 +124,7 @@ void FileGZ::abort() {
     if (!isOpen())
         return;
     const bool complete = closeStream();
-    releaseLock();
-    removeOwnFile();
-    becomeClosed();
-    dropSafeWrite();
+    abandon();
     if (!complete)
         throw FileException(FL_CANNOT_CLOSE, name_, __FILE__, __LINE__);
 }

@@ -94,12 +94,7 @@ void FilePlain::abort() {
     if (!isOpen())
         return;
     file_.close();
-    const bool isReleased = !lock_ || lock_->release();
-    removeOwnFile();
-    becomeClosed();
-    dropSafeWrite();
-    if (!isReleased)
-        throw FileException(FL_CANNOT_UNLOCK, name_, __FILE__, __LINE__);
+    abandon();
 }
 
 void FilePlain::requireOpen() const {
