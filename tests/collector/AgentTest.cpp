@@ -4,7 +4,7 @@
 
 #include "programs/collectors/agent/Win32/IpcCommands.h"
 #include "rules/PrimeTime.h"
-#include "shared/library/common/win32/MailSlot.h"
+#include "shared/library/common/ipc/MailSlot.h"
 #include "support/Eventually.h"
 #include "support/RuntimeFixture.h"
 

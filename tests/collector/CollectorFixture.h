@@ -7,7 +7,8 @@
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/ProcessPoller.h"
 
 #include <gtest/gtest.h>
 
@@ -25,7 +26,7 @@ public:
     Collector& operator=(const Collector&) = delete;
     ~Collector();
 
-    void poll() { Runtally::procPoll(); }
+    void poll() { procPoll(); }
     void deliver() { deliverAll(false); }
     void setPollInterval(int32_t seconds) { runtallyState().settings.pollInterval = TimeSpan(seconds); }
     /// Tracks a process as a source of events would report it.

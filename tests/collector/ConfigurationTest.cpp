@@ -55,7 +55,7 @@ TEST_F(ConfigurationTest, ANewConfigurationJudgesAndNamesWhatComesBehindIt) {
     Runtally collector("dummy");
     ASSERT_TRUE(collector.configure());
     os.processes.start(7, "/usr/bin/cad");
-    Runtally::procPoll();
+    procPoll();
     const int32_t start = runtallyState().registry.processMap.at(7)->getStart().getSeconds();
     struct Case {
         const char* what;
