@@ -87,9 +87,15 @@ public:
 
     /// Closes; false if the system only now reports that earlier writes were lost.
     virtual bool close(uint32_t& error) = 0;
+
+    /// Gives the file away as a descriptor of the C library, which whoever takes it closes; -1 if there is none. A
+    /// system whose files have handles of another kind makes one from that.
+    virtual int release() = 0;
 };
 
-/// Files and directories by path. `\` and `/` both separate. Names are exact where the system tells cases apart.
+/// Files and directories by path. `\` and `/` both separate. Names are exact where the system tells cases apart. What
+/// is made can be read by its owner and its group, and by nobody else; on a system with access lists, by the user that
+/// the program runs as and by administrators.
 class FileSystem {
 public:
     virtual ~FileSystem() = default;
@@ -138,9 +144,6 @@ public:
     virtual bool deviceOfDrive(std::string_view drive, std::string& device) = 0;
 
     virtual bool environment(std::string_view name, std::string& value) = 0;
-
-    /// The path as the system's own libraries take it.
-    virtual std::string nativePath(std::string_view path) = 0;
 
     /// True where a path may come with shortened components, so that the stored names must be looked up.
     virtual bool hasShortNames() = 0;

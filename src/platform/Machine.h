@@ -50,6 +50,11 @@ public:
     /// The id of this process.
     virtual uint32_t processId() = 0;
 
+    /// Gives up the rights that the program never needs, and leaves in force only those by which processes are looked
+    /// at; the calls that need others take them for that moment. Before the program has further threads. Rights that a
+    /// system gives to each call that asks, as Windows does with a token's privileges, need no giving up.
+    virtual void limitRights() = 0;
+
     /// Raises what the system allows of open handles to its upper limit, since each tracked process holds one.
     virtual void raiseHandleLimit() = 0;
 };

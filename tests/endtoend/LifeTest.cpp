@@ -107,6 +107,9 @@ TEST(LifeEndToEnd, CommandsAreObeyedUnderLoad) {
         EXPECT_EQ(collector.control("reconfigure"), "0 ");
         EXPECT_EQ(collector.nextState(), "RELOADING");
         EXPECT_EQ(collector.nextState(), "READY");
+        EXPECT_TRUE(collector.status().starts_with("Tracks ")) << collector.status();
+        EXPECT_TRUE(collector.status().ends_with(" processes by polling; no event was lost.")) << collector.status();
+        EXPECT_GT(std::atoi(collector.status().c_str() + 7), 0) << collector.status();
         ASSERT_TRUE(collector.awaitLog("Data delivery at interval: P" + std::to_string(i + 1) + "H."));
     }
     EXPECT_EQ(collector.control("dump"), "0 done\n");

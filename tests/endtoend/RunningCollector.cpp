@@ -81,8 +81,12 @@ std::string RunningCollector::user() {
 }
 
 bool RunningCollector::start() {
-    program_ = std::make_unique<Child>(std::vector<std::string>{VELMOR_RUNTALLY, "-c", directory_ / "runtally.conf"},
-                                       environment());
+    return startBy({VELMOR_RUNTALLY});
+}
+
+bool RunningCollector::startBy(std::vector<std::string> words) {
+    words.insert(words.end(), {"-c", directory_ / "runtally.conf"});
+    program_ = std::make_unique<Child>(words, environment());
     for (std::string state = nextState(); !state.empty(); state = nextState())
         if (state == "READY") // a word of the one before may have waited
             return true;
@@ -93,7 +97,11 @@ std::string RunningCollector::nextState() {
     std::array<char, 256> text{};
     const ssize_t size = recv(manager_, text.data(), text.size(), 0);
     const std::string state(text.data(), size > 0 ? static_cast<size_t>(size) : 0);
-    return state.substr(0, state.find('='));
+    constexpr std::string_view key = "STATUS=";
+    const size_t place = state.find(key);
+    if (place != std::string::npos)
+        status_ = state.substr(place + key.size());
+    return place == 0 ? nextState() : state.substr(0, state.find('='));
 }
 
 std::string RunningCollector::control(const std::string& arguments) const {

@@ -26,8 +26,12 @@ public:
 
     /// Starts it again after its end; false if it ended instead of getting ready.
     bool start();
+    /// The same by words that begin with another program's and end with its own.
+    bool startBy(std::vector<std::string> words);
     /// The next word that it tells the service manager, in half a minute; empty without one.
     std::string nextState();
+    /// What it told with a word last about itself.
+    const std::string& status() const { return status_; }
     Child& program() { return *program_; }
     /// The name of the user that runs it.
     static std::string user();
@@ -54,6 +58,7 @@ private:
     TempDirectory directory_;
     int debugLevel_;
     int manager_ = -1; // the service manager's socket
+    std::string status_;
     size_t logPlace_ = 0;
     std::unique_ptr<Child> program_;
 };

@@ -5,13 +5,16 @@
 #include "shared/library/common/files/FileGZ.h"
 #include "shared/library/common/files/FileOps.h"
 #include "shared/library/common/files/FilePlain.h"
+#include "shared/library/common/files/FileUtils.h"
 #include "support/ScriptedPlatform.h"
 #include "support/TempDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
+#include <sys/stat.h>
 #include <utility>
 
 namespace Velmor {
@@ -127,6 +130,39 @@ TEST_F(FileTest, ASafeWriteShowsOnlyWhenItIsClosed) {
     file.abort();
     EXPECT_EQ(readFile(path), "new");
     EXPECT_EQ(directory.names(), "f");
+}
+
+TEST_F(FileTest, WhateverIsMaskedModesAreExactAndASafeWriteKeepsThem) {
+    const auto modeOf = [&](const char* name) {
+        struct stat state {};
+        return stat((directory / name).c_str(), &state) == 0 ? state.st_mode & 07777U : 0;
+    };
+    const auto writeBoth = [&](uint16_t access) {
+        FilePlain plain(directory / "a/b/plain");
+        FileGZ compressed(directory / "a/b/gz");
+        for (FileBase* file : {static_cast<FileBase*>(&plain), static_cast<FileBase*>(&compressed)}) {
+            file->open(access);
+            file->write("x");
+            file->close();
+        }
+    };
+    for (const mode_t mask : {0000U, 0027U, 0077U}) {
+        const mode_t before = umask(mask);
+        EXPECT_TRUE(FileUtils::makeDirectories(directory / "a/b/"));
+        writeBoth(safeWrite);
+        umask(before);
+        for (const char* made : {"a", "a/b"})
+            EXPECT_EQ(modeOf(made), 0750U) << made << " with " << mask;
+        for (const char* made : {"a/b/plain", "a/b/gz"}) {
+            EXPECT_EQ(modeOf(made), 0640U) << made << " with " << mask;
+            ASSERT_EQ(chmod((directory / made).c_str(), 0604), 0);
+        }
+        for (const uint16_t access : {safeWrite, uint16_t{FileBase::ACCESS_WRITE | FileBase::ACCESS_APPEND}})
+            writeBoth(access);
+        EXPECT_EQ(modeOf("a/b/plain"), 0604U);
+        EXPECT_EQ(modeOf("a/b/gz"), 0604U);
+        std::filesystem::remove_all(directory / "a");
+    }
 }
 
 TEST_F(FileTest, ALockRunsOutByItself) {

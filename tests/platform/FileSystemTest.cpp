@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <set>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace Velmor {
 
@@ -71,6 +74,33 @@ TEST_F(FileSystemTest, ModesOpenAsTheySay) {
         EXPECT_EQ(text("old"), written);
     }
     EXPECT_EQ(modeOf(directory / "new"), 0640U);
+}
+
+TEST_F(FileSystemTest, InAnotherUsersDirectoryRootActsAsThatUser) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be another user";
+    constexpr uid_t nobody = 65534;
+    const TempDirectory theirs;
+    ASSERT_EQ(chown(theirs.path().c_str(), nobody, nobody), 0);
+    const gid_t rootsGroup = 0;
+    ASSERT_EQ(setgroups(1, &rootsGroup), 0); // as after a login
+    const std::string secret = directory.write("secret", "untouched");
+    ASSERT_EQ(chmod(secret.c_str(), 0660), 0);
+    ASSERT_EQ(chmod(directory.path().c_str(), 0711), 0);
+    ASSERT_EQ(symlink(secret.c_str(), (theirs / "link").c_str()), 0);
+    for (const OpenMode mode : {OpenMode::write, OpenMode::append, OpenMode::readWrite, OpenMode::readAppend})
+        EXPECT_EQ(write(theirs / "link", mode, "x"), NativeError::accessDenied);
+    EXPECT_FALSE(files.copy(directory.write("new", "new"), theirs / "link", true, error));
+    EXPECT_EQ(text("secret"), "untouched");
+    EXPECT_EQ(write(theirs / "file", OpenMode::write, "x"), 0U);
+    EXPECT_TRUE(files.makeDirectory(theirs / "made/", error)) << error;
+    for (const char* made : {"file", "made"}) {
+        struct stat state {};
+        ASSERT_EQ(stat((theirs / made).c_str(), &state), 0);
+        EXPECT_EQ(state.st_uid, nobody) << made;
+        EXPECT_EQ(state.st_gid, nobody) << made;
+    }
+    EXPECT_EQ(write(secret, OpenMode::write, "x"), 0U) << "elsewhere it is root again";
 }
 
 TEST_F(FileSystemTest, AFullDiskSaysHowMuchWentOut) {

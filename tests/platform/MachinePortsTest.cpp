@@ -1,17 +1,28 @@
 #include "platform/Errors.h"
+#include "platform/linux/base/Capabilities.h"
+#include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/family/LinuxMailslots.h"
 #include "platform/linux/family/LinuxNamedLocks.h"
+#include "platform/linux/family/LinuxServiceManager.h"
 #include "platform/linux/machine/LinuxAccounts.h"
 #include "platform/linux/machine/LinuxMachine.h"
 #include "support/Child.h"
 #include "support/Eventually.h"
 #include "support/RuntimeFixture.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <grp.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
 
 namespace Velmor {
 
@@ -191,6 +202,73 @@ TEST_F(MailslotTest, NoLinkUnderANameOfOursIsFollowed) {
     EXPECT_EQ(std::filesystem::status(secret).permissions(), std::filesystem::perms::owner_read);
     std::filesystem::permissions(directory / "run/lock", std::filesystem::perms::all);
     EXPECT_FALSE(LinuxNamedLocks().create("other", NamedLockAccess::own, error)) << "anybody could take it away";
+}
+
+TEST(ServiceManagerTest, WordsAndTheSentenceOfAStateComeTogether) {
+    const TempDirectory directory;
+    const FileDescriptor manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    (directory / "notify").copy(&address.sun_path[0], sizeof(address.sun_path) - 1);
+    ASSERT_EQ(bind(manager.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    setenv("NOTIFY_SOCKET", (directory / "notify").c_str(), 1);
+    LinuxServiceManager service;
+    struct Case {
+        std::function<void()> tell;
+        const char* watchdog;
+        const char* told;
+    };
+    for (const auto& [tell, watchdog, told] : {
+             Case{[&] { service.ready("Tracks."); }, nullptr, "READY=1\nSTATUS=Tracks."},
+             Case{[&] { service.alive("Tracks."); }, nullptr, "STATUS=Tracks."},
+             Case{[&] { service.alive("Tracks."); }, "300000000", "WATCHDOG=1\nSTATUS=Tracks."},
+             Case{[&] { service.stopping(); }, nullptr, "STOPPING=1"},
+         }) {
+        watchdog ? setenv("WATCHDOG_USEC", watchdog, 1) : unsetenv("WATCHDOG_USEC");
+        tell();
+        std::string text(100, '\0');
+        text.resize(
+            static_cast<size_t>(std::max<ssize_t>(0, recv(manager.get(), text.data(), text.size(), MSG_DONTWAIT))));
+        EXPECT_EQ(text, told);
+    }
+    unsetenv("NOTIFY_SOCKET");
+    unsetenv("WATCHDOG_USEC");
+}
+
+TEST(CapabilitiesTest, WhatIsNotUsedIsNotInForce) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "nobody else has any";
+    constexpr uint64_t look = 1U << 19U | 1U << 2U; // CAP_SYS_PTRACE, CAP_DAC_READ_SEARCH
+    constexpr uint64_t netAdmin = 1U << 12U;
+    const auto ofThread = [](const char* set) {
+        const std::string status = readFile("/proc/thread-self/status");
+        return std::stoull(status.substr(status.find(set) + 8), nullptr, 16);
+    };
+    Child child([&] {
+        if (prctl(PR_SET_KEEPCAPS, 1) != 0 || setuid(65534) != 0)
+            return 1;
+        limitCapabilities();
+        if (ofThread("CapEff") != 0 || ofThread("CapPrm") != (look | netAdmin | uint64_t{1} << 38U))
+            return 2; // a change of user leaves none in force
+        const RaisedCapability ptrace(Capability::sysPtrace);
+        const RaisedCapability search(Capability::dacReadSearch);
+        {
+            const RaisedCapability raised(Capability::netAdmin);
+            if (ofThread("CapEff") != (look | netAdmin))
+                return 3;
+            const LoweredCapabilities lowered;
+            if (ofThread("CapEff") != 0 || !hasCapability(Capability::netAdmin))
+                return 4;
+        }
+        if (ofThread("CapEff") != look)
+            return 5;
+        std::thread([] { giveCapabilitiesUp(); }).join();
+        if (ofThread("CapEff") != look)
+            return 6;
+        giveCapabilitiesUp();
+        return ofThread("CapPrm") == 0 && !hasCapability(Capability::netAdmin) ? 0 : 7;
+    });
+    EXPECT_EQ(child.reap(), 0);
 }
 
 TEST(MachineTest, AUserWithoutRightsStartsHealthyAndIsToldWhatItCosts) {

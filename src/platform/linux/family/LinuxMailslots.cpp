@@ -1,6 +1,7 @@
 #include "platform/linux/family/LinuxMailslots.h"
 
 #include "platform/Errors.h"
+#include "platform/linux/base/Capabilities.h"
 #include "platform/linux/base/Errno.h"
 #include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/base/FileIdentity.h"
@@ -37,11 +38,16 @@ constexpr size_t longestMessage = 256 * 1024;
 constexpr int bufferSize = 4 * 1024 * 1024;
 constexpr size_t recordSize = 16384;
 
-// What waits between two reads: for one sender, and for all together, so that the one can't shut the others out.
-constexpr size_t mostOfOne = 10000;
-constexpr size_t mostBytesOfOne = 12 * 1024 * 1024;
-constexpr size_t mostWaiting = 12000;
-constexpr size_t mostBytesWaiting = 16 * 1024 * 1024;
+/// What may wait between two reads.
+struct Room {
+    size_t count;
+    size_t bytes;
+};
+// For one sender, for all that waits when another user's message comes, and when root's or the own user's comes, so
+// that none of them can shut the next out.
+constexpr Room roomOfOne{10000, size_t{12} * 1024 * 1024};
+constexpr Room roomOfOthers{11000, size_t{14} * 1024 * 1024};
+constexpr Room roomOfAll{24000, size_t{20} * 1024 * 1024};
 
 std::string slotDirectory() {
     return runtimeDirectory() + "/mailslot";
@@ -101,11 +107,20 @@ bool isMember(uid_t user, gid_t primary, gid_t wanted) {
     return std::find(groups.begin(), groups.begin() + count, wanted) != groups.begin() + count;
 }
 
-/// What one sender has waiting.
+/// What waits, of one sender or in all.
 struct Share {
     size_t count = 0;
     size_t bytes = 0;
+
+    bool hasPlace(const Room& room, size_t more) const { return count < room.count && bytes + more <= room.bytes; }
+    void add(size_t more) {
+        ++count;
+        bytes += more;
+    }
 };
+
+/// One sender is a process of root's or of the own user's, or another user with all of his.
+using Sender = std::pair<bool, int64_t>;
 
 /// What has arrived, and from whom.
 struct Arrival {
@@ -139,7 +154,7 @@ public:
             const ServiceLock lock(mutex_);
             arrivals.swap(waiting_);
             shares_.clear();
-            waitingBytes_ = 0;
+            all_ = {};
             failed = std::exchange(failed_, false);
         }
         for (Arrival& arrival : arrivals)
@@ -160,6 +175,7 @@ public:
 
 private:
     void drain() {
+        giveCapabilitiesUp();
         std::string buffer(longestMessage, '\0');
         while (true) {
             pollfd wanted[2] = {{stop_.descriptor(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
@@ -201,17 +217,17 @@ private:
     }
 
     void keep(const std::string& buffer, size_t size, const ucred& sender) {
-        Share& share = shares_[sender.pid];
+        const bool isTrusted = sender.uid == 0 || sender.uid == geteuid();
+        Share& share = shares_[isTrusted ? Sender{true, sender.pid} : Sender{false, sender.uid}];
         const size_t bytes = size + sizeof(Arrival);
-        const bool isTooMuch = share.count >= mostOfOne || share.bytes + bytes > mostBytesOfOne ||
-                               waiting_.size() >= mostWaiting || waitingBytes_ + bytes > mostBytesWaiting;
-        if (isTooMuch || size > buffer.size()) {
+        const bool hasPlace =
+            share.hasPlace(roomOfOne, bytes) && all_.hasPlace(isTrusted ? roomOfAll : roomOfOthers, bytes);
+        if (!hasPlace || size > buffer.size()) {
             ++refused_;
             return;
         }
-        share.bytes += bytes;
-        ++share.count;
-        waitingBytes_ += bytes;
+        share.add(bytes);
+        all_.add(bytes);
         waiting_.push_back({buffer.substr(0, size), sender});
     }
 
@@ -246,8 +262,8 @@ private:
     std::map<std::pair<uid_t, gid_t>, bool> members_; // of the group; asked for once, as for a login
     std::mutex mutex_;                                // guards the next five
     std::vector<Arrival> waiting_;
-    std::map<pid_t, Share> shares_;
-    size_t waitingBytes_ = 0;
+    std::map<Sender, Share> shares_;
+    Share all_;
     uint64_t refused_ = 0;
     bool failed_ = false;
     std::thread drain_;

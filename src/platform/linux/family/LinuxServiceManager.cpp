@@ -31,8 +31,8 @@ void notify(std::string_view state) {
 }
 } // namespace
 
-void LinuxServiceManager::ready() {
-    notify("READY=1");
+void LinuxServiceManager::ready(std::string_view status) {
+    notify("READY=1\nSTATUS=" + std::string(status));
 }
 
 void LinuxServiceManager::reloading() {
@@ -42,9 +42,8 @@ void LinuxServiceManager::reloading() {
     notify("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(microseconds));
 }
 
-void LinuxServiceManager::alive() {
-    if (std::getenv("WATCHDOG_USEC"))
-        notify("WATCHDOG=1");
+void LinuxServiceManager::alive(std::string_view status) {
+    notify((std::getenv("WATCHDOG_USEC") ? "WATCHDOG=1\nSTATUS=" : "STATUS=") + std::string(status));
 }
 
 void LinuxServiceManager::stopping() {

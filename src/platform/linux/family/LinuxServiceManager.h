@@ -7,9 +7,9 @@ namespace Velmor {
 /// Tells systemd, by one datagram each to the socket that NOTIFY_SOCKET names.
 class LinuxServiceManager : public ServiceManager {
 public:
-    void ready() override;
+    void ready(std::string_view status) override;
     void reloading() override;
-    void alive() override;
+    void alive(std::string_view status) override;
     void stopping() override;
 };
 

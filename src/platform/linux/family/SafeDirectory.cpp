@@ -1,10 +1,11 @@
 #include "platform/linux/family/SafeDirectory.h"
 
+#include "platform/linux/base/NewEntry.h"
+
 #include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <memory>
-#include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,15 +30,7 @@ bool makeDirectory(const std::string& parent, const std::string& name, mode_t mo
     if (!place || fstat(place.get(), &state) != 0)
         return false;
     const ActingAs owner(state.st_uid, state.st_gid);
-    int made = mkdirat(place.get(), name.c_str(), mode);
-    if (made != 0 && errno == EPERM) { // a service may be kept from setting groups; it makes all with its own then
-        mode &= ~static_cast<mode_t>(S_ISGID);
-        made = mkdirat(place.get(), name.c_str(), mode);
-    }
-    if (made != 0)
-        return errno == EEXIST;
-    const FileDescriptor directory(openat(place.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    return directory && fchmod(directory.get(), mode) == 0;
+    return makeDirectoryExactly(place.get(), name, mode) || errno == EEXIST;
 }
 
 bool makeMissing(const std::string& path, mode_t mode) {
@@ -67,21 +60,6 @@ bool writeAll(int file, std::string_view text) {
 }
 } // namespace
 
-ActingAs::ActingAs(uid_t user, gid_t group) {
-    if (geteuid() != 0 || user == 0)
-        return;
-    isActing_ = true;
-    group_ = static_cast<gid_t>(setfsgid(group));
-    user_ = static_cast<uid_t>(setfsuid(user));
-}
-
-ActingAs::~ActingAs() {
-    if (!isActing_)
-        return;
-    setfsuid(user_);
-    setfsgid(group_);
-}
-
 SafeDirectory::SafeDirectory(const std::string& path, mode_t mode) {
     std::string plain = path;
     while (plain.size() > 1 && plain.ends_with('/'))
@@ -101,28 +79,16 @@ SafeDirectory::SafeDirectory(const std::string& path, mode_t mode) {
 }
 
 FileDescriptor SafeDirectory::openFile(const std::string& name, int flags, mode_t mode) const {
-    const int safe = (flags & ~O_CREAT) | O_NOFOLLOW | O_CLOEXEC;
-    while (true) {
-        // One that is there is opened without the wish to make it, which the kernel refuses for others' files.
-        if (FileDescriptor file(openat(get(), name.c_str(), safe)); file || errno != ENOENT || !(flags & O_CREAT))
-            return file;
-        FileDescriptor file(openat(get(), name.c_str(), safe | O_CREAT | O_EXCL, mode));
-        if (file && fchmod(file.get(), mode) != 0)
-            return FileDescriptor();
-        if (file || errno != EEXIST)
-            return file;
-    }
+    return openExactly(get(), name, flags | O_NOFOLLOW | O_CLOEXEC, mode);
 }
 
 bool SafeDirectory::writeFile(const std::string& name, std::string_view text, mode_t mode) const {
     static std::atomic<uint32_t> count{0};
     const std::string temporary = "." + name + "." + std::to_string(getpid()) + "." + std::to_string(++count) + ".new";
-    const FileDescriptor file(
-        openat(get(), temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+    const FileDescriptor file = openFile(temporary, O_WRONLY | O_CREAT | O_EXCL, mode);
     if (!file)
         return false;
-    const bool written = fchmod(file.get(), mode) == 0 && writeAll(file.get(), text) &&
-                         renameat(get(), temporary.c_str(), get(), name.c_str()) == 0;
+    const bool written = writeAll(file.get(), text) && renameat(get(), temporary.c_str(), get(), name.c_str()) == 0;
     if (written)
         return fsync(get()) == 0 || errno == EINVAL;
     const int error = errno;

@@ -1,10 +1,12 @@
 #include "platform/linux/files/LinuxFileSystem.h"
 
 #include "platform/Errors.h"
+#include "platform/linux/base/ActingAs.h"
 #include "platform/linux/base/DirectoryReader.h"
 #include "platform/linux/base/Errno.h"
 #include "platform/linux/base/FileDescriptor.h"
 #include "platform/linux/base/FileIdentity.h"
+#include "platform/linux/base/NewEntry.h"
 #include "platform/linux/base/SystemText.h"
 #include "platform/linux/files/LinuxOpenFile.h"
 #include "platform/linux/files/NativePath.h"
@@ -17,6 +19,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fnmatch.h>
+#include <optional>
 
 namespace Velmor {
 
@@ -27,7 +30,11 @@ constexpr mode_t anyWrite = 0222;
 constexpr size_t copyBlock = 64 * 1024;
 
 int openForReal(const char* path, int flags, mode_t mode) {
-    return ::open(path, flags, mode);
+    return openExactly(AT_FDCWD, path, flags, mode).release();
+}
+
+int makeDirectoryForReal(const char* path, mode_t mode) {
+    return makeDirectoryExactly(AT_FDCWD, path, mode) ? 0 : -1;
 }
 
 int flagsOf(OpenMode mode) {
@@ -62,11 +69,46 @@ bool isRefused(int descriptor, int flags) {
     return S_ISDIR(state.st_mode) || ((flags & O_NOFOLLOW) && !S_ISREG(state.st_mode));
 }
 
+/// Where something is written or made. Root does it in a directory that is held open, as the directory's owner; it
+/// would be led anywhere by whoever else can put links there.
+class Place {
+public:
+    explicit Place(const std::string& path) : path_(path) {
+        struct stat state {};
+        if (geteuid() != 0)
+            return;
+        const size_t separator = path.rfind('/', path.find_last_not_of('/'));
+        const std::string parent = separator == std::string::npos ? "." : path.substr(0, separator + 1);
+        directory_ = FileDescriptor(systemCalls().open(parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC, 0));
+        if (!directory_ || fstat(directory_.get(), &state) != 0)
+            return; // the system tells why when the path is used
+        path_ = "/proc/self/fd/" + std::to_string(directory_.get()) + "/" +
+                path.substr(separator == std::string::npos ? 0 : separator + 1);
+        identity_.emplace(state.st_uid, state.st_gid);
+    }
+
+    const char* path() const { return path_.c_str(); }
+
+private:
+    std::string path_;
+    FileDescriptor directory_;
+    std::optional<ActingAs> identity_;
+};
+
+int openOnce(const std::string& path, int flags) {
+    flags |= O_CLOEXEC | O_NOCTTY;
+    if ((flags & O_ACCMODE) == O_RDONLY)
+        return systemCalls().open(path.c_str(), flags, fileMode);
+    const StopDeferral deferral; // who is ended here would leave the thread another user
+    const Place place(path);
+    return systemCalls().open(place.path(), flags, fileMode);
+}
+
 std::unique_ptr<LinuxOpenFile> openNative(const std::string& path, int flags) {
     int descriptor = -1;
     do {
         checkpoint();
-        descriptor = systemCalls().open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, fileMode);
+        descriptor = openOnce(path, flags);
     } while (descriptor < 0 && errno == EINTR);
     if (descriptor < 0)
         return nullptr;
@@ -150,7 +192,8 @@ bool copyNative(const std::string& from, const std::string& to, bool overwrite, 
     const auto target = openNative(to, O_WRONLY | O_CREAT | (overwrite ? O_TRUNC : O_EXCL));
     if (!target)
         return answer(false, error);
-    if (copyData(*source, *target, error) && (!durable || target->sync(error)) && target->close(error))
+    if (copyData(*source, *target, error) && target->takeModeOf(*source, error) && (!durable || target->sync(error)) &&
+        target->close(error))
         return true;
     systemCalls().unlink(to.c_str()); // half a copy helps nobody
     return false;
@@ -177,11 +220,7 @@ bool moveAcrossVolumes(const std::string& from, const std::string& to, uint32_t&
     const std::string temporary = to + ".moving";
     if (!copyNative(from, temporary, true, true, error))
         return false;
-    struct stat state {};
-    const bool done = systemCalls().stat(from.c_str(), &state) == 0 &&
-                      systemCalls().chmod(temporary.c_str(), state.st_mode & 07777U) == 0 &&
-                      systemCalls().rename(temporary.c_str(), to.c_str()) == 0;
-    if (!answer(done, error)) {
+    if (!answer(systemCalls().rename(temporary.c_str(), to.c_str()) == 0, error)) {
         systemCalls().unlink(temporary.c_str());
         return false;
     }
@@ -233,7 +272,7 @@ bool moveWithoutReplacing(const std::string& from, const std::string& to, uint32
 } // namespace
 
 SystemCalls& systemCalls() {
-    static SystemCalls calls{openForReal};
+    static SystemCalls calls{openForReal, makeDirectoryForReal};
     return calls;
 }
 
@@ -313,7 +352,9 @@ bool LinuxFileSystem::remove(std::string_view path, uint32_t& error) {
 
 bool LinuxFileSystem::makeDirectory(std::string_view path, uint32_t& error) {
     checkpoint();
-    return answer(systemCalls().mkdir(toNativePath(path).c_str(), directoryMode) == 0, error);
+    const StopDeferral deferral;
+    const Place place(toNativePath(path));
+    return answer(systemCalls().mkdir(place.path(), directoryMode) == 0, error);
 }
 
 bool LinuxFileSystem::setAttributes(std::string_view path, uint32_t attributes, uint32_t& error) {
@@ -374,10 +415,6 @@ bool LinuxFileSystem::environment(std::string_view name, std::string& value) {
     if (found)
         value = found;
     return found != nullptr;
-}
-
-std::string LinuxFileSystem::nativePath(std::string_view path) {
-    return toNativePath(path);
 }
 
 } // namespace Velmor

@@ -24,7 +24,6 @@ public:
     uint32_t driveType(std::string_view drive) override;
     bool deviceOfDrive(std::string_view drive, std::string& device) override;
     bool environment(std::string_view name, std::string& value) override;
-    std::string nativePath(std::string_view path) override;
     bool hasShortNames() override { return false; }
 };
 

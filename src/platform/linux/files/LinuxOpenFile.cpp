@@ -8,6 +8,7 @@
 #include "platform/linux/threads/Checkpoint.h"
 
 #include <cerrno>
+#include <utility>
 
 namespace Velmor {
 
@@ -85,6 +86,20 @@ bool LinuxOpenFile::close(uint32_t& error) {
     const int result = systemCalls().close(descriptor_);
     descriptor_ = -1; // the kernel has let go of it whatever it answers
     return answer(result == 0 || errno == EINTR, error);
+}
+
+int LinuxOpenFile::release() {
+    return std::exchange(descriptor_, -1);
+}
+
+bool LinuxOpenFile::takeModeOf(const LinuxOpenFile& other, uint32_t& error) {
+    constexpr mode_t permissions = 07777;
+    struct stat own {};
+    struct stat wanted {};
+    const bool known =
+        systemCalls().fstat(descriptor_, &own) == 0 && systemCalls().fstat(other.descriptor_, &wanted) == 0;
+    const bool differs = ((own.st_mode ^ wanted.st_mode) & permissions) != 0;
+    return answer(known && (!differs || systemCalls().fchmod(descriptor_, wanted.st_mode & permissions) == 0), error);
 }
 
 bool LinuxOpenFile::sync(uint32_t& error) {

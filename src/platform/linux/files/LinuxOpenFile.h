@@ -20,9 +20,13 @@ public:
     bool isAt(std::string_view path) override;
     bool isLinked() override;
     bool close(uint32_t& error) override;
+    int release() override;
 
     /// Makes the data survive a power cut.
     bool sync(uint32_t& error);
+
+    /// Gives the file the mode of another.
+    bool takeModeOf(const LinuxOpenFile& other, uint32_t& error);
 
 private:
     int descriptor_; // -1 when closed

@@ -1,6 +1,7 @@
 #include "platform/linux/machine/LinuxAccounts.h"
 
 #include "platform/Errors.h"
+#include "platform/linux/base/Capabilities.h"
 #include "platform/linux/base/SystemText.h"
 #include "platform/linux/threads/Checkpoint.h"
 
@@ -127,7 +128,10 @@ std::string LinuxAccounts::nameOf(uint32_t uid) {
         entry.name = std::to_string(uid);
     entry.isAsked = true;
     try {
-        std::thread([names = names_, ask = resolver_, uid] { names->takeAnswer(uid, ask(uid)); }).detach();
+        std::thread([names = names_, ask = resolver_, uid] {
+            giveCapabilitiesUp();
+            names->takeAnswer(uid, ask(uid));
+        }).detach();
     } catch (const std::system_error&) { // no room for another thread
         entry.isAsked = false;
         return entry.name;

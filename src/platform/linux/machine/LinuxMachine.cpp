@@ -117,6 +117,10 @@ uint32_t LinuxMachine::processId() {
     return static_cast<uint32_t>(getpid());
 }
 
+void LinuxMachine::limitRights() {
+    limitCapabilities();
+}
+
 void LinuxMachine::raiseHandleLimit() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)

@@ -1,5 +1,7 @@
 #include "platform/linux/naming/DesktopIndex.h"
 
+#include "platform/linux/base/Capabilities.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -56,6 +58,7 @@ bool DesktopIndex::find(const std::string& executable, FileDescription& descript
 }
 
 void DesktopIndex::read() {
+    const LoweredCapabilities lowered; // everybody may read these
     names_.clear();
     for (const std::string& directory : watch_.directories()) {
         std::error_code error;

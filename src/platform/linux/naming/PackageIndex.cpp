@@ -1,5 +1,7 @@
 #include "platform/linux/naming/PackageIndex.h"
 
+#include "platform/linux/base/Capabilities.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -47,6 +49,7 @@ bool PackageIndex::find(const std::string& executable, FileDescription& descript
 }
 
 void PackageIndex::read() {
+    const LoweredCapabilities lowered; // everybody may read these
     packages_.clear();
     owners_.clear();
     std::error_code error;

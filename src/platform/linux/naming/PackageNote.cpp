@@ -1,5 +1,6 @@
 #include "platform/linux/naming/PackageNote.h"
 
+#include "platform/linux/base/Capabilities.h"
 #include "platform/linux/base/FileDescriptor.h"
 
 #include <algorithm>
@@ -74,6 +75,7 @@ std::string textOf(const nlohmann::json& note, const char* key) {
 
 bool readPackageNote(const std::string& path, FileDescription& description) {
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    const LoweredCapabilities lowered;
     unsigned char identity[EI_NIDENT] = {};
     if (!file || !readAt(file, identity, sizeof(identity), 0) || std::memcmp(identity, ELFMAG, SELFMAG) != 0)
         return false;

@@ -101,21 +101,31 @@ std::string possibleProcessors() {
     std::getline(file, text);
     return text.empty() ? "0" : text;
 }
+
+/// A socket to which the kernel sends its records, whose number is `family`; empty if it doesn't.
+FileDescriptor registeredSocket(uint16_t& family) {
+    const RaisedCapability raised(Capability::netAdmin);
+    FileDescriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_GENERIC));
+    if (!socket)
+        return socket;
+    setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUFFORCE, &bufferSize, sizeof(bufferSize));
+    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &answerLimit, sizeof(answerLimit));
+    family = familyNumber(socket);
+    std::string answer;
+    const bool isRegistered =
+        family != 0 &&
+        ask(socket, makeRequest(family, TASKSTATS_CMD_GET, TASKSTATS_CMD_ATTR_REGISTER_CPUMASK, possibleProcessors()),
+            answer);
+    return isRegistered ? std::move(socket) : FileDescriptor();
+}
 } // namespace
 
 std::unique_ptr<ExitRecords> ExitRecords::start(Receiver receiver, Reading reading) {
     if (!isInMachinesPidNamespace()) // they bear other ids
         return nullptr;
-    FileDescriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_GENERIC));
+    uint16_t family = 0;
+    FileDescriptor socket = registeredSocket(family);
     if (!socket)
-        return nullptr;
-    setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUFFORCE, &bufferSize, sizeof(bufferSize));
-    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &answerLimit, sizeof(answerLimit));
-    const uint16_t family = familyNumber(socket);
-    std::string answer;
-    if (family == 0 ||
-        !ask(socket, makeRequest(family, TASKSTATS_CMD_GET, TASKSTATS_CMD_ATTR_REGISTER_CPUMASK, possibleProcessors()),
-             answer))
         return nullptr;
     return std::make_unique<ExitRecords>(std::move(socket), family, std::move(receiver), reading);
 }
@@ -133,6 +143,7 @@ ExitRecords::~ExitRecords() {
 }
 
 void ExitRecords::run() {
+    giveCapabilitiesUp();
     while (true) {
         pollfd wanted[2] = {{stop_.descriptor(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
         poll(wanted, 2, -1);

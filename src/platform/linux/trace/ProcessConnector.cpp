@@ -83,6 +83,7 @@ std::unique_ptr<ProcessConnector> ProcessConnector::start() {
         errno = EPERM;
         return nullptr;
     }
+    const RaisedCapability raised(Capability::netAdmin);
     static std::atomic<uint32_t> requests{0};
     const uint32_t request = (static_cast<uint32_t>(getpid()) << 8U) + (requests++ & 0xffU);
     FileDescriptor socket(::socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_CONNECTOR));

@@ -1,5 +1,6 @@
 #include "platform/linux/trace/SidebandRings.h"
 
+#include "platform/linux/base/Capabilities.h"
 #include "platform/linux/base/KernelClock.h"
 #include "platform/linux/processes/ProcFile.h"
 
@@ -127,6 +128,7 @@ std::unique_ptr<SidebandRings::Ring> SidebandRings::openRing(int processor, Reco
     attributes.clockid = CLOCK_MONOTONIC;
     attributes.watermark = 1;
     attributes.wakeup_watermark = largestRing; // nobody waits for it
+    const RaisedCapability raised(Capability::perfmon);
     auto ring = std::make_unique<Ring>();
     ring->descriptor = FileDescriptor(
         static_cast<int>(syscall(SYS_perf_event_open, &attributes, -1, processor, -1, PERF_FLAG_FD_CLOEXEC)));

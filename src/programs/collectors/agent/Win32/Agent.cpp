@@ -206,7 +206,7 @@ bool Agent::reconfigure() {
     isReconfiguring_ = true;
     const bool runs = restartWorkers();
     isReconfiguring_ = false;
-    platform().serviceManager->ready();
+    platform().serviceManager->ready(statusSentence());
     return runs;
 }
 

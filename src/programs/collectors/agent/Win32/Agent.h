@@ -93,6 +93,9 @@ public:
     /// What the supervisor does besides in each of its rounds, twice a second.
     virtual void supervisionRound() {}
 
+    /// What the collector does now, for whoever asks the service manager.
+    virtual std::string statusSentence() { return "Runs."; }
+
     void setThreadLostHook(ThreadLostHook hook) { threadLostHook_ = hook; }
     /// Whether a new configuration is being put in force.
     bool isReconfiguring() const { return isReconfiguring_; }

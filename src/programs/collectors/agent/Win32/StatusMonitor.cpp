@@ -25,7 +25,7 @@ void supervise(Agent& agent) {
         const bool wasSetBack = now + passTime < nextCheck;
         if (nextCheck < now || wasSetBack) {
             nextCheck = now + passTime;
-            platform().serviceManager->alive();
+            platform().serviceManager->alive(agent.statusSentence());
             agentLogger().debug(5, "statusMonitor is running as normal.");
             if (!agent.checkThreads()) {
                 agentLogger().debug(1, "statusMonitor is exiting due to failed threads.");

@@ -17,6 +17,13 @@ namespace {
 constexpr size_t lineBufferSize = 8192;
 std::array<char, lineBufferSize> lineBuffer; // of all objects: one thread at a time reads lines
 constexpr size_t copyBlock = 1024;
+
+gzFile openCompressed(const std::string& path, bool reads) {
+    uint32_t error = 0;
+    const auto file = platform().fileSystem->openFile(path, reads ? OpenMode::read : OpenMode::write, error);
+    const int descriptor = file ? file->release() : -1;
+    return descriptor < 0 ? nullptr : gzdopen(descriptor, reads ? "rb" : "wb");
+}
 } // namespace
 
 FileGZ::~FileGZ() {
@@ -52,7 +59,7 @@ void FileGZ::open(uint16_t access) {
     std::string original;
     if (!(access & ACCESS_READ) && (access & ACCESS_APPEND) && FileOps::exists(nameToOpen)) {
         original = nameToOpen + ".orig.copy";
-        if (!FileOps::move(nameToOpen, original, true)) {
+        if (!FileOps::copy(nameToOpen, original, true)) { // the file itself keeps its mode
             cleanUp();
             throw FileException(FL_CANNOT_OPEN, nameToOpen, __FILE__, __LINE__);
         }
@@ -63,7 +70,7 @@ void FileGZ::open(uint16_t access) {
 }
 
 void FileGZ::openStream(const std::string& nameToOpen, uint16_t access, const std::string& original) {
-    handle_ = gzopen(platform().fileSystem->nativePath(nameToOpen).c_str(), access & ACCESS_READ ? "rb" : "wb");
+    handle_ = openCompressed(nameToOpen, (access & ACCESS_READ) != 0);
     if (!handle_) {
         if (!original.empty())
             FileOps::move(original, nameToOpen, true);

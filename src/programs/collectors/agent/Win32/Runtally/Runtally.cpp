@@ -8,9 +8,11 @@
 #include "platform/ServiceManager.h"
 #include "platform/Threads.h"
 #include "process/RuntallyMessages.h"
+#include "process/events/KernelTracer.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/IpcCommands.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
@@ -59,6 +61,21 @@ Runtally::~Runtally() {
     state.logger.release();
 }
 
+std::string Runtally::statusSentence() {
+    const RuntallySettings& settings = runtallyState().settings;
+    std::string sources = settings.eventsActive == 1 ? "kernel events" : "";
+    if (settings.pollingOn)
+        sources += sources.empty() ? "polling" : " and polling";
+    if (sources.empty())
+        return "Records nothing, since no source of processes is on.";
+    std::string tracked = "processes";
+    if (const RegistryHold hold("statusSentence"); hold)
+        tracked = std::to_string(runtallyState().registry.processMap.size()) + " " + tracked;
+    const uint64_t lost = settings.eventsActive == 1 ? KernelTracer::eventsLost() : 0;
+    return "Tracks " + tracked + " by " + sources + "; " +
+           (lost == 0 ? "no event was lost." : std::to_string(lost) + " events were lost.");
+}
+
 void Runtally::run() {
     const std::string ids = "pid=" + std::to_string(platform().machine->processId()) +
                             ";tid=" + std::to_string(platform().threads->currentId());
@@ -71,7 +88,7 @@ void Runtally::run() {
         stopAndVerify(); // the others have started
         return;
     }
-    platform().serviceManager->ready();
+    platform().serviceManager->ready(statusSentence());
     runMessageLoop();
     logger().debug(1, "Runtally main loop has exited.");
     platform().serviceManager->stopping();

@@ -24,6 +24,7 @@ public:
     bool judgesOtherwise(const ConfReader& fresh) const override { return judgement(fresh) != judgement_; }
     void awaitWorkers() override;
     void supervisionRound() override;
+    std::string statusSentence() override;
 
     /// A configured interval; false if there is none above 0 seconds.
     bool getConfInterval(std::string_view key, TimeSpan& span) const;

@@ -70,6 +70,7 @@ int main(int count, char** values) {
         return answerQuestions(arguments[0]);
     Velmor::platform().messageQueues->receiveSystemRequests();
     Velmor::platform().machine->raiseHandleLimit();
+    Velmor::platform().machine->limitRights();
     int result = startupFailed;
     try {
         result = run(joinCommandLine(arguments));
