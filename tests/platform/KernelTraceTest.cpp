@@ -133,12 +133,7 @@ protected:
 } // namespace
 
 TEST_F(KernelTraceTest, EachSourceThatIsOffCostsWhatItTells) {
-    struct Case {
-        const char* what;
-        LinuxKernelTrace::Sources sources;
-        bool namesAll;
-        int64_t code;
-    };
+    using Case = std::tuple<const char*, LinuxKernelTrace::Sources, bool, int64_t>;
     constexpr int count = 20;
     for (const auto& [what, sources, namesAll, code] : {
              Case{"all", {true, true, true, true}, true, 1},
@@ -241,31 +236,6 @@ TEST_F(KernelTraceTest, AnotherListenersComingIsNoLoss) {
     EXPECT_EQ(connector->lost(), 0U);
 }
 
-TEST_F(KernelTraceTest, AProgramIsNamedByWhatItRan) {
-    const std::string deleted = directory / (record.prefix + " (deleted)");
-    const std::string launcher = program + "env";
-    const std::string sleeper = program + "s";
-    for (const std::string& copy : {deleted, sleeper})
-        std::filesystem::copy_file("/bin/sleep", copy);
-    std::filesystem::copy_file("/usr/bin/env", launcher);
-    constexpr int count = 10;
-    for (const LinuxKernelTrace::Sources sources :
-         {LinuxKernelTrace::Sources{true, true, true, true}, LinuxKernelTrace::Sources{false, true, true, true}}) {
-        LinuxKernelTrace trace(processes, sources);
-        ASSERT_TRUE(watch(trace, [&] {
-            for (int i = 0; i < count; ++i)
-                Child({launcher, i % 2 == 0 ? sleeper : deleted, "0.1"}).reap(); // they live when they are looked at
-            EXPECT_TRUE(awaitEnds(2 * count));
-        }));
-        EXPECT_EQ(record.names[sleeper], count / 2);
-        EXPECT_EQ(record.names[deleted], count / 2);
-        if (sources.rings) {
-            EXPECT_EQ(record.names,
-                      (std::map<std::string, int>{{sleeper, count / 2}, {deleted, count / 2}, {launcher, count}}));
-        }
-    }
-}
-
 TEST_F(KernelTraceTest, OutsideTheMachinesPidNamespaceThereIsNoSession) {
     Child outside([&] {
         if (unshare(CLONE_NEWPID) != 0)
@@ -281,10 +251,7 @@ TEST_F(KernelTraceTest, OutsideTheMachinesPidNamespaceThereIsNoSession) {
 }
 
 TEST_F(KernelTraceTest, AFollowedProcessThatEndsWhenNobodyWatchesLeavesItsCode) {
-    struct Case {
-        LinuxProcesses::Sources sources;
-        bool isReaped;
-    };
+    using Case = std::tuple<LinuxProcesses::Sources, bool>;
     for (const auto& [sources, isReaped] :
          {Case{{true, false, false}, true}, Case{{false, true, false}, false}, Case{{false, false, true}, true}}) {
         if (sources.descriptor && !ExitCodes::descriptorsTell())
