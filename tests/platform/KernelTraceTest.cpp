@@ -16,7 +16,6 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
-#include <filesystem>
 #include <map>
 #include <mutex>
 #include <sched.h>

@@ -9,7 +9,6 @@
 #include "support/RuntimeFixture.h"
 
 #include <atomic>
-#include <filesystem>
 #include <future>
 #include <grp.h>
 #include <sys/stat.h>

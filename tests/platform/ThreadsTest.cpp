@@ -11,7 +11,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <filesystem>
 
 namespace Velmor {
 
@@ -143,29 +142,6 @@ TEST_F(ThreadsTest, AThreadThatHoldsANamedLockMayLetGoFirst) {
     EXPECT_FALSE(went);
 }
 
-TEST_F(ThreadsTest, ARenewedSectionIsFreeAndIgnoresItsOldHoldersLeave) {
-    start([](void*) -> uint32_t {
-        section->enter();
-        section->enter();
-        rounds.fetch_add(1);
-        while (!went)
-            systemClock.sleep(1);
-        section->leave(); // late: the section has another holder by now
-        section->leave();
-        rounds.fetch_add(1);
-        return 0;
-    });
-    ASSERT_TRUE(eventually([&] { return isRunning(); }));
-    EXPECT_FALSE(section->tryEnter());
-    section->renew();
-    EXPECT_TRUE(section->tryEnter());
-    went = true;
-    ASSERT_TRUE(eventually([&] { return rounds == 2; }));
-    start([](void*) -> uint32_t { return section->tryEnter() ? 1 : 2; });
-    EXPECT_TRUE(eventually([&] { return exitCode() == 2; })) << "still held by the test";
-    section->leave();
-}
-
 TEST_F(ThreadsTest, MessagesArriveInOrderAndOnlyWhereThereIsAQueue) {
     EXPECT_FALSE(messageQueues.post(threads.currentId(), 5)) << "this thread has no queue yet";
     uint32_t message = 0;
@@ -182,21 +158,6 @@ TEST_F(ThreadsTest, MessagesArriveInOrderAndOnlyWhereThereIsAQueue) {
     EXPECT_TRUE(eventually([&] { return messageQueues.post(id, 77); }));
     EXPECT_TRUE(eventually([&] { return exitCode() == 77; }));
     EXPECT_TRUE(eventually([&] { return !messageQueues.post(id, 78); })) << "its queue went with the thread";
-}
-
-TEST_F(ThreadsTest, SignalsAreRequestsAndNoneIsLostBeforeTheFirstWait) {
-    for (const auto& [signal, wanted] :
-         {std::pair{SIGTERM, WindowMessage::close}, std::pair{SIGINT, WindowMessage::close},
-          std::pair{SIGHUP, WindowMessage::settingChange}}) {
-        Child child([signal = signal, wanted = wanted] {
-            messageQueues.receiveSystemRequests();
-            raise(SIGPIPE);
-            raise(signal);
-            uint32_t message = 0;
-            return messageQueues.wait(message) && message == wanted && !messageQueues.peek(message) ? 0 : 1;
-        });
-        EXPECT_EQ(child.reap(), 0) << signal;
-    }
 }
 
 } // namespace Velmor
