@@ -5,7 +5,7 @@
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 
 #include <benchmark/benchmark.h>
 

@@ -5,7 +5,7 @@
 
 #include "programs/collectors/agent/ThreadRecord.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/ModulePoller.h"
 
 #include <benchmark/benchmark.h>

@@ -8,7 +8,8 @@
 #include "process/ProcPoll.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/ProcessPoller.h"
 
 #include <benchmark/benchmark.h>
 
@@ -68,7 +69,7 @@ void pollRound(benchmark::State& state) {
     Velmor::RuntallyState& collector = Velmor::runtallyState();
     collector.exeFinder = std::make_unique<Velmor::ExeFinder>(Velmor::SmartPointer<Velmor::LoggerUnit>());
     collector.settings.pollInterval = Velmor::TimeSpan(300);
-    measure(state, [] { Velmor::Runtally::procPoll(); });
+    measure(state, [] { Velmor::procPoll(); });
     collector.registry.processMap.clear();
     collector.procPoll.clear();
 }

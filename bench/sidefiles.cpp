@@ -3,8 +3,8 @@
 #include "process/Process.h"
 #include "process/naming/IdValues.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/ProcessEventLog.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 
 #include <benchmark/benchmark.h>
 

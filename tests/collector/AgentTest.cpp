@@ -6,7 +6,7 @@
 #include "programs/collectors/agent/Win32/Runtally/workers/ModulePoller.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/PerformanceMonitor.h"
 #include "rules/PrimeTime.h"
-#include "shared/library/common/win32/MailSlot.h"
+#include "shared/library/common/ipc/MailSlot.h"
 #include "support/Eventually.h"
 
 #include <algorithm>

@@ -8,7 +8,8 @@
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/ProcessPoller.h"
 
 #include <gtest/gtest.h>
 
@@ -24,7 +25,7 @@ public:
     explicit Collector(const std::string& rules = "include datatype=*\n");
     ~Collector();
 
-    void poll() { Runtally::procPoll(); }
+    void poll() { procPoll(); }
     void deliver() { deliverAll(false); }
     void setPollInterval(int32_t seconds) { runtallyState().settings.pollInterval = TimeSpan(seconds); }
     /// Tracks a process as a source of events would report it.

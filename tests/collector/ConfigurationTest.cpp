@@ -39,7 +39,7 @@ TEST_F(ConfigurationTest, ANewConfigurationJudgesAndNamesWhatComesBehindIt) {
     Runtally collector("dummy");
     ASSERT_TRUE(collector.configure());
     os.processes.start(7, "/usr/bin/cad");
-    Runtally::procPoll();
+    procPoll();
     const int32_t start = runtallyState().registry.processMap.at(7)->getStart().getSeconds();
     using Case = std::tuple<const char*, std::string, const char*, const char*, const char*>; // the last: all records
     for (const auto& [what, entries, rules, mappings, applications] : {

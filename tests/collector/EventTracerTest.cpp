@@ -5,6 +5,7 @@
 #include "platform/MessageQueues.h"
 #include "platform/Threads.h"
 #include "process/ProcessShared.h"
+#include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
 
 namespace Velmor {

@@ -9,6 +9,7 @@
 #include "platform/linux/files/SystemCalls.h"
 #include "process/ProcessShared.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/SourceChange.h"
 #include "shared/library/common/files/FileUtils.h"
 #include "support/Environment.h"
 #include "support/NoSync.h"
@@ -224,7 +225,7 @@ private:
         const bool wereActive = settings().eventsActive.exchange(events ? 1 : 0) == 1;
         settings().pollingOn = polling;
         collector_.setPollInterval(1 + roll(longestInterval));
-        Runtally::leaveSources(wereActive);
+        leaveSources(wereActive);
         if (!events)
             os().processes.traced.clear();
         if (settings().hasSource())
@@ -241,7 +242,7 @@ private:
             if (settings().eventsActive == 1)
                 trace();
             if (settings().pollingOn)
-                Runtally::procPoll();
+                procPoll();
         } catch (const ForcedEnd&) {
             return; // the next look goes on
         }
@@ -257,7 +258,7 @@ private:
             os().processes.traced = os().processes.table();
         os().clock.onSleep = [this] {
             if (settings().pollingOn && !runtallyState().polledOnce && std::exchange(mayPoll_, false))
-                Runtally::procPoll();
+                procPoll();
             mayPoll_ = true;
         };
         platform().messageQueues->post(platform().threads->currentId(), WindowMessage::destroy);

@@ -1,7 +1,7 @@
 #include "shared/library/common/errors/IPCException.h"
 #include "shared/library/common/ipc/IPCClient.h"
 #include "shared/library/common/ipc/IPCServer.h"
-#include "shared/library/common/win32/MailSlot.h"
+#include "shared/library/common/ipc/MailSlot.h"
 #include "support/Eventually.h"
 #include "support/RuntimeFixture.h"
 #include "support/ScriptedPlatform.h"

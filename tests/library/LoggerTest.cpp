@@ -1,6 +1,6 @@
 #include "shared/library/logger/Logger.h"
 #include "platform/Mailslots.h"
-#include "shared/library/common/win32/MailSlot.h"
+#include "shared/library/common/ipc/MailSlot.h"
 #include "shared/library/common/win32/ThreadInstance.h"
 #include "shared/library/logger/LogCommons.h"
 #include "shared/library/logger/LogFileSettings.h"

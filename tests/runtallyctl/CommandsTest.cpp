@@ -5,7 +5,7 @@
 #include "runtallyctl/OutputCapture.h"
 #include "shared/library/common/errors/IPCException.h"
 #include "shared/library/common/ipc/IPCClient.h"
-#include "shared/library/common/win32/MailSlot.h"
+#include "shared/library/common/ipc/MailSlot.h"
 #include "shared/library/logger/LoggerUnit.h"
 #include "support/Eventually.h"
 #include "support/RuntimeFixture.h"

@@ -1,6 +1,7 @@
 // The rotation of the debug log: when it is due, and how it is done.
 
 #include "platform/Errors.h"
+#include "shared/library/common/errors/FileException.h"
 #include "shared/library/common/files/FileOps.h"
 #include "shared/library/common/files/FileUtils.h"
 #include "shared/library/common/system/Monopoly.h"
@@ -87,7 +88,7 @@ void LoggerAgentFile::workOutNextRotation() {
         nextRotation_ += period;
 }
 
-void LoggerAgentFile::checkRotation() {
+void LoggerAgentFile::rotateIfDue() {
     if (!file_->isOpen() || getScheme() == 0)
         return;
     Monopoly lock(lockName_);
@@ -99,18 +100,16 @@ void LoggerAgentFile::checkRotation() {
     }
     if (!held)
         return;
-    rotationState_ = Rotation::checking;
+    isRotating_ = true;
     try {
-        std::string note;
-        if (isRotationDue(note)) {
-            writeEntry(note, true);
-            rotate();
-        }
+        std::string condition;
+        if (isRotationDue(condition))
+            rotate(condition);
     } catch (...) {
-        rotationState_ = Rotation::idle; // a log that can't be written must not hold up its writers for ever
+        isRotating_ = false; // a log that can't be written must not hold up its writers for ever
         throw;
     }
-    rotationState_ = Rotation::idle;
+    isRotating_ = false;
 }
 
 bool LoggerAgentFile::isRotationDue(std::string& note) {
@@ -170,20 +169,24 @@ std::string LoggerAgentFile::rotatedName(const std::string& name) const {
     return extension.empty() ? base : base + "." + extension;
 }
 
-void LoggerAgentFile::rotate() {
-    rotationState_ = Rotation::rotating;
-    writeEntry("\nRotation process started...", true);
+void LoggerAgentFile::rotate(const std::string& condition) {
+    appendNote(condition);
+    appendNote("\nRotation process started...");
     const std::string oldName = file_->getName();
     const std::string newName = rotatedName(oldName);
-    writeEntry("Renaming file from \"" + oldName + "\" to \"" + newName + "\".", true);
-    closeWithReason("Rotating log file");
+    appendNote("Renaming file from \"" + oldName + "\" to \"" + newName + "\".");
+    try {
+        appendNote(closingNote("Rotating log file"));
+    } catch (const FileException&) { // NOLINT(bugprone-empty-catch): a full disk must not keep the file open
+    }
+    closeQuietly();
     if (!FileUtils::move(oldName, newName, true)) {
         sizeFactor_ += failedRotationStep;
-        writeEntry("Log file rotation error. (" + std::to_string(FileOps::getLastError()) + ")", true);
+        appendNote("Log file rotation error. (" + std::to_string(FileOps::getLastError()) + ")");
         return;
     }
     sizeFactor_ = 1.0F;
-    writeEntry("Log continued from \"" + FileUtils::getBaseName(newName) + "\".", true);
+    appendNote("Log continued from \"" + FileUtils::getBaseName(newName) + "\".");
 }
 
 } // namespace Velmor

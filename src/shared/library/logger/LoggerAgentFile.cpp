@@ -56,37 +56,36 @@ bool LoggerAgentFile::setFile(const std::string& path) {
         closeWithReason("Log file moved to \"" + path + "\".");
     }
     file_ = std::move(next);
+    if (note.empty())
+        return true;
     try {
-        if (!note.empty())
-            writeEntry(note, true);
+        adoptSettings();
+        begin();
+        append(note);
     } catch (const FileException&) { // NOLINT(bugprone-empty-catch): the next line tries the new file again
     }
     return true;
 }
 
 bool LoggerAgentFile::write(std::string_view text) {
-    return writeEntry(text, false);
-}
-
-bool LoggerAgentFile::writeEntry(std::string_view text, bool internal) {
-    // A thread that was ended in the middle of its rotation never finishes it.
-    for (int i = 0; !internal && rotationState_ != Rotation::idle &&
-                    access_.getOwner() != platform().threads->currentId() && i < rotationWaits;
-         ++i)
-        Timer::sleep(rotationPause);
+    awaitRotation();
     const TimedMonopolyHold hold(access_);
     if (file_.isNull())
         return false;
-    if (!internal)
-        rotationState_ = Rotation::idle; // a rotation that still ran would hold the object
+    isRotating_ = false; // a rotation that still ran would hold the object
     adoptSettings();
-    if (rotationState_ == Rotation::idle)
-        checkRotation();
-    if (!internal && file_->isOpen() && isTakenAway())
+    rotateIfDue();
+    if (file_->isOpen() && isTakenAway())
         closeQuietly();
     if (!file_->isOpen())
-        openFile();
+        begin();
     return append(text);
+}
+
+/// Waits for another thread's rotation; but one that was ended in the middle of it never finishes.
+void LoggerAgentFile::awaitRotation() {
+    for (int i = 0; isRotating_ && access_.getOwner() != platform().threads->currentId() && i < rotationWaits; ++i)
+        Timer::sleep(rotationPause);
 }
 
 /// Whether somebody has moved or deleted the file. Looks once a second at most.
@@ -118,6 +117,14 @@ void LoggerAgentFile::adoptSettings() {
     workOutNextRotation();
 }
 
+/// Opens the log, which an earlier run may have left to be rotated, and says so.
+void LoggerAgentFile::begin() {
+    openFile();
+    rotateIfDue();
+    append(std::string(lineEnd) + "Opened log file \"" + file_->getBaseName() +
+           "\". Time: " + DateTime().toString(false, false) + std::string(lineEnd));
+}
+
 void LoggerAgentFile::openFile() {
     const bool existed = file_->exists();
     opened_.setNow();
@@ -131,13 +138,6 @@ void LoggerAgentFile::openFile() {
         }
     }
     file_->open(openFlags);
-    if (rotationState_ == Rotation::idle)
-        write(std::string(lineEnd) + "Opened log file \"" + file_->getBaseName() +
-              "\". Time: " + DateTime().toString(false, false) + std::string(lineEnd));
-    if (!timeReady_) {
-        workOutNextRotation();
-        timeReady_ = true;
-    }
     if (!existed)
         setResourceValue(openedValue(), opened_.toString(true, true));
     periodBase_ = opened_.getSeconds();
@@ -146,33 +146,46 @@ void LoggerAgentFile::openFile() {
 
 bool LoggerAgentFile::append(std::string_view text) {
     Monopoly lock(lockName_);
-    const bool ownsLock = rotationState_ == Rotation::idle; // a rotation's own notes run under its lock
-    for (int i = 0; ownsLock && !lock.enforce(); ++i) {
+    for (int i = 0; !lock.enforce(); ++i) {
         if (lock.getLastError() != NativeError::alreadyExists)
             break; // no lock is to be had, as without a free descriptor; a line is one call, and stays whole
         if (i == writeAttempts - 1)
             return false;
         Timer::sleep(writeAttemptPause);
     }
-    file_->seek(0, FileBase::OFFSET_END);
-    std::string line(text);
-    line += lineEnd;
-    file_->write(line.data(), line.size());
-    if (ownsLock) {
-        logFileSettings().rotateAtStart = false;
-        lock.relax();
-    }
+    writeLine(text);
+    logFileSettings().rotateAtStart = false;
+    lock.relax();
     file_->flush();
     return true;
 }
 
-void LoggerAgentFile::closeWithReason(const std::string& reason) {
+/// What a rotation says of itself, under the lock that it holds.
+void LoggerAgentFile::appendNote(std::string_view text) {
+    if (!file_->isOpen())
+        openFile();
+    writeLine(text);
+    file_->flush();
+}
+
+void LoggerAgentFile::writeLine(std::string_view text) {
+    file_->seek(0, FileBase::OFFSET_END);
+    std::string line(text);
+    line += lineEnd;
+    file_->write(line.data(), line.size());
+}
+
+std::string LoggerAgentFile::closingNote(std::string_view reason) const {
+    return std::string(lineEnd) + "Closing log file \"" + file_->getBaseName() +
+           "\". Time: " + DateTime().toString(false, false) + ". Reason: " + std::string(reason) + "." +
+           std::string(lineEnd);
+}
+
+void LoggerAgentFile::closeWithReason(std::string_view reason) {
     if (file_.isNull() || !file_->isOpen())
         return;
     try {
-        writeEntry(std::string(lineEnd) + "Closing log file \"" + file_->getBaseName() + "\". Time: " +
-                       DateTime().toString(false, false) + ". Reason: " + reason + "." + std::string(lineEnd),
-                   true);
+        append(closingNote(reason));
     } catch (const FileException&) { // NOLINT(bugprone-empty-catch): a full disk must not keep the file open
     }
     closeQuietly();

@@ -52,29 +52,30 @@ public:
     bool write(std::string_view text) override;
 
 private:
-    enum class Rotation : uint8_t { idle, checking, rotating };
-
-    bool writeEntry(std::string_view text, bool internal);
+    void awaitRotation();
     void adoptSettings();
+    void begin();
     void openFile();
     bool append(std::string_view text);
+    void appendNote(std::string_view text);
+    void writeLine(std::string_view text);
     void workOutNextRotation();
-    void checkRotation();
+    void rotateIfDue();
     bool isRotationDue(std::string& note);
     bool isInitDue(uint32_t scheme, const DateTime& now, uint64_t size, float limit, std::string& note) const;
     bool isTimeDue(uint32_t scheme, const DateTime& now, uint64_t size, float limit, std::string& note) const;
-    void rotate();
+    void rotate(const std::string& condition);
     std::string rotatedName(const std::string& name) const;
-    void closeWithReason(const std::string& reason);
+    std::string closingNote(std::string_view reason) const;
+    void closeWithReason(std::string_view reason);
     bool isTakenAway();
     void closeQuietly();
 
     SmartPointer<FileBase> file_;
-    std::string lockName_;   // the file's own name
-    DateTime opened_;        // when the present log was begun
-    DateTime nextRotation_;  // by time
-    bool timeReady_ = false; // nextRotation_ has been worked out once
-    std::atomic<Rotation> rotationState_{Rotation::idle};
+    std::string lockName_;  // the file's own name
+    DateTime opened_;       // when the present log was begun
+    DateTime nextRotation_; // by time
+    std::atomic<bool> isRotating_{false};
     uint32_t lastLook_ = 0;   // ticks, when the file was last looked for under its name
     float sizeFactor_ = 1.0F; // multiplies the size limit after rotations that failed
     int32_t periodBase_ = 0;  // seconds from which nextRotation_ is reckoned

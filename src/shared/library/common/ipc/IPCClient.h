@@ -1,6 +1,6 @@
 #pragma once
 
-#include "shared/library/common/win32/MailSlot.h"
+#include "shared/library/common/ipc/MailSlot.h"
 
 #include <memory>
 #include <string>

@@ -5,11 +5,11 @@
 #include "shared/library/common/errors/IPCException.h"
 #include "shared/library/common/errors/JobException.h"
 #include "shared/library/common/ipc/IPCMessage.h"
+#include "shared/library/common/ipc/MailSlot.h"
 #include "shared/library/common/text/TextUtils.h"
 #include "shared/library/common/time/DateTime.h"
 #include "shared/library/common/time/TimeSpan.h"
 #include "shared/library/common/time/Timer.h"
-#include "shared/library/common/win32/MailSlot.h"
 #include "shared/library/logger/LogCommons.h"
 
 #include <atomic>

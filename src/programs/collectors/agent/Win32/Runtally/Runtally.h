@@ -1,9 +1,8 @@
 #pragma once
 
-#include "process/Process.h"
 #include "programs/collectors/agent/Win32/Agent.h"
 #include "programs/collectors/agent/Win32/IpcCommands.h"
-#include "programs/collectors/agent/Win32/Runtally/ProcessRegistry.h"
+#include "programs/collectors/agent/Win32/Runtally/tracking/ProcessTracking.h"
 #include "shared/library/common/time/TimeSpan.h"
 
 #include <cstdint>
@@ -25,32 +24,6 @@ public:
     bool judgesOtherwise(const ConfReader& fresh) const override { return judgement(fresh) != judgement_; }
     void awaitWorkers() override;
     void supervisionRound() override;
-
-    // The life of a process.
-
-    /// Turns a start into a tracked entry; writes no record.
-    static void logStartProcess(const ProcessPointer& process);
-    /// Tries again to name the processes that had no name yet.
-    static void retryPendingInfo();
-    /// Has a process that waits for its name, and that has ended, tracked under what can be said of it, so that its end
-    /// finds it. Nothing happens if none of that id waits.
-    static void admitPending(uint32_t pid);
-    /// Writes the last records of a process and gives it up. An end without a start waits for it.
-    static void logEndProcess(const ProcessPointer& report);
-    /// Writes a slice of a process that runs on.
-    static void logProcessUsage(const ProcessPointer& report);
-    /// Gives each tracked process a slice that ends now; the next one begins at the same second.
-    static void dumpAll();
-
-    // Records.
-
-    /// Writes the usage record of a process, if the rules want it.
-    static void logProcessData(const ProcessPointer& process);
-
-    // Polling.
-
-    /// One round of the process poller.
-    static void procPoll();
 
     /// A configured interval; false if there is none above 0 seconds.
     bool getConfInterval(std::string_view key, TimeSpan& span) const;
@@ -90,8 +63,5 @@ private:
     std::string moduleStem_;
     std::string performanceStem_;
 };
-
-/// The process poller's thread; its argument is its `ThreadRecord`.
-uint32_t processPoller(void* record);
 
 } // namespace Velmor

@@ -8,9 +8,9 @@
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/records/PerformanceRecord.h"
-#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/SourceChange.h"
 #include "shared/library/common/errors/FileException.h"
 #include "shared/library/common/files/FileOps.h"
 #include "shared/library/common/files/FilePlain.h"
@@ -345,39 +345,6 @@ bool Runtally::loadRules() {
     }
     logger().fatal(RuntallyMessage::rulesUnusable, file, error);
     return fail(ruleProblem(file, error));
-}
-
-bool Runtally::prepareThreads() {
-    if (settings().pollingOn && !prepareProcessPoller())
-        return false;
-    runtallyState().moduleFilter.clear();
-    const bool polledModules = settings().moduleLogging && settings().modulePollInterval.getSeconds() > 0;
-    if (polledModules && !prepareModulePoller())
-        return false;
-    if (settings().eventsActive == 1 && !prepareEventTracer())
-        return false;
-    runtallyState().processRules.clear();
-    return !settings().performanceMonitoring || preparePerformanceMonitor();
-}
-
-bool Runtally::prepareEventTracer() {
-    logger().debug(2, "Preparing event tracer thread...");
-    if (!prepareThread("EventTracer", 0, eventTracer)) {
-        logger().critical(RuntallyMessage::noMemory, "prepare event tracer");
-        return fail("The event tracer can't be prepared; see the debug log.");
-    }
-    logger().debug(3, "   Done.");
-    return true;
-}
-
-bool Runtally::prepareProcessPoller() {
-    logger().debug(2, "Preparing process poller thread...");
-    if (!prepareThread("ProcessPoller", ThreadRecord::takesPart, processPoller)) {
-        logger().critical(RuntallyMessage::noMemory, "prepare process poller");
-        return fail("The process poller can't be prepared; see the debug log.");
-    }
-    logger().debug(3, "   Done.");
-    return true;
 }
 
 void Runtally::registerDataFiles() {

@@ -1,7 +1,7 @@
 #include "programs/collectors/agent/Win32/Runtally/records/ModuleRecordWriter.h"
 
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/records/RecordText.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "records/RecordFormat.h"
 #include "rules/PrimeTime.h"
 

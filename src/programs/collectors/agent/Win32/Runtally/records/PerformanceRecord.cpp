@@ -7,11 +7,9 @@
 #include "platform/Platform.h"
 #include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
-#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/records/RecordText.h"
-#include "programs/collectors/agent/Win32/Runtally/workers/PerformanceMonitor.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RegistryHold.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "records/RecordFormat.h"
 #include "rules/PrimeTime.h"
 

@@ -4,7 +4,7 @@
 #include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "records/RecordFormat.h"
 #include "shared/library/common/files/FileUtils.h"
 #include "shared/library/common/text/TextUtils.h"

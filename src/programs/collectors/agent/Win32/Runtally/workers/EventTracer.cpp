@@ -7,9 +7,11 @@
 #include "platform/Platform.h"
 #include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
-#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/ThreadRecord.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RegistryHold.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
+#include "programs/collectors/agent/Win32/Runtally/tracking/ProcessTracking.h"
 #include "shared/library/common/errors/StructuredException.h"
 #include "shared/library/common/time/Timer.h"
 
@@ -52,7 +54,7 @@ void dropStaleStopEvent(const Process& start) {
     const MonopolyHold hold(registry.endedMapMonopoly);
     const auto found = registry.endedProcessMap.find(start.pid());
     if (found != registry.endedProcessMap.end() && found->second->getEnd() < start.getStart())
-        Runtally::removeProcessFromEndedProcessMap(start.pid());
+        ProcessTracking::removeProcessFromEndedProcessMap(start.pid());
 }
 
 void takeNews(const TraceEvent& event) {
@@ -63,7 +65,7 @@ void takeNews(const TraceEvent& event) {
     }
     if (process->getState() == ProcessState::started)
         dropStaleStopEvent(*process);
-    Runtally::logProcess(process);
+    ProcessTracking::logProcess(process);
 }
 
 /// Turns an event that the session was told to hand over into news, though the program may be told to quit just then.
@@ -163,7 +165,8 @@ void enterRunning() {
 
 /// Ends what was gone when it was to be entered: no event will tell of it.
 void endWhatWasGone() {
-    Runtally::endGone([](const ProcessPointer& process) { return process->getExecutable() == Process::lostText; });
+    ProcessTracking::endGone(
+        [](const ProcessPointer& process) { return process->getExecutable() == Process::lostText; });
 }
 
 void dropTracer() {
@@ -198,7 +201,7 @@ bool trace(uint32_t& result) {
     // the poller's first round the poller enters what runs.
     const bool isNew = !state.tracer;
     const bool isToEnter = isNew && (!runtallyState().settings.pollingOn || runtallyState().polledOnce);
-    if (isNew && runtallyState().lastLook != 0 && !Runtally::endUnseen())
+    if (isNew && runtallyState().lastLook != 0 && !ProcessTracking::endUnseen())
         logger().debug(1, "eventTracer: What has ended can't be found.");
     if (isToEnter)
         enterRunning();
@@ -220,11 +223,6 @@ bool trace(uint32_t& result) {
 }
 } // namespace
 
-TracerState& tracerState() {
-    static TracerState state;
-    return state;
-}
-
 void endTracing() {
     if (!tracerState().tracer)
         return;
@@ -235,14 +233,6 @@ void endTracing() {
     tracer.setEventCallback(takeEvent);
     tracer.consume();
     dropTracer();
-}
-
-void resetTracerState() {
-    TracerState& state = tracerState();
-    state.tracer.reset();
-    state.losses = {};
-    state.hasSession = state.running = state.tableReported = state.isTableWatched = false;
-    state.ignoredStarts.clear();
 }
 
 uint32_t eventTracer(void* argument) {
@@ -279,21 +269,9 @@ bool addRunningProcesses(int32_t startSeconds) {
         process->setState(ProcessState::started);
         if (runtallyState().lastLook != 0)
             process->startNotBefore(DateTime(startSeconds));
-        Runtally::logProcess(process);
+        ProcessTracking::logProcess(process);
     }
     return true;
-}
-
-void noteIgnoredStart(uint32_t pid) {
-    if (runtallyState().settings.eventsActive != 1)
-        return;
-    const MonopolyHold hold(runtallyState().registry.endedMapMonopoly);
-    tracerState().ignoredStarts.insert(pid);
-}
-
-bool takeIgnoredStart(uint32_t pid) {
-    const MonopolyHold hold(runtallyState().registry.endedMapMonopoly);
-    return tracerState().ignoredStarts.erase(pid) != 0;
 }
 
 } // namespace Velmor

@@ -4,11 +4,10 @@
 
 #include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
-#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/ThreadRecord.h"
 #include "programs/collectors/agent/Win32/Runtally/records/ModuleRecordWriter.h"
-#include "shared/library/common/files/FileOps.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RegistryHold.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "shared/library/common/time/Timer.h"
 
 namespace Velmor {
@@ -68,26 +67,6 @@ uint32_t modulePoller(void* argument) {
     }
     logger().debug(1, "END THREAD " + record.name);
     return 0;
-}
-
-bool Runtally::prepareModulePoller() {
-    logger().debug(2, "Preparing module poller thread...");
-    if (!prepareThread("ModulePoller", ThreadRecord::takesPart, modulePoller)) {
-        logger().critical(RuntallyMessage::noMemory, "prepare module poller");
-        return fail("The module poller can't be prepared; see the debug log.");
-    }
-    const std::string& file = runtallyState().settings.moduleFilterFile;
-    if (FileOps::exists(file)) {
-        logger().debug(3, "   Reading file: \"%s\"...", file);
-        if (!runtallyState().moduleFilter.readFile(file)) {
-            logger().error(RuntallyMessage::fileUnusable, file);
-            return fail("The module filter \"" + file +
-                        "\" is empty or can't be read; correct it, remove it, or set "
-                        "runtally.logging.module-data.interval.filter.");
-        }
-    }
-    logger().debug(3, "   Done.");
-    return true;
 }
 
 } // namespace Velmor

@@ -6,9 +6,9 @@
 #include "process/RuntallyMessages.h"
 #include "process/performance/OscQuery.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
-#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/ThreadRecord.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RegistryHold.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "shared/library/common/errors/StructuredException.h"
 #include "shared/library/common/files/FilePlain.h"
 #include "shared/library/common/text/StringSearcher.h"
@@ -180,26 +180,6 @@ bool readCountersFile(const std::string& fileName) {
     return !entries.empty();
 }
 
-double startValue(int32_t mode) {
-    return mode == GatherMode::smallest ? std::numeric_limits<double>::max() : 0;
-}
-
-void addCounters(const ProcessPointer& process) {
-    const std::vector<CounterEntry>& entries = performance().counters;
-    std::vector<ProcessCounter>& counters = process->counters();
-    counters.reserve(entries.size());
-    logger().debug(5, "Adding counters for PID=%i", process->pid());
-    for (const CounterEntry& entry : entries) {
-        ProcessCounter& counter = counters.emplace_back();
-        counter.pid = process->pid();
-        counter.counterId = entry.counterId;
-        counter.mode = entry.mode;
-        counter.value = startValue(entry.mode);
-        logger().debug(5, "   Added counter %i for PID=%i", counter.counterId, process->pid());
-    }
-    ++runtallyState().registry.monitoredCount;
-}
-
 uint32_t perfMonitor(void* argument) {
     auto& record = *static_cast<ThreadRecord*>(argument);
     try {
@@ -219,27 +199,6 @@ uint32_t perfMonitor(void* argument) {
     }
     logger().debug(1, "END THREAD %s.", record.name);
     return 0;
-}
-
-bool Runtally::preparePerformanceMonitor() {
-    const RuntallySettings& settings = runtallyState().settings;
-    const auto refuse = [](const std::string& file, const char* key) {
-        logger().error(RuntallyMessage::fileUnusable, file);
-        return fail("The file \"" + file + "\" is absent, empty or can't be read; correct it, or set " + key + ".");
-    };
-    logger().debug(2, "Preparing performance monitor thread...");
-    logger().debug(3, "   Reading file: \"%s\"...", settings.countersFile);
-    if (!readCountersFile(settings.countersFile))
-        return refuse(settings.countersFile, "runtally.logging.performance-monitor.counters");
-    logger().debug(3, "   Reading file: \"%s\"...", settings.performanceRulesFile);
-    if (!runtallyState().processRules.readFile(settings.performanceRulesFile))
-        return refuse(settings.performanceRulesFile, "runtally.logging.performance-monitor.rules");
-    if (!prepareThread("PerformanceMonitor", ThreadRecord::takesPart, perfMonitor)) {
-        logger().critical(RuntallyMessage::noMemory, "preparePerformanceMonitor");
-        return fail("The performance monitor can't be prepared; see the debug log.");
-    }
-    logger().debug(3, "   Done.");
-    return true;
 }
 
 } // namespace Velmor

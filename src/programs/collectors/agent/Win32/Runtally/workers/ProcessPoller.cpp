@@ -1,13 +1,16 @@
 // The thread that watches the process table.
 
+#include "programs/collectors/agent/Win32/Runtally/workers/ProcessPoller.h"
+
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 #include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
-#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
-#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "programs/collectors/agent/ThreadRecord.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RegistryHold.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
+#include "programs/collectors/agent/Win32/Runtally/tracking/ProcessTracking.h"
 #include "shared/library/common/time/Timer.h"
 
 #include <utility>
@@ -57,7 +60,7 @@ void completingRound() {
 
 void reportEnd(const ProcessPointer& change) {
     logger().debug(5, "      Process ended.");
-    Runtally::admitPending(change->pid());
+    ProcessTracking::admitPending(change->pid());
     const CheckedOut found(change->pid());
     if (!found.isAccessible()) {
         logger().warning(RuntallyMessage::registryHeld, "procPoll");
@@ -71,7 +74,7 @@ void reportEnd(const ProcessPointer& change) {
     logger().debug(5, "      Found process in process map.");
     entry->setState(ProcessState::ended);
     entry->setEnd(change->getEnd());
-    Runtally::logProcess(entry);
+    ProcessTracking::logProcess(entry);
 }
 
 void reportChange(const ProcessPointer& change) {
@@ -80,7 +83,7 @@ void reportChange(const ProcessPointer& change) {
         return;
     }
     logger().debug(5, "      Process started.");
-    Runtally::logProcess(change);
+    ProcessTracking::logProcess(change);
 }
 
 /// Whether what a change tells has reached the registry.
@@ -111,7 +114,7 @@ void reportChanges() {
 /// Ends what is tracked and has gone, after events were given up: neither they nor a comparison of polls tell of it.
 void endUnseen() {
     RuntallyState& state = runtallyState();
-    if (state.eventsDropped && Runtally::endUnseen()) // else the next round does it
+    if (state.eventsDropped && ProcessTracking::endUnseen()) // else the next round does it
         state.eventsDropped = false;
 }
 
@@ -221,7 +224,7 @@ void pollInRounds(ThreadRecord& record) {
     runRounds(record, pace, [&](const DateTime& now) {
         if (const bool wasSetBack = now + interval < nextPoll; now >= nextPoll || wasSetBack) {
             nextPoll = wasSetBack ? now + interval : nextPoll + interval;
-            Runtally::procPoll();
+            procPoll();
             if (logger().passes(4))
                 logger().debug(4, "THREAD %s: Processing took %s.", record.name, (DateTime() - now).toString());
         }
@@ -230,7 +233,7 @@ void pollInRounds(ThreadRecord& record) {
 }
 } // namespace
 
-void Runtally::procPoll() {
+void procPoll() {
     reportChanges();
     if (runtallyState().polledOnce && runtallyState().settings.eventsActive == 1)
         completingRound();

@@ -1,4 +1,4 @@
-#include "shared/library/common/win32/MailSlot.h"
+#include "shared/library/common/ipc/MailSlot.h"
 
 #include "platform/Errors.h"
 #include "platform/Platform.h"

@@ -1,62 +1,25 @@
-#include "programs/collectors/agent/Win32/Runtally/ProcessRegistry.h"
+// What becomes of the news of processes.
+
+#include "programs/collectors/agent/Win32/Runtally/tracking/ProcessTracking.h"
 
 #include "platform/Clock.h"
 #include "platform/Platform.h"
-#include "platform/Threads.h"
 #include "process/RuntallyMessages.h"
-#include "process/naming/IdValues.h"
-#include "programs/collectors/agent/DataDelivery.h"
-#include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
-#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
-#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
-#include "programs/collectors/agent/Win32/Runtally/workers/PerformanceMonitor.h"
-#include "shared/library/common/errors/StructuredException.h"
-#include "shared/library/common/time/Timer.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RegistryHold.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
 
 #include <algorithm>
 
 namespace Velmor {
 
 namespace {
-constexpr int enforceRounds = 500;
-constexpr uint32_t enforcePause = 10;   // milliseconds
-constexpr uint32_t resettingPause = 20; // milliseconds
-constexpr uint32_t statusInvalidHandle = 0xC0000008;
-
-enum class Outcome : uint8_t { acquired, invalidHandle, timeout };
-
 ProcessRegistry& registry() {
     return runtallyState().registry;
 }
 
 const Logger& logger() {
     return runtallyState().logger;
-}
-
-Outcome tryEnforceTimed(Monopoly& monopoly) {
-    try {
-        bool busy = false;
-        bool held = monopoly.tryEnforce(busy);
-        for (int i = 0; i < enforceRounds && !held; ++i) {
-            if (busy)
-                while (monopoly.isResetting())
-                    Timer::sleep(resettingPause);
-            Timer::sleep(enforcePause);
-            held = monopoly.tryEnforce(busy);
-        }
-        return held ? Outcome::acquired : Outcome::timeout;
-    } catch (const StructuredException& failure) {
-        if (failure.code != statusInvalidHandle)
-            throw;
-        return Outcome::invalidHandle;
-    }
-}
-
-void freeIfHeldBy(Monopoly& monopoly, uint32_t threadId) {
-    if (monopoly.isEnforced() && monopoly.getOwner() == threadId)
-        monopoly.reset();
 }
 
 /// The entry under the id of `process`, if it is another process that had this id before.
@@ -100,7 +63,7 @@ void consumeStopEvent(const ProcessPointer& process, const ProcessPointer& stopE
                    process->getExecutable());
     process->setState(ProcessState::ended);
     process->setEnd(stopEvent->getEnd());
-    Runtally::logProcessData(process);
+    ProcessTracking::logProcessData(process);
 }
 
 /// Marks a process that the performance rules select. A second report of a tracked one is dropped, and gets nothing.
@@ -113,89 +76,6 @@ void selectForMonitoring(const ProcessPointer& process, bool isTracked) {
         addCounters(process);
 }
 } // namespace
-
-void ProcessRegistry::clear() {
-    for (ProcessMap* map : {&processMap, &endedProcessMap, &pendingInfoMap})
-        map->clear();
-    monitoredCount = 0;
-}
-
-bool ProcessTracking::enforceMonopoly(std::string_view name, uint32_t retriedBy) {
-    Monopoly& monopoly = registry().processMonopoly;
-    logger().debug(5, "**ENFORCE %s", name);
-    switch (tryEnforceTimed(monopoly)) {
-    case Outcome::acquired:
-        logger().debug(5, "**ENFORCED %s %i", name, monopoly.getCount());
-        return true;
-    case Outcome::invalidHandle:
-        logger().debug(1, "**FAILED %s - Got exception STATUS_INVALID_HANDLE.", name);
-        return false;
-    case Outcome::timeout:
-        break;
-    }
-    if (monopoly.isResetting()) {
-        logger().debug(1, "**FAILED %s - monopoly destroyed.", name);
-        return false;
-    }
-    const uint32_t self = platform().threads->currentId();
-    if (retriedBy == self)
-        logger().debug(1, "**FAILED %s - second timeout.", name);
-    else
-        logger().debug(1, "**FAILED %s - timeout. Monpoly locked to thread %i.", name, monopoly.getOwner());
-    if (monopoly.getOwner() != 0)
-        return false;
-    logger().debug(1, "**RETRY %s - Will try again, renewing the monopoly...", name);
-    monopoly.reset();
-    return enforceMonopoly(name, self);
-}
-
-void ProcessTracking::relaxMonopoly(std::string_view name) {
-    Monopoly& monopoly = registry().processMonopoly;
-    logger().debug(5, "**RELAX %s %i", name, monopoly.getCount());
-    if (monopoly.relax())
-        logger().debug(5, "**RELAXED %i", monopoly.getCount());
-    else
-        logger().debug(1, "**RELAX FAILED %s %i", name, monopoly.getCount());
-}
-
-void ProcessTracking::freeLocksOf(uint32_t threadId) {
-    ProcessRegistry& maps = registry();
-    for (Monopoly* monopoly : {&maps.processMonopoly, &maps.endedMapMonopoly, &maps.pendingInfoMonopoly,
-                               &runtallyState().eventLog.lock(), &idValuesLock(), &programState().deliveryMonopoly})
-        freeIfHeldBy(*monopoly, threadId);
-    if (runtallyState().exeFinder)
-        freeIfHeldBy(runtallyState().exeFinder->lock(), threadId);
-    for (auto& [key, entry] : logFileRegistry())
-        if (!entry.file.isNull())
-            freeIfHeldBy(entry.file->lock(), threadId);
-}
-
-bool ProcessTracking::checkOut(uint32_t pid, ProcessPointer& process) {
-    if (!enforceMonopoly("checkOut", 0))
-        return false;
-    const auto found = registry().processMap.find(pid);
-    if (found != registry().processMap.end()) {
-        process = found->second;
-        return true;
-    }
-    relaxMonopoly("checkOut");
-    logger().debug(5, "--RELAX checkOut - not found");
-    process = ProcessPointer();
-    return true;
-}
-
-void ProcessTracking::checkIn(ProcessPointer& process) {
-    process = ProcessPointer();
-    relaxMonopoly("checkIn");
-}
-
-bool ProcessTracking::checkOutAll() {
-    return enforceMonopoly("checkOut all", 0);
-}
-
-void ProcessTracking::checkInAll() {
-    relaxMonopoly("checkIn All");
-}
 
 bool ProcessTracking::addProcess(const ProcessPointer& process) {
     const uint32_t pid = process->pid();
@@ -297,19 +177,6 @@ void ProcessTracking::trackAnew(const ProcessPointer& process) {
     selectForMonitoring(process, true);
 }
 
-void ProcessTracking::leaveSources(bool eventsWereActive) {
-    RuntallyState& state = runtallyState();
-    const bool hasEvents = state.settings.eventsActive == 1;
-    if (!hasEvents)
-        endTracing();
-    state.eventsDropped = !hasEvents && (eventsWereActive || state.eventsDropped); // a new tracer finds what has ended
-    if (hasEvents || !state.settings.pollingOn)
-        state.procPoll.forget(); // it holds handles, and what it knows gets old
-    // A new session begins with a look of its own, which finds what a poll has left unreported.
-    if ((hasEvents && !eventsWereActive) || !state.settings.pollingOn)
-        state.pollChanges.clear();
-}
-
 void ProcessTracking::giveTrackedUp() {
     RuntallyState& state = runtallyState();
     if (const size_t count = state.registry.processMap.size(); count > 0)
@@ -343,13 +210,13 @@ void ProcessTracking::logProcess(const ProcessPointer& process) {
     logger().debug(5, "Logging process %i", process->pid());
     switch (process->getState()) {
     case ProcessState::started:
-        Runtally::logStartProcess(process);
+        logStartProcess(process);
         break;
     case ProcessState::ended:
-        Runtally::logEndProcess(process);
+        logEndProcess(process);
         break;
     case ProcessState::inUse:
-        Runtally::logProcessUsage(process);
+        logProcessUsage(process);
         break;
     case ProcessState::unresolved:
         break;

@@ -1,10 +1,10 @@
-#include "programs/collectors/agent/Win32/Runtally/workers/LossReport.h"
+#include "programs/collectors/agent/Win32/Runtally/state/LossReport.h"
 
 #include "platform/Clock.h"
 #include "platform/Platform.h"
 #include "process/RuntallyMessages.h"
 #include "process/events/KernelTracer.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 
 #include <string>
 

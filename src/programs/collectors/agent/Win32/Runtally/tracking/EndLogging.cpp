@@ -1,13 +1,14 @@
 // What a process leaves at its end and at each slice.
 
+#include "programs/collectors/agent/Win32/Runtally/tracking/ProcessTracking.h"
+
 #include "process/RuntallyMessages.h"
-#include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
-#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
-#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/records/ModuleRecordWriter.h"
 #include "programs/collectors/agent/Win32/Runtally/records/PerformanceRecord.h"
-#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/state/ProcessEventLog.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RegistryHold.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
 
 namespace Velmor {
 
@@ -79,7 +80,7 @@ void logSideRecords(const ProcessPointer& entry) {
 
 void dropStopEvent(uint32_t pid) {
     const MonopolyHold hold(registry().endedMapMonopoly);
-    Runtally::removeProcessFromEndedProcessMap(pid);
+    ProcessTracking::removeProcessFromEndedProcessMap(pid);
 }
 
 /// Whether an end that came before its start is the entry's own.
@@ -95,14 +96,14 @@ void logSliceWithStopEvent(const ProcessPointer& entry, const ProcessPointer& st
         logger().debug(1, "logProcessUsage: Pending stop-event found for %i, (%s)", pid, entry->getExecutable());
         entry->setEnd(stopEvent->getEnd());
         entry->setState(ProcessState::ended);
-        Runtally::logProcessData(entry);
-        Runtally::removeProcess(pid);
+        ProcessTracking::logProcessData(entry);
+        ProcessTracking::removeProcess(pid);
         dropStopEvent(pid);
         return;
     }
     logger().debug(1, "logProcessUsage: Invalid pending stop-event removed for %i", pid);
     dropStopEvent(pid);
-    Runtally::logProcessData(entry);
+    ProcessTracking::logProcessData(entry);
 }
 
 void sliceAll(const DateTime& now) {
@@ -112,13 +113,13 @@ void sliceAll(const DateTime& now) {
         ++place; // a slice may take the entry at hand out of the map
         entry->setEnd(now);
         entry->setState(ProcessState::inUse);
-        Runtally::logProcessUsage(entry);
+        ProcessTracking::logProcessUsage(entry);
         entry->setStart(now);
     }
 }
 } // namespace
 
-void Runtally::logEndProcess(const ProcessPointer& report) {
+void ProcessTracking::logEndProcess(const ProcessPointer& report) {
     const uint32_t pid = report->pid();
     logger().debug(5, "Logging end of process %i", pid);
     const CheckedOut found(pid);
@@ -156,7 +157,7 @@ void Runtally::logEndProcess(const ProcessPointer& report) {
     logProcessEvent(false, entry);
 }
 
-void Runtally::logProcessUsage(const ProcessPointer& report) {
+void ProcessTracking::logProcessUsage(const ProcessPointer& report) {
     const uint32_t pid = report->pid();
     logger().debug(5, "Logging usage of process %i", pid);
     const CheckedOut found(pid);
@@ -189,7 +190,7 @@ void Runtally::logProcessUsage(const ProcessPointer& report) {
     logProcessData(entry);
 }
 
-void Runtally::dumpAll() {
+void ProcessTracking::dumpAll() {
     logger().debug(1, "Dumping processes...");
     TimeSpan taken;
     {

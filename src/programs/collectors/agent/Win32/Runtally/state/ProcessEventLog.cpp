@@ -1,8 +1,8 @@
-#include "programs/collectors/agent/Win32/Runtally/ProcessEventLog.h"
+#include "programs/collectors/agent/Win32/Runtally/state/ProcessEventLog.h"
 
 #include "process/RuntallyMessages.h"
 #include "programs/collectors/agent/ProgramState.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "shared/library/common/files/FileOps.h"
 #include "shared/library/common/files/FileUtils.h"
 #include "shared/library/common/text/StringSearcher.h"

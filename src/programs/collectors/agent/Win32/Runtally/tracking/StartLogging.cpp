@@ -1,11 +1,12 @@
 // How a start becomes a tracked process.
 
+#include "programs/collectors/agent/Win32/Runtally/tracking/ProcessTracking.h"
+
 #include "process/RuntallyMessages.h"
 #include "process/naming/IdValues.h"
-#include "programs/collectors/agent/Win32/Runtally/RegistryHold.h"
-#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
-#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RegistryHold.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
 
 namespace Velmor {
 
@@ -27,7 +28,7 @@ void park(const ProcessPointer& process) {
 void admit(const ProcessPointer& process) {
     runtallyState().registry.pendingInfoMap.erase(process->pid());
     process->setState(ProcessState::started);
-    Runtally::logProcess(process);
+    ProcessTracking::logProcess(process);
 }
 
 bool isNonePending() {
@@ -66,7 +67,7 @@ void addIdValues(Process& process) {
 }
 } // namespace
 
-void Runtally::logStartProcess(const ProcessPointer& process) {
+void ProcessTracking::logStartProcess(const ProcessPointer& process) {
     logger().debug(5, "Logging start of process %i", process->pid());
     if (lacksName(*process)) {
         park(process);
@@ -89,7 +90,7 @@ void Runtally::logStartProcess(const ProcessPointer& process) {
         logger().warning(RuntallyMessage::registryHeld, "logStartProcess");
 }
 
-void Runtally::retryPendingInfo() {
+void ProcessTracking::retryPendingInfo() {
     ProcessRegistry& maps = runtallyState().registry;
     if (isNonePending())
         return;
@@ -107,7 +108,7 @@ void Runtally::retryPendingInfo() {
         admit(process);
 }
 
-void Runtally::admitPending(uint32_t pid) {
+void ProcessTracking::admitPending(uint32_t pid) {
     ProcessRegistry& maps = runtallyState().registry;
     if (isNonePending())
         return;

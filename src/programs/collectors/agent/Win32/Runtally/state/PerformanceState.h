@@ -1,5 +1,7 @@
 #pragma once
 
+#include "process/Process.h"
+
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -24,5 +26,11 @@ struct PerformanceState {
     int32_t memoryReadAt = 0; // seconds since 1970
     bool memoryUnknown = false;
 };
+
+/// Gives a process that is entered in the registry its counters, and counts it as monitored. Under processMonopoly.
+void addCounters(const ProcessPointer& process);
+
+/// A counter's value when nothing has been gathered in it.
+double startValue(int32_t mode);
 
 } // namespace Velmor

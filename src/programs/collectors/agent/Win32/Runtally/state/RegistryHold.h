@@ -1,6 +1,6 @@
 #pragma once
 
-#include "programs/collectors/agent/Win32/Runtally/ProcessRegistry.h"
+#include "programs/collectors/agent/Win32/Runtally/state/ProcessRegistry.h"
 
 #include <cstdint>
 #include <string_view>
@@ -10,12 +10,12 @@ namespace Velmor {
 /// Holds the registry until it goes, whatever ends the work; test it before use.
 class RegistryHold {
 public:
-    explicit RegistryHold(std::string_view who) : who_(who), isHeld_(ProcessTracking::enforceMonopoly(who, 0)) {}
+    explicit RegistryHold(std::string_view who) : who_(who), isHeld_(RegistryAccess::enforceMonopoly(who, 0)) {}
     RegistryHold(const RegistryHold&) = delete;
     RegistryHold& operator=(const RegistryHold&) = delete;
     ~RegistryHold() {
         if (isHeld_)
-            ProcessTracking::relaxMonopoly(who_);
+            RegistryAccess::relaxMonopoly(who_);
     }
     explicit operator bool() const { return isHeld_; }
 
@@ -27,12 +27,12 @@ private:
 /// The same for whoever works on the whole map.
 class AllCheckedOut {
 public:
-    AllCheckedOut() : isHeld_(ProcessTracking::checkOutAll()) {}
+    AllCheckedOut() : isHeld_(RegistryAccess::checkOutAll()) {}
     AllCheckedOut(const AllCheckedOut&) = delete;
     AllCheckedOut& operator=(const AllCheckedOut&) = delete;
     ~AllCheckedOut() {
         if (isHeld_)
-            ProcessTracking::checkInAll();
+            RegistryAccess::checkInAll();
     }
     explicit operator bool() const { return isHeld_; }
 
@@ -43,12 +43,12 @@ private:
 /// The same for one tracked process.
 class CheckedOut {
 public:
-    explicit CheckedOut(uint32_t pid) : isAccessible_(ProcessTracking::checkOut(pid, process_)) {}
+    explicit CheckedOut(uint32_t pid) : isAccessible_(RegistryAccess::checkOut(pid, process_)) {}
     CheckedOut(const CheckedOut&) = delete;
     CheckedOut& operator=(const CheckedOut&) = delete;
     ~CheckedOut() {
         if (!process_.isNull())
-            ProcessTracking::checkIn(process_);
+            RegistryAccess::checkIn(process_);
     }
     /// False if the registry could not be had.
     bool isAccessible() const { return isAccessible_; }

@@ -1,10 +1,10 @@
 // The records of who used what for how long.
 
-#include "process/Process.h"
+#include "programs/collectors/agent/Win32/Runtally/records/UsageRecordWriter.h"
+
 #include "process/RuntallyMessages.h"
-#include "programs/collectors/agent/Win32/Runtally/Runtally.h"
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/records/RecordText.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "records/RecordFormat.h"
 #include "rules/PrimeTime.h"
 
@@ -39,7 +39,7 @@ std::string identityLine(Process& process) {
 }
 } // namespace
 
-void Runtally::logProcessData(const ProcessPointer& process) {
+void UsageRecordWriter::logProcessData(const ProcessPointer& process) {
     logger().debug(4, "logProcessData: Writing \"%s\" (%i) to file...", process->getApplication(), process->pid());
     int32_t duration = (process->getEnd() - process->getStart()).getSeconds();
     if (!isWanted(*process, duration))

@@ -1,7 +1,7 @@
-#include "programs/collectors/agent/Win32/Runtally/RuntallyState.h"
+#include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 
 #include "programs/collectors/agent/DataDelivery.h"
-#include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
 
 #include <memory>
 

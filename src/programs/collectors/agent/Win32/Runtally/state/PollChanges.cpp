@@ -1,4 +1,4 @@
-#include "programs/collectors/agent/Win32/Runtally/workers/PollChanges.h"
+#include "programs/collectors/agent/Win32/Runtally/state/PollChanges.h"
 
 #include <utility>
 
