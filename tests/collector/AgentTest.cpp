@@ -5,6 +5,7 @@
 #include "programs/collectors/agent/Win32/IpcCommands.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/ModulePoller.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/PerformanceMonitor.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/ProcessPoller.h"
 #include "rules/PrimeTime.h"
 #include "shared/library/common/ipc/MailSlot.h"
 #include "support/Eventually.h"
@@ -50,20 +51,27 @@ TEST(CommandLineTest, OptionsHaveValuesInEachOfTheirForms) {
     }
 }
 
-TEST(WorkersTest, EachAnswersItsSupervisorAndStopsWhenToldTo) {
+TEST(WorkersTest, EachAnswersItsSupervisorDoesItsWorkAndStopsWhenToldTo) {
     for (const ThreadRoutine worker : {processPoller, modulePoller, perfMonitor, dataDelivery}) {
         Collector collector;
-        runtallyState().settings.performancePollInterval = TimeSpan(60);
+        runtallyState().settings.modulePollInterval = runtallyState().settings.performancePollInterval = TimeSpan(60);
         programState().quitFlag = 0;
         ThreadRecord record("worker", ThreadRecord::takesPart);
         record.report = Report::question;
         int answers = 0;
+        const uint32_t begin = collector.os.clock.ticks();
+        collector.os.processes.start(7, "/apps/p7");
         collector.os.clock.onSleep = [&] {
+            if (collector.os.clock.ticks() - begin > 5000)
+                collector.os.processes.start(8, "/apps/p8");
             if (record.report == Report::alive)
-                record.report = ++answers < 2 ? Report::question : Report::stop;
+                record.report =
+                    ++answers < 2 || collector.os.clock.ticks() - begin < 10000 ? Report::question : Report::stop;
         };
         EXPECT_EQ(worker(&record), 0U);
-        EXPECT_EQ(answers, 2);
+        EXPECT_LT(collector.os.clock.ticks() - begin, 11000U);
+        EXPECT_EQ(collector.tracked().size(), worker == processPoller ? 2U : 0U);
+        EXPECT_EQ(collector.os.performanceData.samples, 0U) << "nothing is monitored";
     }
 }
 
@@ -180,6 +188,15 @@ TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMend
     EXPECT_TRUE(agent.reached);
     EXPECT_TRUE(logFileRegistry().contains("new3") && !logFileRegistry().contains("kept"));
     EXPECT_TRUE(agent.stopAndVerify());
+}
+
+TEST_F(AgentTest, ASecondOneDoesNotStartAndSaysSoInTheLog) {
+    PlainAgent first("dummy");
+    PlainAgent second("dummy");
+    ASSERT_TRUE(first.configure() && first.configure()) << "again and again";
+    EXPECT_FALSE(second.configure());
+    EXPECT_EQ(second.configurations, 0);
+    EXPECT_NE(log().find("FATAL"), std::string::npos) << log();
 }
 
 TEST_F(AgentTest, AReconfigurationWithAMistakeChangesNothingAndNamesTheLine) {

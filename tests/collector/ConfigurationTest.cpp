@@ -132,6 +132,17 @@ TEST_F(ConfigurationTest, TheExamplesAreLoadedWithoutAMessage) {
     EXPECT_TRUE(runtallyState().includeExclude.isIncluded(RuleFacts(RuleKey::datatype, "process")));
 }
 
+TEST_F(ConfigurationTest, EventsThatAreGivenUpLeaveWhatEndedMeanwhileToThePoller) {
+    for (const int32_t wereActive : {0, 1}) {
+        resetRuntallyState();
+        settings().eventsActive = wereActive;
+        writeOwn(polled);
+        EXPECT_TRUE(Runtally("dummy").configure());
+        EXPECT_EQ(settings().eventsActive, 0);
+        EXPECT_EQ(runtallyState().eventsDropped, wereActive == 1);
+    }
+}
+
 TEST_F(ConfigurationTest, ASystemWithoutEventsIsPolledInTheirPlace) {
     constexpr const char* events = "logging () = \"\" { process-data () = \"\" { events (Bool) = true { } "
                                    "polling (Bool) = false { interval (TimeSpan) = P1M { } } } }";

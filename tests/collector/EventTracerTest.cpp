@@ -7,6 +7,7 @@
 #include "process/ProcessShared.h"
 #include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/ProcessPoller.h"
 
 namespace Velmor {
 
@@ -231,6 +232,28 @@ TEST_F(EventTracerTest, LostEventsAreReportedAtOnceAndThenOnceAMinute) {
         collector.os.kernelTrace.events = {event(3, 1, "", 0)};
         runThread();
         EXPECT_EQ(log.count("(2.08.41)"), messages) << lost << " after " << secondsLater;
+    }
+}
+
+TEST_F(EventTracerTest, ThePollerWaitsForTheSessionButNotForEver) {
+    for (const uint32_t comesAfter : {1000U, 60000U}) {
+        Collector fresh;
+        settings().eventsActive = 1;
+        settings().pollingOn = true;
+        tracerState().hasSession = false;
+        ThreadRecord record("ProcessPoller", ThreadRecord::takesPart);
+        const uint32_t begin = fresh.os.clock.ticks();
+        uint32_t polledAt = 0;
+        fresh.os.clock.onSleep = [&] {
+            const uint32_t passed = fresh.os.clock.ticks() - begin;
+            tracerState().hasSession = passed >= comesAfter;
+            if (runtallyState().polledOnce) {
+                polledAt = passed;
+                record.report = Report::stop;
+            }
+        };
+        EXPECT_EQ(processPoller(&record), 0U);
+        EXPECT_NEAR(polledAt, std::min(comesAfter, 30000U), 100);
     }
 }
 

@@ -138,6 +138,9 @@ TEST_F(RecordsTest, WhatAPollFindsIsDatedHalfAnIntervalBack) {
     collector.poll();
     ASSERT_EQ(collector.records().size(), 1U);
     EXPECT_EQ(collector.records()[0].end(), now() - 30);
+    collector.os.processes.end(6, 0);
+    collector.poll();
+    EXPECT_EQ(collector.records().at(1).end(), now()) << "it was there at the last look";
 }
 
 TEST_F(RecordsTest, AnUnknownExecutableIsParkedUntilItCanBeRead) {

@@ -123,7 +123,7 @@ TEST_F(FileTest, ASafeWriteShowsOnlyWhenItIsClosed) {
     file.close();
     EXPECT_EQ(readFile(path), "new");
     file.open(safeWrite);
-    file.write("x", 1);
+    EXPECT_TRUE(file.write(std::string("x")));
     file.abort();
     EXPECT_EQ(readFile(path), "new");
     EXPECT_EQ(directory.names(), "f");
@@ -266,6 +266,10 @@ TEST_F(FileTest, ReadsTellHowMuchCameAndATextEndsAtItsZero) {
     EXPECT_FALSE(file.read(buffer, 9)) << "fewer than asked for";
     EXPECT_EQ(buffer, "ef");
     EXPECT_TRUE(file.eof());
+    FileGZ compressed(directory / "y.gz");
+    compressed.open(safeWrite);
+    EXPECT_TRUE(compressed.write(std::string("ab")));
+    EXPECT_EQ(compressed.seek(2, FileBase::OFFSET_CURRENT), 4) << "forward only";
 }
 
 TEST_F(FileTest, TheSystemsAnswersAreTakenOver) {

@@ -159,12 +159,15 @@ TEST_F(LogFileTest, RotationGoesByItsScheme) {
         agent.setFile(directory / name);
         agent.write("first");
         EXPECT_EQ(os.registry.values["TestLogCounter"].second, atFirst) << "case " << number;
+        EXPECT_EQ(os.registry.values.contains("TestLogOpened"), *atFirst != '\0') << "when a new file was begun";
         if (isBig)
             agent.write(std::string(1 << 20, 'x'));
         os.clock.advance(pause);
         agent.write("second");
         EXPECT_EQ(os.registry.values["TestLogCounter"].second, afterwards) << "case " << number;
-        EXPECT_NE(readFile(directory / name).find("second"), std::string::npos);
+        const std::string text = readFile(directory / name);
+        EXPECT_NE(text.find("second"), std::string::npos);
+        EXPECT_EQ(text.find("Log continued from") != std::string::npos, *afterwards != '\0') << text;
     }
 }
 

@@ -150,6 +150,25 @@ TEST(WildcardMatch, StarsAndQuestionMarks) {
     EXPECT_FALSE(wildcardMatch("*a*a*a*a*a*a*a*a*b", std::string(5000, 'a'))) << "and in no time";
 }
 
+TEST(StaticInfoTest, SystemsAreNamedByTheirNumbers) {
+    ScriptedPlatform os;
+    constexpr uint16_t ia64 = 6;
+    constexpr uint16_t amd64 = 9;
+    using Case = std::tuple<uint32_t, uint32_t, bool, uint16_t, const char*>;
+    for (const auto& [major, minor, isWorkstation, architecture, name] :
+         {Case{4, 0, true, 0, "NT 4.0"}, Case{5, 0, true, 0, "2000"}, Case{5, 1, true, 0, "XP"},
+          Case{5, 2, true, amd64, "XP x64"}, Case{5, 2, true, 0, "Server 2003"},
+          Case{5, 2, false, ia64, "Server 2003 ia64"}, Case{5, 2, false, amd64, "Server 2003 x64"},
+          Case{6, 0, true, amd64, "Vista x64"}, Case{6, 0, false, 0, "Server 2008"}, Case{7, 1, true, amd64, "7 1"}}) {
+        os.machine.version = {2, major, minor, isWorkstation, 0, false, {}};
+        os.machine.architectureNumber = architecture;
+        std::string domain, computer, word, system;
+        getStaticInfo(domain, computer, word, system);
+        EXPECT_EQ(system, std::string("Windows ") + name);
+        EXPECT_EQ(word, architecture == amd64 ? "amd64" : architecture == ia64 ? "ia64" : "i386");
+    }
+}
+
 TEST(ResourceTest, ReferencesAreExpanded) {
     ScriptedPlatform os;
     os.registry.set("base", "/opt");

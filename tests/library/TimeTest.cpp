@@ -106,6 +106,17 @@ TEST(TimeSpanTest, PrintsAndReadsItsForm) {
         EXPECT_EQ(TimeSpan(TimeSpan::fromString(text)).getSeconds(), seconds) << text;
     for (const char* text : {"1H", "p1H"})
         EXPECT_THROW(TimeSpan::fromString(text), TimeException) << text;
+    using Case = std::tuple<int32_t, int32_t, int32_t, int32_t>;
+    for (const auto& [hours, minutes, parts, code] :
+         {Case{24, 0, 0, TM_HOURS}, Case{-1, 0, 0, TM_HOURS}, Case{0, 60, 0, TM_MINUTES}, Case{0, -1, 0, TM_MINUTES},
+          Case{0, 0, 60, TM_SECONDS}, Case{0, 0, -1, TM_SECONDS}}) {
+        try {
+            TimeSpan().set(1, hours, minutes, parts);
+            ADD_FAILURE() << hours << " " << minutes << " " << parts;
+        } catch (const TimeException& failure) {
+            EXPECT_EQ(failure.getCode(), code);
+        }
+    }
 }
 
 } // namespace Velmor

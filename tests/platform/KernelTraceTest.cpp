@@ -33,9 +33,6 @@ struct Seen {
     std::mutex mutex;
     std::string prefix; // of the executables that count, or of their file names
     LinuxProcesses* processes = nullptr;
-    const ProcessHandle* held = nullptr; // asked for codes in place of one that is opened at the event
-    uint32_t pid = 0;                    // counts, whatever it runs
-    bool mayBeGone = false;              // of an end that no start was told of nothing more is known
     int starts = 0;
     int ends = 0;
     int lostNames = 0;
@@ -58,14 +55,10 @@ void onEvent(const TraceEvent& event) {
         ++seen->lostNames;
         return;
     }
-    if (pid != seen->pid && name.substr(name.rfind('/') + 1).find(seen->prefix) != 0)
+    if (!name.substr(name.rfind('/') + 1).starts_with(seen->prefix))
         return;
     uint32_t error = 0;
     const ProcessHandle handle = seen->processes->open(pid, error);
-    if (!handle && event.type == 2 && seen->mayBeGone) {
-        ++seen->ends;
-        return;
-    }
     std::string path;
     if (!handle || !seen->processes->modulePath(handle, 0, path, error) || path != name)
         ADD_FAILURE() << "an event's process can't be opened: " << name;
@@ -76,8 +69,7 @@ void onEvent(const TraceEvent& event) {
     }
     ++seen->ends;
     uint32_t code = 0;
-    const ProcessHandle& asked = seen->held ? *seen->held : handle;
-    seen->codes.insert(asked && seen->processes->exitCode(asked, code, error) ? int64_t{code} : -1);
+    seen->codes.insert(handle && seen->processes->exitCode(handle, code, error) ? int64_t{code} : -1);
 }
 
 class KernelTraceTest : public testing::Test {
@@ -184,37 +176,6 @@ TEST_F(KernelTraceTest, OneSessionOfANameRunsAndEndsWhenItIsStopped) {
     EXPECT_EQ(trace.process(handle, onEvent, [] { return true; }), NativeError::success);
     stopper.join();
     EXPECT_EQ(trace.stop(sessionName), NativeError::instanceNotFound);
-}
-
-TEST_F(KernelTraceTest, WhatEndedBeforeTheSessionCouldSeeItIsReported) {
-    uint32_t error = 0;
-    const std::string sleeper = program + "s";
-    std::filesystem::copy_file("/bin/sleep", sleeper);
-    Child child({sleeper, "100"});
-    const ProcessHandle held = processes.open(child.pid(), error);
-    ASSERT_TRUE(held);
-    child.signal(SIGKILL);
-    child.reap();
-    record.mayBeGone = true;
-    LinuxKernelTrace trace(processes);
-    ASSERT_TRUE(watch(trace, 1));
-    EXPECT_GE(record.ends, 1);
-}
-
-TEST_F(KernelTraceTest, AHeldProcessThatExecutesAnotherProgramHasEndedWithCode0) {
-    const std::string shell = program + "sh";
-    std::filesystem::copy_file("/bin/sh", shell);
-    Child child({shell, "-c", "read x; exec sleep 100"});
-    uint32_t error = 0;
-    const ProcessHandle held = processes.open(child.pid(), error);
-    ASSERT_TRUE(held);
-    record.held = &held;
-    LinuxKernelTrace trace(processes);
-    ASSERT_TRUE(watch(trace, [&] {
-        child.closeInput();
-        awaitEnds(1);
-    }));
-    EXPECT_EQ(record.codes, std::set<int64_t>{0});
 }
 
 TEST_F(KernelTraceTest, AnotherListenersComingIsNoLoss) {
