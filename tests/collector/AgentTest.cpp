@@ -3,10 +3,12 @@
 #include "collector/CollectorFixture.h"
 
 #include "programs/collectors/agent/Win32/IpcCommands.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/ModulePoller.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/PerformanceMonitor.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/ProcessPoller.h"
 #include "rules/PrimeTime.h"
 #include "shared/library/common/ipc/MailSlot.h"
 #include "support/Eventually.h"
-#include "support/RuntimeFixture.h"
 
 #include <algorithm>
 #include <sys/stat.h>
@@ -30,27 +32,48 @@ public:
     bool reached = false; // the former data files, and no new one
 };
 
-/// A machine on which an agent can start.
-class AgentTest : public RuntimeFixture {
-protected:
-    AgentTest() {
-        os.registry.set("ConfigurationDir", directory.path());
-        os.registry.set("StartupLogDir", directory.path());
-        os.registry.setNumber("StartupDebugLevel", 0);
-        write("");
-        programState().quitFlag = 0;
-        programState().mainThreadId = 0;
-    }
-    void write(const std::string& more, const std::string& name = "runtally.conf") const {
-        directory.write(name, "Velmor () = \"\" { directories () = \"\" { temp (DirName) = \"" + directory.path() +
-                                  "\" { } conf (DirName) = \"" + directory.path() + "\" { } } }\n" + more);
-    }
-
-    ScriptedPlatform os;
-};
-
+class AgentTest : public StartFixture {};
 class IpcCommandsTest : public RuntimeFixture {};
 } // namespace
+
+TEST(CommandLineTest, OptionsHaveValuesInEachOfTheirForms) {
+    for (const auto& [text, arguments] : {std::pair{"runtally -c file", "=runtally;c=file;"},
+                                          {" -cfile\t--long 'a b' ", "c=file;long=a b;"},
+                                          {"-x -y", "x=;y=;"},
+                                          {"a\"b c", "=a;=b c;"},
+                                          {"--c \"\" d", "c=;=d;"},
+                                          {"-", "=;"},
+                                          {"", ""}}) {
+        std::string taken;
+        for (const auto& [option, value] : parseCommandLine(text))
+            taken += option + "=" + value + ";";
+        EXPECT_EQ(taken, arguments) << text;
+    }
+}
+
+TEST(WorkersTest, EachAnswersItsSupervisorDoesItsWorkAndStopsWhenToldTo) {
+    for (const ThreadRoutine worker : {processPoller, modulePoller, perfMonitor, dataDelivery}) {
+        Collector collector;
+        runtallyState().settings.modulePollInterval = runtallyState().settings.performancePollInterval = TimeSpan(60);
+        programState().quitFlag = 0;
+        ThreadRecord record("worker", ThreadRecord::takesPart);
+        record.report = Report::question;
+        int answers = 0;
+        const uint32_t begin = collector.os.clock.ticks();
+        collector.os.processes.start(7, "/apps/p7");
+        collector.os.clock.onSleep = [&] {
+            if (collector.os.clock.ticks() - begin > 5000)
+                collector.os.processes.start(8, "/apps/p8");
+            if (record.report == Report::alive)
+                record.report =
+                    ++answers < 2 || collector.os.clock.ticks() - begin < 10000 ? Report::question : Report::stop;
+        };
+        EXPECT_EQ(worker(&record), 0U);
+        EXPECT_LT(collector.os.clock.ticks() - begin, 11000U);
+        EXPECT_EQ(collector.tracked().size(), worker == processPoller ? 2U : 0U);
+        EXPECT_EQ(collector.os.performanceData.samples, 0U) << "nothing is monitored";
+    }
+}
 
 TEST(LeftoversTest, FilesWithDataGoToTheCoreServiceAndOthersGo) {
     const ScriptedPlatform os;
@@ -89,32 +112,28 @@ TEST_F(IpcCommandsTest, CommandsAreCarriedOutAndAnswered) {
     programState().mainThreadId = 4711;
     IpcCommands commands;
     MailSlot core(MailSlotMode::receiver, "Core");
-    MailSlot own(MailSlotMode::sender, "Core");
-    const auto command = [&](const std::string& type, const std::string& text, const std::string& replyTo) {
-        programState().quitFlag = 0;
-        programState().reconfigureFlag = 0;
-        commands.ipcCallback({{type, "ref", text, replyTo, {}}});
-        own.send("behind it");
-        std::vector<std::string> replies;
-        while (replies.empty() || replies.back() != "behind it")
-            core.receive(replies);
-        std::string answer = replies.size() == 1 ? "" : replies.front();
-        std::replace(answer.begin(), answer.end(), '\x1b', '|');
-        return answer + (programState().quitFlag ? "quit" : "") + (programState().reconfigureFlag ? "reconfigure" : "");
-    };
     collector.os.processes.start(7, "/apps/p7");
     collector.report(7, ProcessState::started, collector.os.clock.now());
-    EXPECT_EQ(command("COMMAND", "SEND_PROCESS_INFO", "Core"), "Velmor|REPLY|ref|77,4711|Velmor_Runtally|");
-    EXPECT_EQ(command("COMMAND", "RUNTALLYDUMP", "Core"), "Velmor|REPLY|ref||Velmor_Runtally|");
-    EXPECT_NE(collector.fileNames().find(".data"), std::string::npos);
-    EXPECT_EQ(command("COMMAND", "DIE", "Core"), "quit");
-    EXPECT_EQ(command("COMMAND", "RECONFIG", "Core"), "reconfigure");
-    EXPECT_EQ(command("COMMAND", "DIE ", "Core"), "");
-    EXPECT_EQ(command("REPLY", "DIE", "Core"), "");
-    const std::string before = collector.fileNames();
-    EXPECT_EQ(command("COMMAND", "RUNTALLYDUMP", ""), "");
-    EXPECT_TRUE(log.has("(2.21.02) (Message not found.) Parameters: 4.5"));
-    EXPECT_NE(collector.fileNames(), before) << "the work is done all the same";
+    using Case = std::tuple<const char*, const char*, const char*, int32_t, int32_t, size_t, const char*>;
+    for (const auto& [type, text, replyTo, quits, reconfigures, deliveries, answer] :
+         {Case{"COMMAND", "SEND_PROCESS_INFO", "Core", 0, 0, 0, "Velmor|REPLY|ref|77,4711|Velmor_Runtally|"},
+          Case{"COMMAND", "RUNTALLYDUMP", "Core", 0, 0, 1, "Velmor|REPLY|ref||Velmor_Runtally|"},
+          Case{"COMMAND", "DIE", "Core", 1, 0, 1, ""}, Case{"COMMAND", "RECONFIG", "Core", 0, 1, 1, ""},
+          Case{"COMMAND", "DIE ", "Core", 0, 0, 1, ""}, Case{"REPLY", "DIE", "Core", 0, 0, 1, ""},
+          Case{"COMMAND", "RUNTALLYDUMP", "", 0, 0, 2, ""}}) {
+        programState().quitFlag = programState().reconfigureFlag = 0;
+        collector.os.clock.advance(1);
+        commands.ipcCallback({{type, "ref", text, replyTo, {}}});
+        EXPECT_EQ(programState().quitFlag, quits) << text;
+        EXPECT_EQ(programState().reconfigureFlag, reconfigures) << text;
+        EXPECT_EQ(collector.records().size(), deliveries) << text;
+        std::vector<std::string> replies;
+        EXPECT_TRUE(eventually([&] { return core.receive(replies), *answer == '\0' || !replies.empty(); })) << text;
+        replies.resize(1);
+        std::replace(replies[0].begin(), replies[0].end(), '\x1b', '|');
+        EXPECT_EQ(replies[0], answer) << text;
+    }
+    EXPECT_TRUE(log.has("(2.21.02) (Message not found.) Parameters: 4.5")) << "nobody to reply to";
     programState().quitFlag = programState().reconfigureFlag = 0;
 }
 
@@ -171,6 +190,15 @@ TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMend
     EXPECT_TRUE(agent.stopAndVerify());
 }
 
+TEST_F(AgentTest, ASecondOneDoesNotStartAndSaysSoInTheLog) {
+    PlainAgent first("dummy");
+    PlainAgent second("dummy");
+    ASSERT_TRUE(first.configure() && first.configure()) << "again and again";
+    EXPECT_FALSE(second.configure());
+    EXPECT_EQ(second.configurations, 0);
+    EXPECT_NE(log().find("FATAL"), std::string::npos) << log();
+}
+
 TEST_F(AgentTest, AReconfigurationWithAMistakeChangesNothingAndNamesTheLine) {
     PlainAgent agent("dummy");
     ASSERT_TRUE(agent.configure());
@@ -178,14 +206,12 @@ TEST_F(AgentTest, AReconfigurationWithAMistakeChangesNothingAndNamesTheLine) {
     EXPECT_FALSE(agent.reconfigure());
     EXPECT_EQ(agent.configurations, 1);
     EXPECT_EQ(agent.conf().getLastError(), "");
-    const std::string log = readFile(directory / "RuntallyDebug.log");
-    EXPECT_NE(log.find("(2.21.16)"), std::string::npos) << log;
-    EXPECT_NE(log.find("runtally.conf"), std::string::npos) << log;
-    EXPECT_NE(log.find("line 4"), std::string::npos) << log;
+    for (const char* part : {"(2.21.16)", "runtally.conf", "line 4"})
+        EXPECT_NE(log().find(part), std::string::npos) << log();
     os.registry.values.erase("ConfigurationDir");
     EXPECT_FALSE(agent.reconfigure());
     EXPECT_EQ(agent.configurations, 1);
-    EXPECT_NE(readFile(directory / "RuntallyDebug.log").find("ConfigurationDir is missing"), std::string::npos);
+    EXPECT_NE(log().find("ConfigurationDir is missing"), std::string::npos);
 }
 
 } // namespace Velmor

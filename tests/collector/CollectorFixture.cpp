@@ -2,6 +2,7 @@
 
 #include "process/ProcessShared.h"
 #include "programs/collectors/agent/AgentLogger.h"
+#include "shared/library/logger/LoggerAgentFile.h"
 #include "support/DataFiles.h"
 
 #include <algorithm>
@@ -41,6 +42,26 @@ ProcessPointer Collector::report(uint32_t pid, ProcessState state, int32_t when)
 
 std::vector<UsageLine> Collector::records() const {
     return parseRecords(dataText(directory.path(), "ProcessLog"));
+}
+
+StartFixture::StartFixture() {
+    for (const char* name : {"ConfigurationDir", "InstallDir", "StartupLogDir"})
+        os.registry.set(name, directory.path());
+    os.registry.setNumber("StartupDebugLevel", 0);
+    programState().quitFlag = 0;
+    programState().mainThreadId = 0;
+    write("");
+}
+
+StartFixture::~StartFixture() {
+    resetRuntallyState();
+    LoggerAgentFile::setScheme(0);
+}
+
+void StartFixture::write(const std::string& more) const {
+    directory.write("runtally.conf", "Velmor () = \"\" { directories () = \"\" { temp (DirName) = \"" +
+                                         directory.path() + "\" { } conf (DirName) = \"" + directory.path() +
+                                         "\" { } } }\n" + more);
 }
 
 CapturedLog::CapturedLog(int32_t level) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/RecordReader.h"
+#include "support/RuntimeFixture.h"
 #include "support/ScriptedPlatform.h"
 #include "support/TempDirectory.h"
 
@@ -22,8 +23,6 @@ namespace Velmor {
 class Collector {
 public:
     explicit Collector(const std::string& rules = "include datatype=*\n");
-    Collector(const Collector&) = delete;
-    Collector& operator=(const Collector&) = delete;
     ~Collector();
 
     void poll() { procPoll(); }
@@ -41,12 +40,22 @@ public:
     TempDirectory directory;
 };
 
+/// A machine on which a collector can start, with a configuration in a directory of its own.
+class StartFixture : public RuntimeFixture {
+protected:
+    StartFixture();
+    ~StartFixture() override;
+    /// Writes the configuration: its directories, and what else is given.
+    void write(const std::string& more) const;
+    std::string log() const { return readFile(directory / "RuntallyDebug.log"); }
+
+    ScriptedPlatform os;
+};
+
 /// What stands in the debug log while it lives, which is all of it.
 class CapturedLog {
 public:
     explicit CapturedLog(int32_t level);
-    CapturedLog(const CapturedLog&) = delete;
-    CapturedLog& operator=(const CapturedLog&) = delete;
     ~CapturedLog();
     std::string text() const { return readFile(directory_ / name_); }
     bool has(const std::string& part) const { return text().find(part) != std::string::npos; }

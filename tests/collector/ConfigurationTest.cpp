@@ -3,42 +3,26 @@
 #include "collector/CollectorFixture.h"
 
 #include "support/DataFiles.h"
-#include "support/RuntimeFixture.h"
 
-#include <filesystem>
+#include <algorithm>
+#include <cstring>
 
 namespace Velmor {
 
 namespace {
-class ConfigurationTest : public RuntimeFixture {
+class ConfigurationTest : public StartFixture {
 protected:
-    ConfigurationTest() {
-        os.registry.set("ConfigurationDir", directory.path());
-        os.registry.set("InstallDir", directory.path());
-        os.registry.set("StartupLogDir", directory.path());
-        os.registry.setNumber("StartupDebugLevel", 0);
-    }
-    ~ConfigurationTest() override { resetRuntallyState(); }
-
     /// A configuration with these entries below "runtally".
-    void write(const std::string& entries) const {
-        directory.write("runtally.conf", "Velmor () = \"\" { directories () = \"\" { temp (DirName) = \"" +
-                                             directory.path() + "\" { } conf (DirName) = \"" + directory.path() +
-                                             "\" { } } }\nruntally () = \"\" { " + entries + " }\n");
-    }
+    void writeOwn(const std::string& entries) const { write("runtally () = \"\" { " + entries + " }\n"); }
 
     /// Configures a collector with them; false if it can't start.
     bool configure(const std::string& entries) {
-        write(entries);
+        writeOwn(entries);
         resetRuntallyState();
-        programState().quitFlag = 0;
         Runtally collector("dummy");
         return collector.configure();
     }
-
     static RuntallySettings& settings() { return runtallyState().settings; }
-
-    ScriptedPlatform os;
 };
 constexpr const char* polled = "logging () = \"\" { process-data () = \"\" { polling (Bool) = true { } } }";
 
@@ -57,13 +41,7 @@ TEST_F(ConfigurationTest, ANewConfigurationJudgesAndNamesWhatComesBehindIt) {
     os.processes.start(7, "/usr/bin/cad");
     procPoll();
     const int32_t start = runtallyState().registry.processMap.at(7)->getStart().getSeconds();
-    struct Case {
-        const char* what;
-        std::string entries;
-        std::string rules;
-        const char* mappings;
-        const char* applications; // of all records until then
-    };
+    using Case = std::tuple<const char*, std::string, const char*, const char*, const char*>; // the last: all records
     for (const auto& [what, entries, rules, mappings, applications] : {
              Case{"nothing new", withRules + polled, "include datatype=*\n", "", ""},
              Case{"a mapping", withRules + polled, "include datatype=*\n", "mapalways\n{\ncad = Drawing\n}\n", "cad "},
@@ -77,7 +55,7 @@ TEST_F(ConfigurationTest, ANewConfigurationJudgesAndNamesWhatComesBehindIt) {
         os.clock.advance(3);
         directory.write("rules", rules);
         directory.write("components/appmapping.conf", mappings);
-        write(entries);
+        writeOwn(entries);
         EXPECT_TRUE(collector.reconfigure()) << what;
         EXPECT_TRUE(collector.stopAndVerify());
         std::string written;
@@ -89,10 +67,80 @@ TEST_F(ConfigurationTest, ANewConfigurationJudgesAndNamesWhatComesBehindIt) {
     const auto records = parseRecords(dataText(directory / "data", "ProcessLog"));
     EXPECT_EQ(records[0].start, start);
     EXPECT_EQ(records[1].start, records[0].end()) << "slices touch";
-    const std::string log = readFile(directory / "RuntallyDebug.log");
-    EXPECT_NE(log.find("polling"), std::string::npos);
-    EXPECT_NE(log.find("(2.08.47)"), std::string::npos);
-    EXPECT_NE(log.find("(2.08.48)"), std::string::npos);
+    for (const char* part : {"polling", "(2.08.47)", "(2.08.48)"})
+        EXPECT_NE(log().find(part), std::string::npos);
+    directory.write("rules", "include exe=*\nnonsense\n");
+    EXPECT_FALSE(collector.reconfigure()) << "refused";
+    EXPECT_NE(log().find("line 2"), std::string::npos);
+    EXPECT_TRUE(runtallyState().includeExclude.isIncluded(RuleFacts(RuleKey::datatype, "process"))) << "as before";
+}
+
+TEST_F(ConfigurationTest, EachKeyHasItsDefaultAndIsRead) {
+    for (const char* name : {"Runtally_Counters.conf", "c"})
+        directory.write(name, "Elapsed Time|abs\n");
+    for (const char* name : {"Runtally_ProcessRules.conf", "runtally_modpoller.conf", "r", "f"})
+        directory.write(name, "+ host=*\n*\n");
+    const auto entries = [](const char* delivery, const char* span, const std::string& more, const std::string& files) {
+        const std::string interval = *span ? std::string("interval (TimeSpan) = ") + span + " { } " : "";
+        return std::string(delivery) + more + "logging () = '' { process-data () = '' { polling (Bool) = true { " +
+               interval + "} log-to-file (Bool) = true { " + (*span ? "delete-after-days (Integer) = 3 { }" : "") +
+               " } } performance-monitor (Bool) = true { " + interval + files + "} module-data (Bool) = true { " +
+               interval + "} }";
+    };
+    const std::string& home = directory.path();
+    const auto inForce = [&] {
+        const RuntallySettings& s = settings();
+        std::string text = programState().dataDirectory + " " + s.countersFile + " " + s.performanceRulesFile + " ";
+        for (const TimeSpan& span : {programState().defaultInterval, s.performanceDeliveryInterval, s.pollInterval,
+                                     s.performancePollInterval, s.modulePollInterval})
+            text += span.toString() + " ";
+        std::replace(text.begin(), text.end(), '\\', '/');
+        for (size_t place = text.find(home); place != std::string::npos; place = text.find(home))
+            text.replace(place, home.size(), "@");
+        return text + std::to_string(s.eventLogDays);
+    };
+    ASSERT_TRUE(configure(""));
+    EXPECT_FALSE(settings().pollingOn || settings().eventLogOn || settings().moduleLogging ||
+                 settings().performanceMonitoring || settings().eventsActive);
+    constexpr const char* defaults = "@Log/temp/Runtally/ @Runtally_Counters.conf @Runtally_ProcessRules.conf ";
+    ASSERT_TRUE(configure(entries("", "", "", "")));
+    EXPECT_EQ(inForce(), defaults + std::string("P12H P1H P5M P5S P0 7"));
+    ASSERT_TRUE(configure(
+        entries("interval (TimeSpan) = P-1H { performance-monitor (TimeSpan) = P24856D { } }", "P0", "", "")));
+    EXPECT_EQ(inForce(), defaults + std::string("P12H P1H P5M P5S P0 3")) << "intervals that are none";
+    ASSERT_TRUE(configure(entries("interval (TimeSpan) = P2H { performance-monitor (TimeSpan) = P3H { } }", "P4S",
+                                  "working-dir (DirName) = '" + home + "d' { } ",
+                                  "counters (FileName) = '" + home + "c' { } rules (FileName) = '" + home + "r' { }")));
+    EXPECT_EQ(inForce(), "@d/ @c @r P2H P3H P4S P4S P4S 3");
+}
+
+TEST_F(ConfigurationTest, TheExamplesAreLoadedWithoutAMessage) {
+    std::filesystem::copy(VELMOR_SOURCES "/examples/etc/velmor", directory.path(),
+                          std::filesystem::copy_options::recursive | std::filesystem::copy_options::overwrite_existing);
+    std::string text = readFile(directory / "runtally.conf");
+    for (const char* place : {"/etc/velmor", "/var/lib/velmor"})
+        text.replace(text.find(place), std::strlen(place), directory.path());
+    for (size_t off = text.find("(Bool) = false"); off != std::string::npos; off = text.find("(Bool) = false"))
+        text.replace(off, 14, "(Bool) = true");
+    directory.write("runtally.conf", text);
+    Runtally collector("dummy");
+    EXPECT_TRUE(collector.configure()) << programState().startupFailure;
+    EXPECT_EQ(programState().startupFailure, "");
+    const std::string said = log() + readFile(directory / "log/RuntallyDebug.log");
+    for (const char* severity : {"WARNING", "ERROR", "CRITICAL", "FATAL"})
+        EXPECT_EQ(said.find(severity), std::string::npos) << said;
+    EXPECT_TRUE(runtallyState().includeExclude.isIncluded(RuleFacts(RuleKey::datatype, "process")));
+}
+
+TEST_F(ConfigurationTest, EventsThatAreGivenUpLeaveWhatEndedMeanwhileToThePoller) {
+    for (const int32_t wereActive : {0, 1}) {
+        resetRuntallyState();
+        settings().eventsActive = wereActive;
+        writeOwn(polled);
+        EXPECT_TRUE(Runtally("dummy").configure());
+        EXPECT_EQ(settings().eventsActive, 0);
+        EXPECT_EQ(runtallyState().eventsDropped, wereActive == 1);
+    }
 }
 
 TEST_F(ConfigurationTest, ASystemWithoutEventsIsPolledInTheirPlace) {
@@ -108,10 +156,7 @@ TEST_F(ConfigurationTest, ASystemWithoutEventsIsPolledInTheirPlace) {
 }
 
 TEST_F(ConfigurationTest, WhatCantBeReadOrMadeKeepsItFromStarting) {
-    struct Case {
-        const char* entries;
-        const char* cause;
-    };
+    using Case = std::tuple<const char*, const char*>;
     directory.write("file", "x");
     directory.write("rules", "include\n{\nuser=a\n");
     directory.write("filter", "");

@@ -7,6 +7,7 @@
 #include "process/ProcessShared.h"
 #include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/ProcessPoller.h"
 
 namespace Velmor {
 
@@ -51,55 +52,47 @@ protected:
 };
 } // namespace
 
-TEST_F(EventTracerTest, AStartAndAnEndMakeOneRecordDatedByTheEvents) {
+TEST_F(EventTracerTest, AStartAndAnEndMakeOneRecordDatedByTheEventsInWhateverOrderTheyCome) {
+    constexpr uint8_t ignored = 0; // a start of no interest, whose end nobody waits for
+    struct Story {
+        const char* what;
+        std::vector<std::tuple<uint8_t, const char*, int32_t>> events; // with their seconds
+        const char* records;
+        size_t stopEvents;
+    };
+    for (const auto& [what, events, records, left] : {
+             Story{"in order", {{start, "cad", -20}, {end, "cad", -5}}, "cad 15 ", 0},
+             Story{"two ends first", {{end, "cad", -5}, {end, "cad", -1}, {start, "cad", -20}}, "cad 15 ", 0},
+             Story{"a second start", {{start, "cad", -20}, {start, "cad", -10}, {end, "cad", 0}}, "cad 20 ", 0},
+             Story{"another's end", {{end, "x", -40}, {start, "cad", -30}, {end, "cad", 0}}, "cad 30 ", 0},
+             Story{"an ignored one", {{ignored, "x", 0}, {end, "x", -50}}, "", 0},
+             Story{"an id that one had",
+                   {{ignored, "x", 0}, {start, "cad", -3}, {end, "cad", 0}, {end, "cad", 0}},
+                   "cad 3 ",
+                   1},
+         }) {
+        Collector fresh;
+        fresh.os.eventSchema.describeProcesses();
+        settings().eventsActive = 1;
+        for (const auto& [type, image, seconds] : events)
+            type == ignored ? noteIgnoredStart(40) : take(type, 40, image, now() + seconds);
+        std::string written;
+        for (const UsageLine& record : fresh.records())
+            written += record.executable + " " + std::to_string(record.duration) + " ";
+        EXPECT_EQ(written, records) << what;
+        EXPECT_EQ(stopEvents(), left) << what;
+        EXPECT_TRUE(fresh.tracked().empty()) << what;
+    }
+}
+
+TEST_F(EventTracerTest, OwnerAndCodeAreThoseOfTheProcess) {
     collector.os.processes.start(40, "c:\\apps\\cad.exe");
     take(start, 40, "CAD.EXE", now() - 20);
     collector.os.processes.end(40, 3);
     take(end, 40, "CAD.EXE", now() - 5);
     const auto records = collector.records();
     ASSERT_EQ(records.size(), 1U);
-    EXPECT_EQ(records[0].executable, "cad.exe");
-    EXPECT_EQ(records[0].account, "\\\\HQ\\ann");
-    EXPECT_EQ(records[0].exitCode, "3");
-    EXPECT_EQ(records[0].duration, 15);
-    EXPECT_TRUE(collector.tracked().empty());
-}
-
-TEST_F(EventTracerTest, NewsOutOfOrder) {
-    take(end, 40, "c:\\apps\\cad.exe", now() - 5);
-    take(end, 40, "c:\\apps\\cad.exe", now() - 1);
-    EXPECT_EQ(stopEvents(), 1U) << "the first stays";
-    take(start, 40, "c:\\apps\\cad.exe", now() - 20);
-    ASSERT_EQ(collector.records().size(), 1U);
-    EXPECT_EQ(collector.records()[0].duration, 15);
-    collector.os.processes.start(41, "c:\\apps\\cad.exe");
-    take(start, 41, "c:\\apps\\cad.exe", now() - 20);
-    take(start, 41, "c:\\apps\\cad.exe", now() - 10);
-    take(end, 41, "c:\\apps\\cad.exe", now());
-    ASSERT_EQ(collector.records().size(), 2U);
-    EXPECT_EQ(collector.records()[1].duration, 20) << "a second start changes nothing";
-}
-
-TEST_F(EventTracerTest, AnIdThatIsUsedAgainKeepsItsRecords) {
-    // An application of no interest, whose end nobody waits for.
-    noteIgnoredStart(40);
-    take(end, 40, "c:\\apps\\helper.exe", now() - 50);
-    EXPECT_EQ(stopEvents(), 0U);
-    // An end that came without a start, long before this one.
-    take(end, 40, "c:\\apps\\other.exe", now() - 40);
-    EXPECT_EQ(stopEvents(), 1U);
-    take(start, 40, "c:\\apps\\cad.exe", now() - 30);
-    EXPECT_EQ(collector.tracked().size(), 1U);
-    take(end, 40, "c:\\apps\\cad.exe", now());
-    ASSERT_EQ(collector.records().size(), 1U);
-    EXPECT_EQ(collector.records()[0].executable, "cad.exe");
-    // The note of an ignored start doesn't outlive its id.
-    noteIgnoredStart(50);
-    take(start, 50, "c:\\apps\\cad.exe", now() - 3);
-    take(end, 50, "c:\\apps\\cad.exe", now());
-    EXPECT_EQ(collector.records().size(), 2U);
-    take(end, 50, "c:\\apps\\cad.exe", now());
-    EXPECT_EQ(stopEvents(), 1U);
+    EXPECT_EQ(records[0].executable + " " + records[0].account + " " + records[0].exitCode, "cad.exe \\\\HQ\\ann 3");
 }
 
 TEST_F(EventTracerTest, TheThreadEntersWhatRunsAndReadsUntilTheSessionEnds) {
@@ -167,18 +160,12 @@ TEST_F(EventTracerTest, ATracerThatIsToldToEndTakesWhatWaitsAndLeavesTheSessionT
 }
 
 TEST_F(EventTracerTest, WhatWasGoneWhenItWasToBeEnteredIsEndedOrNamedByItsStart) {
-    struct Case {
-        const char* what;
-        bool isPolled;
-        bool isWatched; // by a session, when it was polled
-        std::string names;
-    };
+    using Case = std::tuple<const char*, bool, bool, std::string>;
     const std::string lost(Process::lostText);
-    for (const auto& [what, isPolled, isWatched, names] : {
-             Case{"events alone", false, false, lost + " cad.exe "},
-             Case{"a poll before the session", true, false, lost + " cad.exe "},
-             Case{"a poll behind it", true, true, "cad.exe "},
-         }) {
+    for (const auto& [what, isPolled, isWatched, names] :
+         {Case{"events alone", false, false, lost + " cad.exe "},
+          Case{"a poll before the session", true, false, lost + " cad.exe "},
+          Case{"a poll behind it", true, true, "cad.exe "}}) {
         Collector fresh;
         fresh.os.eventSchema.describeProcesses();
         settings().eventsActive = 1;
@@ -198,73 +185,75 @@ TEST_F(EventTracerTest, WhatWasGoneWhenItWasToBeEnteredIsEndedOrNamedByItsStart)
     }
 }
 
-TEST_F(EventTracerTest, ASessionThatCannotBeStartedEndsTheProgram) {
-    struct Case {
-        uint32_t result;
-        const char* text;
-    };
-    for (const auto& [result, text] : {Case{24, "Bad Length"}, Case{87, "Invalid Parameter"},
-                                       Case{183, "Already Exists"}, Case{5, "Unknown error"}}) {
-        const CapturedLog log(1);
-        programState().quitFlag = 0;
-        collector.os.kernelTrace.startResult = result;
-        collector.os.kernelTrace.lacking = "The right is missing.";
-        EXPECT_EQ(runThread(), static_cast<uint32_t>(-1));
-        EXPECT_EQ(programState().quitFlag, 1);
-        EXPECT_TRUE(log.has(text)) << text;
-        EXPECT_TRUE(log.has("The right is missing."));
-        tracerState().tracer.reset();
-    }
-}
-
 TEST_F(EventTracerTest, AStaleSessionIsStoppedFirst) {
-    const CapturedLog log(3);
     collector.os.kernelTrace.runs = true;
     const uint32_t before = collector.os.clock.ticks();
     EXPECT_EQ(runThread(), 0U);
     EXPECT_EQ(collector.os.kernelTrace.calls, "stop;start NT Kernel Logger;close;stop;");
     EXPECT_EQ(collector.os.clock.ticks() - before, 100U);
-    collector.os.kernelTrace.runs = true;
-    collector.os.kernelTrace.isStoppable = false;
-    EXPECT_EQ(runThread(), static_cast<uint32_t>(-1));
-    EXPECT_TRUE(log.has("   Failed to stop the logger. Error code: 5"));
-    EXPECT_TRUE(log.has("Already Exists"));
 }
 
-TEST_F(EventTracerTest, ReadingThatFailsSaysWhy) {
+TEST_F(EventTracerTest, ASessionThatFailsSaysWhyAndOneThatCannotBeStartedEndsTheProgram) {
     struct Case {
-        uint32_t result;
+        uint32_t start;
+        uint32_t reading;
+        bool isStale; // and can't be stopped
+        int32_t quits;
         const char* text;
     };
-    for (const auto& [result, text] :
-         {Case{1223, ""}, Case{998, "An exception occurred in one of the callback functions"},
-          Case{1168, "Unknown return value: 1168 (ERROR_NOT_FOUND)"}}) {
-        const CapturedLog log(0);
-        collector.os.kernelTrace.processResult = result;
-        runThread();
-        EXPECT_EQ(log.has("CRITICAL"), *text != '\0');
+    for (const auto& [startResult, reading, isStale, quits, text] :
+         {Case{24, 0, false, 1, "Bad Length"}, Case{87, 0, false, 1, "Invalid Parameter"},
+          Case{183, 0, false, 1, "Already Exists"}, Case{5, 0, false, 1, "The right is missing."},
+          Case{0, 0, true, 1, "Failed to stop the logger. Error code: 5"}, Case{0, 1223, false, 0, ""},
+          Case{0, 998, false, 0, "CRITICAL"}, Case{0, 1168, false, 0, "1168"}}) {
+        const CapturedLog log(3);
+        ScriptedTrace& trace = collector.os.kernelTrace;
+        programState().quitFlag = 0;
+        trace.startResult = startResult;
+        trace.processResult = reading;
+        trace.runs = isStale;
+        trace.isStoppable = !isStale;
+        trace.lacking = "The right is missing.";
+        EXPECT_EQ(runThread(), static_cast<uint32_t>(-quits)) << text;
+        EXPECT_EQ(programState().quitFlag, quits) << text;
         EXPECT_TRUE(log.has(text)) << log.text();
+        EXPECT_EQ(log.has("CRITICAL") || quits == 1, *text != '\0') << log.text();
+        tracerState().tracer.reset();
     }
 }
 
 TEST_F(EventTracerTest, LostEventsAreReportedAtOnceAndThenOnceAMinute) {
     const CapturedLog log(0);
-    struct Case {
-        uint64_t lost;
-        int32_t secondsLater;
-        size_t messages;
-    };
+    using Case = std::tuple<uint64_t, int32_t, size_t>;
     for (const auto& [lost, secondsLater, messages] :
          {Case{0, 0, 0}, Case{7, 1, 1}, Case{9, 30, 1}, Case{9, 31, 2}, Case{9, 100, 2}, Case{10, 1, 3}}) {
         collector.os.clock.advance(secondsLater);
         collector.os.kernelTrace.eventsLost = lost;
         collector.os.kernelTrace.events = {event(3, 1, "", 0)};
         runThread();
-        const std::string text = log.text();
-        size_t count = 0;
-        for (size_t at = text.find("WARNING"); at != std::string::npos; at = text.find("WARNING", at + 1))
-            ++count;
-        EXPECT_EQ(count, messages) << lost << " after " << secondsLater;
+        EXPECT_EQ(log.count("(2.08.41)"), messages) << lost << " after " << secondsLater;
+    }
+}
+
+TEST_F(EventTracerTest, ThePollerWaitsForTheSessionButNotForEver) {
+    for (const uint32_t comesAfter : {1000U, 60000U}) {
+        Collector fresh;
+        settings().eventsActive = 1;
+        settings().pollingOn = true;
+        tracerState().hasSession = false;
+        ThreadRecord record("ProcessPoller", ThreadRecord::takesPart);
+        const uint32_t begin = fresh.os.clock.ticks();
+        uint32_t polledAt = 0;
+        fresh.os.clock.onSleep = [&] {
+            const uint32_t passed = fresh.os.clock.ticks() - begin;
+            tracerState().hasSession = passed >= comesAfter;
+            if (runtallyState().polledOnce) {
+                polledAt = passed;
+                record.report = Report::stop;
+            }
+        };
+        EXPECT_EQ(processPoller(&record), 0U);
+        EXPECT_NEAR(polledAt, std::min(comesAfter, 30000U), 100);
     }
 }
 

@@ -16,6 +16,19 @@ protected:
 };
 } // namespace
 
+TEST(RecordsOfManyTest, ARuleOnTheUserKnowsTheIdValuesToo) {
+    for (const auto& [rule, records] : {std::pair{"include user=b7 project=p1", 1U},
+                                        {"include user=bob", 0U},
+                                        {"include project=p2", 0U}}) { // the value takes the name's place
+        Collector fresh(rule);
+        fresh.os.processes.start(7, cad);
+        fresh.report(7, ProcessState::started, fresh.os.clock.now());
+        fresh.tracked().at(7)->setUser("bob|user id=b7|project id=p1");
+        Runtally::dumpAll();
+        EXPECT_EQ(fresh.records().size(), records) << rule;
+    }
+}
+
 TEST_F(RecordsTest, ARecordReadsToTheLetter) {
     collector.os.processes.start(7, "C:\\Windows\\System32\\notepad.exe");
     collector.report(7, ProcessState::started, now());
@@ -31,11 +44,9 @@ TEST(RecordsOfManyTest, OddNamesGiveRecordsThatStillParse) {
         const char* path;
         const char* fields; // name, application, directory
     };
-    for (const auto& [path, fields] : {
-             Case{"c:\\a:b\\x y.exe", "x y.exe|x y|c_\\a_b\\"},
-             Case{"/opt/a:0:b", "a_0_b|a_0_b|/opt/"},
-             Case{"/opt/\xe4\xff.bin", "\xe4\xff.bin|\xe4\xff|/opt/"},
-         }) {
+    for (const auto& [path, fields] :
+         {Case{"c:\\a:b\\x y.exe", "x y.exe|x y|c_\\a_b\\"}, Case{"/opt/a:0:b", "a_0_b|a_0_b|/opt/"},
+          Case{"/opt/\xe4\xff.bin", "\xe4\xff.bin|\xe4\xff|/opt/"}}) {
         Collector fresh;
         fresh.os.processes.start(7, path);
         fresh.report(7, ProcessState::started, fresh.os.clock.now());
@@ -112,6 +123,24 @@ TEST(RecordsOfManyTest, WhatTheRulesDontWantLeavesNoTraceNotEvenInTheFirstMark) 
     ASSERT_EQ(records.size(), 2U);
     EXPECT_TRUE(records[0].isFirst && !records[1].isFirst);
     EXPECT_EQ(records[0].duration, 60);
+}
+
+TEST_F(RecordsTest, WhatAPollFindsIsDatedHalfAnIntervalBack) {
+    collector.setPollInterval(60);
+    collector.os.processes.start(6, cad);
+    collector.poll();
+    collector.os.clock.advance(60);
+    collector.os.processes.start(7, cad);
+    collector.poll();
+    EXPECT_EQ(collector.tracked().at(7)->getStart().getSeconds(), now() - 30);
+    collector.os.clock.advance(100);
+    collector.os.processes.end(7, 0);
+    collector.poll();
+    ASSERT_EQ(collector.records().size(), 1U);
+    EXPECT_EQ(collector.records()[0].end(), now() - 30);
+    collector.os.processes.end(6, 0);
+    collector.poll();
+    EXPECT_EQ(collector.records().at(1).end(), now()) << "it was there at the last look";
 }
 
 TEST_F(RecordsTest, AnUnknownExecutableIsParkedUntilItCanBeRead) {

@@ -4,6 +4,7 @@
 #include "collector/CollectorFixture.h"
 
 #include "platform/Threads.h"
+#include "programs/collectors/agent/Win32/Runtally/workers/PerformanceMonitor.h"
 #include "support/Eventually.h"
 
 #include <atomic>
@@ -75,36 +76,27 @@ TEST_F(RegistryTest, AThreadThatHoldsTheRegistryHoldsTheOthersUpForFiveSeconds) 
         EXPECT_TRUE(log.has("Parameters: dumpAll"));
         Runtally::logProcess(endReport(8, cad, now()));
         EXPECT_TRUE(log.has("Access failed. Process 8  could not be logged."));
+        runtallyState().registry.monitoredCount = 1;
+        ThreadRecord record("PerformanceMonitor", ThreadRecord::takesPart);
+        const uint32_t begun = collector.os.clock.ticks();
+        collector.os.clock.onSleep = [&] {
+            if (collector.os.clock.ticks() - begun > 20000)
+                record.report = Report::stop;
+        };
+        perfMonitor(&record);
+        collector.os.clock.onSleep = nullptr;
+        EXPECT_GT(collector.os.clock.ticks() - begun, 20000U) << "the monitor tries again";
     }
     EXPECT_TRUE(collector.tracked().empty());
     collector.poll();
     EXPECT_TRUE(collector.tracked().contains(7)) << "the next round finds what the poller could not take";
 }
 
-TEST_F(RegistryTest, ALostThreadsHoldIsFreed) {
-    Holder holder;
-    Runtally::freeLocksOf(holder.id + 1);
-    EXPECT_FALSE(Runtally::checkOutAll()) << "it is another's";
-    uint32_t error = 0;
-    ASSERT_TRUE(platform().threads->terminate(holder.thread, 1, error));
-    Runtally::freeLocksOf(holder.id);
-    EXPECT_TRUE(Runtally::checkOutAll());
-    Runtally::checkInAll();
-}
-
 TEST(RegistryOfManyTest, AnEndThatCameFirstMeetsItsStart) {
-    struct Case {
-        const char* what;
-        const char* endOf;
-        int32_t endAt; // after the start
-        const char* records;
-    };
-    for (const auto& [what, endOf, endAt, records] : {
-             Case{"its own end", cad, 40, "1:40"},
-             Case{"in the second of its start", cad, 0, "1:0"},
-             Case{"an end before its start", cad, -1, ""},
-             Case{"another program's end", "c:\\other.exe", 40, ""},
-         }) {
+    using Case = std::tuple<const char*, const char*, int32_t, const char*>;
+    for (const auto& [what, endOf, endAt, records] :
+         {Case{"its own end", cad, 40, "1:40"}, Case{"in the second of its start", cad, 0, "1:0"},
+          Case{"an end before its start", cad, -1, ""}, Case{"another program's end", "c:\\other.exe", 40, ""}}) {
         Collector fresh;
         const int32_t start = fresh.os.clock.now();
         fresh.os.processes.start(7, endOf);
@@ -182,18 +174,10 @@ TEST_F(RegistryTest, AProcessThatEndsWhileItWaitsForItsNameHasItsRecordAndFreesI
 }
 
 TEST(RegistryOfManyTest, AStopEventThatMeetsASlice) {
-    struct Case {
-        const char* what;
-        const char* endOf;
-        bool runs;
-        size_t tracked;
-        int32_t duration;
-    };
-    for (const auto& [what, endOf, runs, tracked, duration] : {
-             Case{"its own", cad, false, 0, 40},
-             Case{"another program's", "c:\\other.exe", false, 1, 60},
-             Case{"of one that runs", cad, true, 1, 60},
-         }) {
+    using Case = std::tuple<const char*, const char*, bool, size_t, int32_t>;
+    for (const auto& [what, endOf, runs, tracked, duration] :
+         {Case{"its own", cad, false, 0, 40}, Case{"another program's", "c:\\other.exe", false, 1, 60},
+          Case{"of one that runs", cad, true, 1, 60}}) {
         Collector fresh;
         const int32_t start = fresh.os.clock.now();
         fresh.os.processes.start(7, endOf);

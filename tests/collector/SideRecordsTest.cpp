@@ -52,13 +52,8 @@ protected:
     /// Pairs of module and seconds.
     Lines moduleRecords() const {
         Lines found;
-        const Lines text = lines("ModuleLog");
-        for (size_t i = 0; i + 1 < text.size(); i += 2) {
-            std::string module = text[i];
-            for (int field = 0; field < 5; ++field)
-                module.erase(0, module.find(":0:") + 3);
-            found.push_back(module.substr(0, module.find(":0:")) + " " + text[i + 1].substr(2));
-        }
+        for (const RecordLines& record : parseLines(dataText(collector.directory.path(), "ModuleLog")))
+            found.push_back(record.fields[5] + " " + record.measures[1]);
         return found;
     }
 
@@ -73,15 +68,14 @@ protected:
         tracked(pid).counters().at(number).value = value;
         tracked(pid).counters().at(number).samples = samples;
     }
-    /// The measures of the performance records.
-    Lines measures() const {
-        Lines found;
-        const Lines text = lines("PerfMonLog");
-        for (size_t i = 1; i < text.size(); i += 2)
-            found.push_back(text[i]);
-        return found;
+    std::vector<RecordLines> performance() const {
+        return parseLines(dataText(collector.directory.path(), "PerfMonLog"));
     }
-    std::string measure() const { return measures().empty() ? "none" : measures().back(); }
+    /// The beginning of the last record's measures: processor seconds and seconds.
+    std::string measure() const {
+        const auto records = performance();
+        return records.empty() ? "none" : records.back().measures[1] + ":" + records.back().measures[2];
+    }
 
     Collector collector;
     std::atomic<int32_t> report{Report::nothing};
@@ -136,26 +130,40 @@ TEST_F(SideRecordsTest, APerformanceRecordHasTheDocumentedForm) {
                      "1:25:100:2000:25:100:9.765625:104857600:104857600"}));
 }
 
+TEST_F(SideRecordsTest, ACountersFileNamesCountersAndHowTheyAreGathered) {
+    const TempDirectory files;
+    EXPECT_FALSE(readCountersFile(files.write("counters", "# none\n\n")));
+    ASSERT_TRUE(readCountersFile(files.write("counters", "# comment\n\n  elapsed time|max \nPrivate Bytes|odd\n"
+                                                         "Private Bytes\n% Processor Time|sum\nNobody's|min\n")));
+    std::string entries;
+    for (const CounterEntry& entry : runtallyState().performance.counters)
+        entries += std::to_string(entry.counterId) + ":" + std::to_string(entry.mode) + " ";
+    const auto number = [](uint32_t title) { return std::to_string(title); };
+    EXPECT_EQ(entries, number(PerfTitle::elapsedTime) + ":3 " + number(PerfTitle::privateBytes) + ":0 " +
+                           number(PerfTitle::privateBytes) + ":0 " + number(PerfTitle::processorTime) + ":1 0:4 ");
+}
+
 TEST_F(SideRecordsTest, ElapsedCountsFromTheRecordBeforeAndEndsWithTheProcess) {
     monitor();
     start(pid, "c:\\apps\\cad.exe");
     gathered(1, 50, 1);
     os().clock.advance(100);
     dumpPerfMon();
-    EXPECT_EQ(measure().substr(0, 9), "1:50:100:");
+    EXPECT_EQ(measure(), "50:100");
     Runtally::dumpAll();
-    EXPECT_EQ(measures().size(), 1U) << "a slice of a running process writes none";
+    EXPECT_EQ(performance().size(), 1U) << "a slice of a running process writes none";
     os().clock.advance(40);
     gathered(1, 25, 1);
     dumpPerfMon();
-    EXPECT_EQ(measure().substr(0, 8), "1:10:40:");
+    EXPECT_EQ(measure(), "10:40");
     os().clock.advance(20);
     gathered(1, 100, 2);
     end(pid, 3);
-    EXPECT_EQ(measure().substr(0, 8), "1:10:20:");
-    EXPECT_NE(lines("PerfMonLog")[4].find(":0:cad.exe:0:3:0:WORKGROUP"), std::string::npos);
-    EXPECT_EQ(lines("PerfMonLog")[4].substr(0, 13), "1:1000000100:") << "the start moves with slices only";
-    EXPECT_EQ(measures().size(), 3U);
+    EXPECT_EQ(measure(), "10:20");
+    const auto records = performance();
+    ASSERT_EQ(records.size(), 3U);
+    EXPECT_EQ(records[2].fields[7], "3");
+    EXPECT_EQ(records[2].start(), begin + 100) << "the start moves with slices only";
 }
 
 TEST_F(SideRecordsTest, TheNumberOfMonitoredEntriesIsRightAtAllTimes) {

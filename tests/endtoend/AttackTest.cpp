@@ -5,6 +5,7 @@
 #include "shared/library/common/errors/FileException.h"
 #include "shared/library/common/files/FilePlain.h"
 #include "support/Child.h"
+#include "support/DataFiles.h"
 #include "support/Eventually.h"
 
 #include <gtest/gtest.h>
@@ -390,7 +391,7 @@ TEST_F(AttackEndToEnd, WhatStrangersLeaveSayAndAreCalledForgesNothing) {
     EXPECT_EQ(collector().control("dump"), "0 done\n");
     EXPECT_EQ(collector().stop(), 0);
 
-    const std::vector<std::string> lines = collector().lines("ProcessLog");
+    const std::vector<std::string> lines = dataLines(home() / "data", "ProcessLog");
     EXPECT_EQ(lines.size(), 4 * cases.size()) << testing::PrintToString(lines);
     for (size_t i = 0; i < lines.size(); ++i)
         EXPECT_TRUE(i % 2 == 0 ? lines[i].starts_with("1:") : lines[i][1] == ':') << lines[i];
@@ -439,7 +440,8 @@ TEST_F(AttackEndToEnd, AsAServiceNoThreadHasMoreInForceThanItUses) {
     fs::create_directories(home() / "theirs");
     fs::copy_file("/bin/true", home() / "theirs/own");
     EXPECT_EQ(Child({home() / "theirs/own"}).reap(), 0);
-    EXPECT_TRUE(eventually([&] { return !collector().lines("ProcessLog").empty(); }, std::chrono::milliseconds(20)));
+    EXPECT_TRUE(
+        eventually([&] { return !dataLines(home() / "data", "ProcessLog").empty(); }, std::chrono::milliseconds(20)));
     EXPECT_TRUE(collector().status().find("kernel events and polling") != std::string::npos) << collector().status();
     size_t without = 0;
     for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(collector().program().pid()) + "/task")) {
@@ -454,7 +456,7 @@ TEST_F(AttackEndToEnd, AsAServiceNoThreadHasMoreInForceThanItUses) {
     }
     EXPECT_GT(without, 0U) << "the mailslot's reader needs none";
     EXPECT_EQ(collector().stop(), 0);
-    EXPECT_TRUE(collector().lines("ProcessLog").front().ends_with(":0"));
+    EXPECT_TRUE(dataLines(home() / "data", "ProcessLog").front().ends_with(":0"));
 }
 
 } // namespace Velmor

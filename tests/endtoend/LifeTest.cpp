@@ -9,13 +9,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
 #include <random>
 #include <set>
-#include <sstream>
 #include <thread>
 #include <unistd.h>
 
@@ -29,35 +25,6 @@ std::string polling(int seconds) {
            std::to_string(seconds) + "S { } } }\n";
 }
 
-struct Slice {
-    long start = 0;
-    long duration = 0;
-    bool isFirst = false;
-    std::string exitCode;
-};
-
-/// The slices of the one process with this executable.
-std::vector<Slice> slicesOf(const RunningCollector& collector, const std::string& executable) {
-    std::vector<Slice> slices;
-    const std::vector<std::string> lines = collector.lines("ProcessLog");
-    for (size_t i = 0; i + 1 < lines.size(); i += 2) {
-        if (lines[i].find(":0:" + executable + ":0:") == std::string::npos)
-            continue;
-        slices.push_back({std::stol(lines[i].substr(2)), std::stol(lines[i + 1].substr(2)), lines[i + 1][0] == '1',
-                          lines[i].substr(lines[i].rfind(':') + 1)});
-    }
-    return slices;
-}
-
-void expectTouching(const std::vector<Slice>& slices) {
-    for (size_t i = 0; i < slices.size(); ++i) {
-        EXPECT_EQ(slices[i].isFirst, i == 0);
-        if (i > 0) {
-            EXPECT_EQ(slices[i].start, slices[i - 1].start + slices[i - 1].duration);
-        }
-    }
-}
-
 /// A shell under a name that no other process bears.
 std::string ownShell(const RunningCollector& collector, const std::string& name) {
     std::string path = collector.directory() / name;
@@ -67,60 +34,48 @@ std::string ownShell(const RunningCollector& collector, const std::string& name)
 
 } // namespace
 
-TEST(LifeEndToEnd, ALongProcessLeavesTouchingSlicesAndItsCodeAndATerminationDeliversAll) {
-    RunningCollector collector("    interval (TimeSpan) = P10S { }\n", polling(2), {everything});
-    Child process({ownShell(collector, "longlived"), "-c", "sleep 25; exit 7"});
+TEST(LifeEndToEnd, AProcessLeavesTouchingSlicesAndItsCodeAndCommandsAreObeyed) {
+    RunningCollector collector("", polling(1), {everything});
+    Child process({ownShell(collector, "longlived"), "-c", "read x; exit 7"});
     Child other({ownShell(collector, "stillruns"), "-c", "read x"});
+    for (const Child* started : {&process, &other})
+        ASSERT_TRUE(collector.awaitLog("Added process " + std::to_string(started->pid())));
+    EXPECT_TRUE(collector.control("info").starts_with("0 " + std::to_string(collector.program().pid()) + ","));
+    EXPECT_EQ(collector.control("dump"), "0 done\n");
+    EXPECT_EQ(collector.usage("longlived").size(), 1U) << "the reply comes after the delivery";
+    collector.writeConfiguration("    interval (TimeSpan) = P5H { }\n", polling(1));
+    EXPECT_EQ(collector.control("reconfigure"), "0 ");
+    EXPECT_EQ(collector.nextState(), "RELOADING");
+    EXPECT_EQ(collector.nextState(), "READY");
+    EXPECT_TRUE(collector.status().starts_with("Tracks ")) << collector.status();
+    EXPECT_TRUE(collector.status().ends_with(" processes by polling; no event was lost.")) << collector.status();
+    EXPECT_GT(std::atoi(collector.status().c_str() + 7), 0) << collector.status();
+    ASSERT_TRUE(collector.awaitLog("Data delivery at interval: P5H."));
+    sleep(2); // so that the next slices last
+    EXPECT_EQ(collector.control("dump"), "0 done\n");
+    process.closeInput();
     EXPECT_EQ(process.reap(), 7);
     ASSERT_TRUE(collector.awaitLog("Removed process " + std::to_string(process.pid())));
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(collector.stop(), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
-    EXPECT_EQ(collector.nextState(), "STOPPING");
-    const std::vector<Slice> last = slicesOf(collector, "stillruns");
-    ASSERT_FALSE(last.empty());
-    EXPECT_NEAR(static_cast<double>(last.back().start + last.back().duration), std::time(nullptr), 2);
-    for (const auto& entry : std::filesystem::directory_iterator(collector.directory() / "data"))
-        EXPECT_EQ(entry.path().extension(), ".data");
-    const std::vector<Slice> slices = slicesOf(collector, "longlived");
-    ASSERT_GE(slices.size(), 3U);
-    expectTouching(slices);
-    EXPECT_NEAR(static_cast<double>(slices.back().start + slices.back().duration - slices.front().start), 25, 3);
-    EXPECT_EQ(slices.back().exitCode, "7");
-    EXPECT_EQ(slices.front().exitCode, "none");
-}
-
-TEST(LifeEndToEnd, CommandsAreObeyedUnderLoad) {
-    RunningCollector collector("", polling(1), {everything});
-    EXPECT_EQ(collector.control("info").substr(0, 2), "0 ");
-    Child process({ownShell(collector, "throughout"), "-c", "read x"});
-    ASSERT_TRUE(collector.awaitLog("Added process " + std::to_string(process.pid())));
-    std::atomic<bool> enough{false};
-    std::thread load([&] {
-        while (!enough)
-            Child({"/bin/true"}).reap();
-    });
-    EXPECT_EQ(collector.control("dump"), "0 done\n");
-    EXPECT_EQ(slicesOf(collector, "throughout").size(), 1U) << "the reply comes after the delivery";
-    for (int i = 0; i < 3; ++i) {
-        collector.writeConfiguration("    interval (TimeSpan) = P" + std::to_string(i + 1) + "H { }\n", polling(1));
-        EXPECT_EQ(collector.control("reconfigure"), "0 ");
-        EXPECT_EQ(collector.nextState(), "RELOADING");
-        EXPECT_EQ(collector.nextState(), "READY");
-        EXPECT_TRUE(collector.status().starts_with("Tracks ")) << collector.status();
-        EXPECT_TRUE(collector.status().ends_with(" processes by polling; no event was lost.")) << collector.status();
-        EXPECT_GT(std::atoi(collector.status().c_str() + 7), 0) << collector.status();
-        ASSERT_TRUE(collector.awaitLog("Data delivery at interval: P" + std::to_string(i + 1) + "H."));
-    }
-    EXPECT_EQ(collector.control("dump"), "0 done\n");
-    enough = true;
-    load.join();
+    const auto end = static_cast<int32_t>(std::time(nullptr));
     EXPECT_EQ(collector.control("die"), "0 ");
     EXPECT_EQ(collector.program().reap(), 0);
-    const std::vector<Slice> slices = slicesOf(collector, "throughout");
-    EXPECT_EQ(slices.size(), 3U);
-    expectTouching(slices);
-    EXPECT_EQ(collector.control("info").substr(0, 2), "3 ") << "nobody listens";
+    EXPECT_EQ(collector.nextState(), "STOPPING");
+    for (const auto& [name, code] : {std::pair{"longlived", "7"}, {"stillruns", "none"}}) {
+        const auto slices = collector.usage(name);
+        ASSERT_EQ(slices.size(), 3U) << name;
+        for (size_t i = 0; i < slices.size(); ++i) {
+            EXPECT_EQ(slices[i].isFirst, i == 0);
+            EXPECT_TRUE(i == 0 || slices[i].start == slices[i - 1].end());
+            EXPECT_EQ(slices[i].exitCode, i == 2 ? code : "none");
+        }
+        EXPECT_GE(slices[1].duration, 1);
+    }
+    EXPECT_GE(collector.usage("stillruns").back().end(), end);
+    for (const auto& entry : std::filesystem::directory_iterator(collector.directory() / "data"))
+        EXPECT_EQ(entry.path().extension(), ".data");
+    EXPECT_NE(collector.control("usage " + (collector.directory() / "data")).find("longlived"), std::string::npos);
+    EXPECT_TRUE(collector.control("records --json " + (collector.directory() / "data")).starts_with("0 ["));
+    EXPECT_TRUE(collector.control("info").starts_with("3 ")) << "nobody listens";
 }
 
 TEST(LifeEndToEnd, PrimeTimeIdValuesAndTheEventLogShowForARealProcess) {
@@ -141,10 +96,10 @@ TEST(LifeEndToEnd, PrimeTimeIdValuesAndTheEventLogShowForARealProcess) {
     for (const Child* gone : {&process, &other})
         ASSERT_TRUE(collector.awaitLog("Logged end event for process " + std::to_string(gone->pid())));
     EXPECT_EQ(collector.stop(), 0);
-    const std::vector<std::string> lines = collector.lines("ProcessLog");
-    ASSERT_EQ(lines.size(), 2U) << "the rule knows the project of one process only";
-    EXPECT_NE(lines[0].find(":0:non-prime:0:"), std::string::npos);
-    EXPECT_TRUE(lines[0].ends_with("\\" + user + "|user id=u7|project id=p1:0:0")) << lines[0];
+    const auto records = parseLines(collector.text("ProcessLog"));
+    ASSERT_EQ(records.size(), 1U) << "the rule knows the project of one process only";
+    EXPECT_TRUE(records[0].has("non-prime"));
+    EXPECT_TRUE(records[0].fields[9].ends_with("\\" + user + "|user id=u7|project id=p1")) << records[0].fields[9];
     std::string diary;
     for (const auto& entry : std::filesystem::directory_iterator(collector.directory().path()))
         if (entry.path().extension() == ".eventlog")
@@ -160,16 +115,11 @@ TEST(LifeEndToEnd, AStartThatFailsSaysWhyInOneLine) {
     const std::string elsewhere = "VELMOR_RUNTIME_DIR=" + collector.directory() / "other";
     const std::string& home = collector.directory().path();
     collector.directory().write("wrong.conf", "a (String) = b { }\nc (String) d { }\n");
-    struct Case {
-        std::string environment;
-        const char* file;
-        const char* cause;
-    };
-    for (const auto& [environment, file, cause] : {
-             Case{"", "runtally.conf", "Another Runtally runs on this machine already"},
-             Case{elsewhere + " VELMOR_RESOURCES=/nowhere", "runtally.conf", "/nowhere"},
-             Case{elsewhere, "wrong.conf", "line 2"},
-         }) {
+    using Case = std::tuple<std::string, const char*, const char*>; // environment, file, cause
+    for (const auto& [environment, file, cause] :
+         {Case{"", "runtally.conf", "Another Runtally runs on this machine already"},
+          Case{elsewhere + " VELMOR_RESOURCES=/nowhere", "runtally.conf", "/nowhere"},
+          Case{elsewhere, "wrong.conf", "line 2"}}) {
         const std::string said =
             collector.run(environment, VELMOR_RUNTALLY + (" -c " + home) + file + " 2>&1 >/dev/null");
         EXPECT_NE(said.find(cause), std::string::npos) << said;
@@ -180,32 +130,13 @@ TEST(LifeEndToEnd, AStartThatFailsSaysWhyInOneLine) {
 }
 
 namespace {
-using Record = std::pair<std::string, std::string>; // its two lines
-
-/// The whole records of a file. What is torn must be the last, and no record by its form.
-std::vector<Record> recordsIn(const std::filesystem::path& path) {
-    std::vector<Record> records;
-    std::istringstream text(readFile(path.string()));
-    for (Record record; std::getline(text, record.first);) {
-        const bool isWhole = std::getline(text, record.second) && !text.eof();
-        if (isWhole) {
-            EXPECT_EQ(record.first.substr(0, 2), "1:") << path;
-            EXPECT_NE(record.first.find(":31:0:"), std::string::npos) << path;
-            EXPECT_TRUE(record.second[1] == ':') << path;
-            records.push_back(record);
-        } else {
-            EXPECT_TRUE(text.eof()) << path;
-        }
-    }
-    return records;
-}
-
-std::multiset<Record> recordsOf(const RunningCollector& collector, const char* ending) {
-    std::multiset<Record> records;
+/// The whole records of the files whose names end so.
+std::multiset<UsageLine> recordsOf(const RunningCollector& collector, const char* ending) {
+    std::multiset<UsageLine> records;
     for (const auto& entry : std::filesystem::directory_iterator(collector.directory() / "data")) {
         const std::string name = entry.path().filename().string();
         if (name.ends_with(ending) && !name.ends_with(".lock"))
-            for (const Record& record : recordsIn(entry.path()))
+            for (const UsageLine& record : parseRecords(readFile(entry.path().string()), true))
                 records.insert(record);
     }
     return records;
@@ -215,7 +146,7 @@ std::multiset<Record> recordsOf(const RunningCollector& collector, const char* e
 void killOften(int kills, unsigned seed) {
     RunningCollector collector("", polling(1), {{"include-exclude", "include exe=*/own*\n"}});
     std::minstd_rand random(seed);
-    std::set<Record> flushed;
+    std::set<UsageLine> flushed;
     std::atomic<bool> enough{false};
     std::thread load([&] {
         for (int number = 0; !enough; ++number) {
@@ -230,8 +161,7 @@ void killOften(int kills, unsigned seed) {
         if (random() % 2 == 0) // so that some kills fall into a delivery
             collector.program().signal(SIGHUP);
         usleep(static_cast<useconds_t>(random() % 20000));
-        for (const Record& record : recordsOf(collector, ""))
-            flushed.insert(record);
+        flushed.merge(recordsOf(collector, ""));
         collector.program().signal(SIGKILL);
         collector.program().reap();
         ASSERT_TRUE(collector.start()) << "seed " << seed << ", kill " << i;
@@ -239,11 +169,11 @@ void killOften(int kills, unsigned seed) {
     enough = true;
     load.join();
     EXPECT_EQ(collector.stop(), 0);
-    const std::multiset<Record> delivered = recordsOf(collector, ".data");
-    for (const Record& record : flushed)
-        EXPECT_TRUE(delivered.contains(record)) << record.first << "\n" << record.second << "\nseed " << seed;
-    for (const Record& record : delivered)
-        EXPECT_EQ(delivered.count(record), 1U) << record.first << "\n" << record.second;
+    const std::multiset<UsageLine> delivered = recordsOf(collector, ".data");
+    for (const UsageLine& record : flushed)
+        EXPECT_TRUE(delivered.contains(record)) << record.executable << " " << record.start << ", seed " << seed;
+    for (const UsageLine& record : delivered)
+        EXPECT_EQ(delivered.count(record), 1U) << record.executable << " " << record.start;
 }
 } // namespace
 

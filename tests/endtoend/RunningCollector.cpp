@@ -145,8 +145,14 @@ int RunningCollector::stop() {
     return program_->reap();
 }
 
-std::vector<std::string> RunningCollector::lines(const std::string& stem) const {
-    return dataLines(directory_ / "data", stem);
+std::string RunningCollector::text(const std::string& stem) const {
+    return dataText(directory_ / "data", stem);
+}
+
+std::vector<UsageLine> RunningCollector::usage(const std::string& prefix) const {
+    std::vector<UsageLine> records = parseRecords(text("ProcessLog"), true);
+    std::erase_if(records, [&](const UsageLine& record) { return !record.executable.starts_with(prefix); });
+    return records;
 }
 
 } // namespace Velmor

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "support/Child.h"
+#include "support/RecordReader.h"
 #include "support/TempDirectory.h"
 
 #include <memory>
@@ -20,8 +21,6 @@ public:
     /// Starts it, and waits until it says that it is ready.
     RunningCollector(const std::string& settings, const std::string& logging, const std::vector<File>& files,
                      int debugLevel = 5);
-    RunningCollector(const RunningCollector&) = delete;
-    RunningCollector& operator=(const RunningCollector&) = delete;
     ~RunningCollector();
 
     /// Starts it again after its end; false if it ended instead of getting ready.
@@ -51,8 +50,10 @@ public:
     /// Ends it in order. Its exit status.
     int stop();
 
-    /// The lines of all data files of a stem, delivered or not, in the order of the files.
-    std::vector<std::string> lines(const std::string& stem) const;
+    /// The text of all data files of a stem, delivered or not, in the order of the files.
+    std::string text(const std::string& stem) const;
+    /// The usage of executables whose names begin so.
+    std::vector<UsageLine> usage(const std::string& prefix) const;
 
 private:
     TempDirectory directory_;

@@ -52,13 +52,10 @@ TEST_F(ConfTest, MistakesNameTheirLineAndKeepWhatStandsBefore) {
         const char* text;
         int line; // 0: no mistake
     };
-    for (const auto& [text, line] : {
-             Case{"ok (String) = 1 { }\na (String) b { }", 2},
-             Case{"ok (String) = 1 { }\n\na String", 3},
-             Case{"ok (String) = 1 { } a (String = b { }", 1},
-             Case{"ok (String) = 1 { }\na (String) = b c { }", 2},
-             Case{"ok (String) = 1 { }\n\"unclosed", 0},
-         }) {
+    for (const auto& [text, line] :
+         {Case{"ok (String) = 1 { }\na (String) b { }", 2}, Case{"ok (String) = 1 { }\n\na String", 3},
+          Case{"ok (String) = 1 { } a (String = b { }", 1}, Case{"ok (String) = 1 { }\na (String) = b c { }", 2},
+          Case{"ok (String) = 1 { }\n\"unclosed", 0}}) {
         read(text);
         EXPECT_EQ(value("ok"), "1") << text;
         const std::string& error = reader.getLastError();

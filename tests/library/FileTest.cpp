@@ -2,6 +2,7 @@
 #include "shared/library/common/errors/FileException.h"
 #include "shared/library/common/errors/TimeException.h"
 #include "shared/library/common/files/BasicFile.h"
+#include "shared/library/common/files/FileFactory.h"
 #include "shared/library/common/files/FileGZ.h"
 #include "shared/library/common/files/FileOps.h"
 #include "shared/library/common/files/FilePlain.h"
@@ -12,8 +13,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sys/stat.h>
 #include <utility>
 
@@ -80,11 +83,7 @@ TEST_F(FileTest, BasicFileReadsLinesAndBlocks) {
 }
 
 TEST_F(FileTest, AFailedWriteLeavesNoHalfText) {
-    struct Case {
-        int32_t mode;
-        const char* others; // what another program appends in the meantime
-        const char* left;
-    };
+    using Case = std::tuple<int32_t, const char*, const char*>; // others: what another program appends meanwhile
     for (const auto& [mode, others, left] :
          {Case{BasicFile::MODE_WRITE, "", "whole\n"}, Case{BasicFile::MODE_APPEND, "", "whole\n"},
           Case{BasicFile::MODE_APPEND, "other\n", "whole\nother\ntor"}}) {
@@ -126,7 +125,7 @@ TEST_F(FileTest, ASafeWriteShowsOnlyWhenItIsClosed) {
     file.close();
     EXPECT_EQ(readFile(path), "new");
     file.open(safeWrite);
-    file.write("x", 1);
+    EXPECT_TRUE(file.write(std::string("x")));
     file.abort();
     EXPECT_EQ(readFile(path), "new");
     EXPECT_EQ(directory.names(), "f");
@@ -188,8 +187,10 @@ TEST_F(FileTest, ALockRunsOutByItself) {
         directory.write("f.lock", damaged);
         EXPECT_FALSE(LockFile(path).release()) << "what can't be read is not proven dead";
     }
-    directory.write("f.lock", "rubbish\n");
-    EXPECT_THROW(LockFile{path}, TimeException);
+    for (const char* damaged : {"rubbish\n", "\n\n"}) {
+        directory.write("f.lock", damaged);
+        EXPECT_THROW(LockFile{path}, TimeException);
+    }
 }
 
 TEST_F(FileTest, ARenameThatFailsTenTimesKeepsTheData) {
@@ -223,11 +224,7 @@ TEST_F(FileTest, WhatTheDiskHasNotTakenIsToldAtOnceAndKeepsItsTemporaryName) {
         errno = EIO;
         return std::exchange(failed, true) ? 0 : -1;
     };
-    struct Case {
-        int (*SystemCalls::*call)(int);
-        const char* finalName;
-        int32_t code;
-    };
+    using Case = std::tuple<int (*SystemCalls::*)(int), const char*, int32_t>;
     for (const auto& [call, finalName, code] :
          {Case{&SystemCalls::fdatasync, "", FL_RENAME}, Case{&SystemCalls::fdatasync, "final", FL_RENAME},
           Case{&SystemCalls::close, "", FL_CANNOT_CLOSE}}) {
@@ -248,6 +245,86 @@ TEST_F(FileTest, WhatTheDiskHasNotTakenIsToldAtOnceAndKeepsItsTemporaryName) {
         EXPECT_EQ(codeOf([&] { file.close(); }), FL_NONE) << "the failure is over";
         EXPECT_EQ(readFile(place / "f"), "next");
     }
+}
+
+TEST_F(FileTest, WhatCantBeDoneHasItsCode) {
+    const std::function<void(FileBase&)> deeds[] = {[](FileBase& file) {
+                                                        char c = 0;
+                                                        file.read(&c, 1);
+                                                    },
+                                                    [](FileBase& file) {
+                                                        std::string line;
+                                                        file.readLine(line);
+                                                    },
+                                                    [](FileBase& file) { file.write("x", 1); },
+                                                    [](FileBase& file) { file.seek(-1, FileBase::OFFSET_BEGIN); },
+                                                    [](FileBase& file) {
+                                                        std::string rest;
+                                                        file.read(rest, 9);
+                                                        file.readLine(rest);
+                                                    }};
+    constexpr uint16_t write = FileBase::ACCESS_WRITE | FileBase::ACCESS_UNSAFE | FileBase::ACCESS_NOLOCK;
+    using Case = std::tuple<const char*, uint16_t, std::vector<int32_t>>;
+    for (const auto& [name, access, codes] : {
+             Case{"x", 0, {FL_IS_CLOSED, FL_IS_CLOSED, FL_IS_CLOSED, FL_IS_CLOSED, FL_READ}},
+             Case{"x", FileBase::ACCESS_READ, {0, 0, FL_CANNOT_WRITE, FL_POSITION, FL_EOF}},
+             Case{"x", write, {FL_READ, FL_CANNOT_READ, 0, FL_POSITION, FL_READ}},
+             Case{"x.gz", 0, {FL_IS_CLOSED, FL_IS_CLOSED, FL_IS_CLOSED, FL_IS_CLOSED, FL_IS_CLOSED}},
+             Case{"x.gz", FileBase::ACCESS_READ, {0, 0, FL_CANNOT_WRITE, FL_POSITION, FL_EOF}},
+             Case{"x.gz", write, {FL_READ, FL_CANNOT_READ, 0, FL_ERROR, FL_READ}},
+         }) {
+        std::vector<int32_t> met;
+        for (const auto& deed : deeds) {
+            const auto file = FileFactory::create(directory.write(name, "a\n"));
+            if (access != 0)
+                file->open(access);
+            met.push_back(codeOf([&] { deed(*file); }));
+        }
+        EXPECT_EQ(met, codes) << name << " " << access;
+    }
+    for (const uint16_t access : {0, FileBase::ACCESS_READ | FileBase::ACCESS_CREATE,
+                                  FileBase::ACCESS_WRITE | FileBase::ACCESS_TRUNCATE | FileBase::ACCESS_APPEND})
+        EXPECT_EQ(codeOf([&] { FilePlain(directory / "x").open(access); }), FL_ACCESS_COMB) << access;
+    EXPECT_EQ(codeOf([&] { FileGZ(directory / "x.gz").open(FileBase::ACCESS_READ | write); }), FL_ACCESS_COMB);
+    for (const char* name : {"none", "none.gz"})
+        EXPECT_EQ(codeOf([&] { FileFactory::create(directory / name)->open(FileBase::ACCESS_READ); }), FL_EXISTS_NOT);
+}
+
+TEST_F(FileTest, ReadsTellHowMuchCameAndATextEndsAtItsZero) {
+    FilePlain file(directory.write("x", std::string("ab\0cd\nef", 8)));
+    file.open(FileBase::ACCESS_READ);
+    std::string buffer(6, 'x');
+    EXPECT_EQ(file.read(buffer.data(), 5), 5U);
+    EXPECT_EQ(buffer, std::string("ab\0xxx", 6));
+    EXPECT_EQ(file.seek(-2, FileBase::OFFSET_END), 6);
+    EXPECT_EQ(file.tell(), 6);
+    EXPECT_FALSE(file.read(buffer, 9)) << "fewer than asked for";
+    EXPECT_EQ(buffer, "ef");
+    EXPECT_TRUE(file.eof());
+    FileGZ compressed(directory / "y.gz");
+    compressed.open(safeWrite);
+    EXPECT_TRUE(compressed.write(std::string("ab")));
+    EXPECT_EQ(compressed.seek(2, FileBase::OFFSET_CURRENT), 4) << "forward only";
+}
+
+TEST_F(FileTest, TheSystemsAnswersAreTakenOver) {
+    const std::string path = directory.write("x", "four");
+    const timespec times[] = {{1000000000, 0}, {1000000001, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    int64_t change = 0;
+    EXPECT_TRUE(FileOps::lastChange(path, change));
+    EXPECT_EQ(change, 1000000001);
+    EXPECT_FALSE(FileOps::lastChange(directory / "none", change));
+    FileInfo info;
+    FileOps::getInfo(path, info);
+    EXPECT_EQ(DateTime(info.modified).getSeconds(), change);
+    EXPECT_TRUE(info.exists && info.sizeLow == 4 && info.sizeHigh == 0 && info.fullPath == path);
+    EXPECT_EQ(info.attributes & InfoAttribute::readOnly, 0U);
+    EXPECT_TRUE(FileOps::setAttributes(path, InfoAttribute::readOnly));
+    FileOps::getInfo(path, info);
+    EXPECT_NE(info.attributes & InfoAttribute::readOnly, 0U);
+    FileOps::getInfo(directory / "none", info);
+    EXPECT_FALSE(info.exists);
 }
 
 TEST_F(GzipTest, OldContentComesThroughAnAppend) {

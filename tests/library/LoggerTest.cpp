@@ -14,7 +14,6 @@
 #include <atomic>
 #include <functional>
 #include <sys/resource.h>
-#include <thread>
 
 namespace Velmor {
 
@@ -47,8 +46,6 @@ protected:
     ScriptedPlatform os;
     std::string path = directory / "log/x.log";
 };
-
-class LogFileOfManyTest : public RuntimeFixture {};
 
 /// A core service at which the first message stands still for good.
 class StandingCore : public Mailslots {
@@ -89,42 +86,88 @@ TEST(LogCommonsTest, MessagesTakeTheirParameters) {
     EXPECT_EQ(formatted("[%s]", ParamStream() << ""), "[]");
 }
 
+TEST(LogCommonsTest, LinesTellWhatTheyAreOf) {
+    LogMessage message = numbered();
+    const std::string time = message.time.toString(false, false);
+    EXPECT_EQ(LogCommons::formatLine(message, false),
+              "CRITICAL " + time + " (2.08.13) (Message not found.) Parameters: x  5  ");
+    message.severity = Severity::error;
+    message.messageId = 7;
+    message.text.clear();
+    EXPECT_EQ(LogCommons::formatLine(message, false), "ERROR    " + time + " (2.08.07) (Message not found.)");
+    message.text = "wording";
+    EXPECT_EQ(LogCommons::formatLine(message, true), "ERROR    " + time + " (2.08.07) wording");
+    message.isLog = false;
+    message.level = 3;
+    EXPECT_EQ(LogCommons::formatLine(message, true), "debug-3  " + time + " (2.08)    wording");
+    for (const auto& [name, severity] : {std::pair{"NOTICE", 0}, {"FATAL", 4}, {"NONE", 5}, {"notice", 6}})
+        EXPECT_EQ(LogCommons::severityFromName(name), severity) << name;
+}
+
+TEST_F(LogFileTest, ACatalogueWordsTheMessagesOfTheModulesThatAreAskedFor) {
+    directory.write("LogMessages/runtally.mess", "// comment\n\n13 : %s and %i \n13: later\n14\n");
+    for (const char* name : {"strange", "agent"})
+        directory.write("LogMessages/" + std::string(name) + ".mess", "13: x\n");
+    LogCommons catalogue;
+    const LoadResult result = catalogue.loadMessages(directory.path(), "runtally,strange");
+    EXPECT_TRUE(result.ok);
+    EXPECT_EQ(result.loaded, std::vector<std::string>{"runtally"});
+    EXPECT_EQ(result.counts, std::vector<int32_t>{3});
+    EXPECT_EQ(result.rejected.size(), 2U);
+    std::string text;
+    EXPECT_TRUE(catalogue.findMessage(LogModule::runtally, 14, text) && text.empty());
+    EXPECT_FALSE(catalogue.findMessage(LogModule::agent, 13, text));
+    LogMessenger messenger;
+    messenger.setFile(path);
+    LogCommons::encodeMessage(numbered(), text);
+    LogMessenger::setCatalogue(&catalogue);
+    EXPECT_TRUE(messenger.post(text));
+    LogMessenger::setCatalogue(nullptr);
+    EXPECT_NE(readFile(path).find("(2.08.13) x and 5\r\n"), std::string::npos) << readFile(path);
+}
+
 TEST_F(LogFileTest, RotationGoesByItsScheme) {
     struct Case {
         uint32_t scheme;
-        int32_t period;
         uint32_t limit; // megabytes
-        bool bigFile;
-        int32_t pause; // seconds before the line that may rotate
-        bool rotates;
+        bool isBig;
+        int32_t pause;       // seconds before the line that may rotate
+        const char* atFirst; // the counter of rotations, when the first line has come to a file that was there
+        const char* afterwards;
     };
     using A = LoggerAgentFile;
     int number = 0;
-    for (const auto& [scheme, period, limit, bigFile, pause, rotates] : {
-             Case{A::schemeSize, 0, 1, true, 0, true},
-             Case{A::schemeTime, 60, 10, false, 100, true},
-             Case{A::schemeTime, 60, 10, false, 1, false},
-             Case{A::schemeTime | A::schemeSize, 60, 1, false, 100, false},
-             Case{A::schemeTime | A::schemeSize, 60, 1, true, 1, true},
-         }) {
-        ++number;
+    for (const auto& [scheme, limit, isBig, pause, atFirst, afterwards] :
+         {Case{0, 0, true, 100, "", ""}, Case{A::schemeSize, 1, true, 0, "", "1"},
+          Case{A::schemeTime, 10, false, 100, "", "1"}, Case{A::schemeTime, 10, false, 1, "", ""},
+          Case{A::schemeTime | A::schemeSize, 1, false, 100, "", ""},
+          Case{A::schemeTime | A::schemeSize, 1, true, 1, "", "1"}, Case{A::schemeInit, 1, true, 100, "1", "1"},
+          Case{A::schemeInit | A::schemeSize, 1, true, 1, "", ""},
+          Case{A::schemeInit | A::schemeSize, 0, false, 1, "1", "1"},
+          Case{A::schemeInit | A::schemeTime, 1, true, 1, "", ""}}) {
         os.registry.values.clear();
         LogFileSettings& settings = logFileSettings();
         settings.rotationScheme = scheme;
-        settings.rotationPeriod = period;
+        settings.rotationPeriod = 60;
         settings.sizeLimit = limit;
-        const std::string file = directory / ("log/r" + std::to_string(number) + "/x.log");
-        std::filesystem::create_directories(std::filesystem::path(file).parent_path());
+        settings.rotateAtStart = true;
+        settings.lastPeriod = 0;
+        const std::string name = "log/r" + std::to_string(++number) + "/x.log";
+        std::filesystem::create_directories(std::filesystem::path(directory / name).parent_path());
+        directory.write(name, "of before\n");
         LoggerAgentFile agent;
-        agent.setFile(file);
+        agent.setFile(directory / name);
         agent.write("first");
-        if (bigFile)
+        EXPECT_EQ(os.registry.values["TestLogCounter"].second, atFirst) << "case " << number;
+        EXPECT_EQ(os.registry.values.contains("TestLogOpened"), *atFirst != '\0') << "when a new file was begun";
+        if (isBig)
             agent.write(std::string(1 << 20, 'x'));
         os.clock.advance(pause);
-        const auto before = os.registry.values["TestLogCounter"].second;
         agent.write("second");
-        EXPECT_EQ(os.registry.values["TestLogCounter"].second != before, rotates) << "case " << number;
-        EXPECT_NE(readFile(file).find("second"), std::string::npos);
+        EXPECT_EQ(os.registry.values["TestLogCounter"].second, afterwards) << "case " << number;
+        const std::string text = readFile(directory / name);
+        EXPECT_NE(text.find("second"), std::string::npos);
+        EXPECT_EQ(text.find("Log continued from") != std::string::npos, *afterwards != '\0') << text;
     }
 }
 
@@ -173,30 +216,6 @@ TEST_F(LogFileTest, AnUnwritableFileIsToldOnceOnStandardError) {
         std::_Exit(0);
     };
     EXPECT_EXIT(log(), testing::ExitedWithCode(0), "^The debug log can't be written \\(.*absent/x.log\\)[^\n]*\n$");
-}
-
-TEST_F(LogFileOfManyTest, WritersOnManyThreadsLoseNoLine) {
-    const std::string path = directory / "log.log";
-    LoggerUnit::setDebugLevel(1);
-    SmartPointer<LogMessenger> messenger(new LogMessenger());
-    messenger->setFile(path);
-    SmartPointer<LoggerCentre> centre(new LoggerCentre(2, messenger));
-    Logger logger;
-    logger.set(SmartPointer<LoggerUnit>(new LoggerUnit(centre, LogModule::runtally)));
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&logger, i] {
-            for (int k = 0; k < 100; ++k)
-                logger.debug(1, "line %i of %i", k, i);
-        });
-    for (std::thread& thread : threads)
-        thread.join();
-    const std::string text = readFile(path);
-    for (int i = 0; i < 4; ++i)
-        for (int k = 0; k < 100; ++k)
-            EXPECT_NE(text.find("line " + std::to_string(k) + " of " + std::to_string(i) + "\r\n"), std::string::npos);
-    logger.release();
 }
 
 TEST_F(LogFileTest, ConfigurationMovesTheFileAndSetsLevels) {

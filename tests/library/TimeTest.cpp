@@ -27,23 +27,19 @@ std::string refusal(const std::string& text) {
 TEST(DateTimeTest, TextsAreReadAsUtcFields) {
     ScriptedPlatform os;
     os.clock.zoneMinutes = 60;
-    struct Case {
-        const char* text;
-        const char* instant;
-    };
-    for (const auto& [text, instant] : {
-             Case{"2005-06-07T", "2005-06-06T23:00:00Z"},
-             Case{"20050607T0102", "2005-06-07T00:02:00Z"},
-             Case{"20080519T065523Z", "2008-05-19T06:55:23Z"},
-             Case{"2005-06-07T10:00:00+02:00", "2005-06-07T08:00:00Z"},
-             Case{"2005-06-07T10:00:00-0230x", "2005-06-07T12:30:00Z"},
-             Case{"2005-06-07T10:00:00+99", "2005-06-03T07:00:00Z"},
-             Case{"2005-02-31T00:00:00Z", "2005-02-28T00:00:00Z"},
-             Case{"xxxx-01-01T00:00:00Z", "2001-01-01T00:00:00Z"}, // without digits it is the present
-             Case{"2005-13-00T25:61:61Z", "2005-12-01T23:59:59Z"},
-             Case{"1969-07-20T10:00:00Z", "1970-07-20T10:00:00Z"},
-             Case{"2099-12-31T23:59:59Z", "2038-01-19T03:14:07Z"},
-         }) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"2005-06-07T", "2005-06-06T23:00:00Z"},
+        {"20050607T0102", "2005-06-07T00:02:00Z"},
+        {"20080519T065523Z", "2008-05-19T06:55:23Z"},
+        {"2005-06-07T10:00:00+02:00", "2005-06-07T08:00:00Z"},
+        {"2005-06-07T10:00:00-0230x", "2005-06-07T12:30:00Z"},
+        {"2005-06-07T10:00:00+99", "2005-06-03T07:00:00Z"},
+        {"2005-02-31T00:00:00Z", "2005-02-28T00:00:00Z"},
+        {"xxxx-01-01T00:00:00Z", "2001-01-01T00:00:00Z"}, // without digits it is the present
+        {"2005-13-00T25:61:61Z", "2005-12-01T23:59:59Z"},
+        {"1969-07-20T10:00:00Z", "1970-07-20T10:00:00Z"},
+        {"2099-12-31T23:59:59Z", "2038-01-19T03:14:07Z"}};
+    for (const auto& [text, instant] : cases) {
         EXPECT_EQ(zulu(DateTime::fromString(text)), instant) << text;
         EXPECT_EQ(DateTime(0).toString(false, false), "1970-01-01T01:00:00") << text << " moved the local time";
     }
@@ -67,11 +63,7 @@ TEST(DateTimeTest, DamagedTextsAreRefusedWithTheirReason) {
 }
 
 TEST(DateTimeTest, LocalFieldsTakeTheGreaterOffsetAroundAChange) {
-    struct Case {
-        const char* zone;
-        int32_t month, day, hour;
-        const char* instant;
-    };
+    using Case = std::tuple<const char*, int32_t, int32_t, int32_t, const char*>;
     for (const auto& [name, month, day, hour, instant] : {
              Case{"Europe/Berlin", 3, 30, 1, "2008-03-29T23:00:00Z"}, // read as UTC it lies behind the change
              Case{"Europe/Berlin", 3, 30, 4, "2008-03-30T02:00:00Z"},
@@ -87,12 +79,7 @@ TEST(DateTimeTest, LocalFieldsTakeTheGreaterOffsetAroundAChange) {
 }
 
 TEST(DateTimeTest, AlignsToLocalPeriods) {
-    struct Case {
-        const char* zone;
-        const char* from;
-        int32_t span;
-        const char* to;
-    };
+    using Case = std::tuple<const char*, const char*, int32_t, const char*>;
     for (const auto& [name, from, span, to] : {
              Case{"CET-1", "2008-01-10T12:34:56Z", 86400, "2008-01-09T23:00:00Z"},
              Case{"CET-1", "2008-01-10T13:05:00Z", 43200, "2008-01-10T11:00:00Z"},
@@ -119,6 +106,17 @@ TEST(TimeSpanTest, PrintsAndReadsItsForm) {
         EXPECT_EQ(TimeSpan(TimeSpan::fromString(text)).getSeconds(), seconds) << text;
     for (const char* text : {"1H", "p1H"})
         EXPECT_THROW(TimeSpan::fromString(text), TimeException) << text;
+    using Case = std::tuple<int32_t, int32_t, int32_t, int32_t>;
+    for (const auto& [hours, minutes, parts, code] :
+         {Case{24, 0, 0, TM_HOURS}, Case{-1, 0, 0, TM_HOURS}, Case{0, 60, 0, TM_MINUTES}, Case{0, -1, 0, TM_MINUTES},
+          Case{0, 0, 60, TM_SECONDS}, Case{0, 0, -1, TM_SECONDS}}) {
+        try {
+            TimeSpan().set(1, hours, minutes, parts);
+            ADD_FAILURE() << hours << " " << minutes << " " << parts;
+        } catch (const TimeException& failure) {
+            EXPECT_EQ(failure.getCode(), code);
+        }
+    }
 }
 
 } // namespace Velmor

@@ -1,6 +1,7 @@
 #include "platform/linux/family/LinuxRegistry.h"
 
 #include "platform/Errors.h"
+#include "platform/linux/family/Directories.h"
 #include "support/RuntimeFixture.h"
 
 #include <sys/stat.h>
@@ -56,6 +57,19 @@ TEST_F(RegistryTest, WrittenValuesWinAndTheAdministratorsFileStaysAsItIs) {
     ASSERT_TRUE(another.read("LogCounter", type, data, error)) << "what others wrote stays";
     EXPECT_EQ(data, nasty);
     EXPECT_EQ(read("JOB_Runtally"), "1:13") << "what another program wrote is seen";
+}
+
+TEST_F(RegistryTest, TheServiceManagersDirectoriesCountWithoutOnesOfOurOwn) {
+    using Case = std::tuple<const char*, const char*, std::string (*)()>;
+    for (const auto& [ours, managers, answer] : {Case{"VELMOR_STATE_DIR", "STATE_DIRECTORY", stateDirectory},
+                                                 Case{"VELMOR_RUNTIME_DIR", "RUNTIME_DIRECTORY", runtimeDirectory}}) {
+        setenv(managers, "/first:/second", 1);
+        EXPECT_EQ(answer(), std::getenv(ours));
+        unsetenv(ours);
+        EXPECT_EQ(answer(), "/first");
+        unsetenv(managers);
+        EXPECT_TRUE(answer().ends_with("/velmor")) << answer();
+    }
 }
 
 TEST_F(RegistryTest, TheCauseNamesFileAndLineOrWhatToDo) {

@@ -11,7 +11,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <filesystem>
 
 namespace Velmor {
 
@@ -34,24 +33,10 @@ uint32_t allocatingThread(void*) {
     }
 }
 
-uint32_t sleepingThread(void*) {
+/// A thread that waits for good, in the way that its argument is.
+uint32_t waitingThread(void* way) {
     rounds.fetch_add(1);
-    systemClock.sleep(60000);
-    went = true;
-    return 0;
-}
-
-uint32_t waitingThread(void*) {
-    rounds.fetch_add(1);
-    uint32_t message = 0;
-    messageQueues.wait(message);
-    went = true;
-    return 0;
-}
-
-uint32_t enteringThread(void*) {
-    rounds.fetch_add(1);
-    section->enter();
+    (*static_cast<void (**)()>(way))();
     went = true;
     return 0;
 }
@@ -101,9 +86,14 @@ TEST_F(ThreadsTest, AWaitIsEndedWithinTheGrace) {
     section->enter(); // not given back
     const auto threadCount = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {}); };
     [[maybe_unused]] const auto before = threadCount();
-    for (const ThreadRoutine routine : {sleepingThread, waitingThread, enteringThread}) {
+    void (*const ways[])() = {[] { systemClock.sleep(60000); }, [] { section->enter(); },
+                              [] {
+                                  uint32_t message = 0;
+                                  messageQueues.wait(message);
+                              }};
+    for (const auto& way : ways) {
         rounds = 0;
-        start(routine);
+        start(waitingThread, const_cast<void (**)()>(&way));
         ASSERT_TRUE(eventually([&] { return isRunning(); }));
         EXPECT_TRUE(threads.terminate(thread, 5, error));
         EXPECT_EQ(exitCode(), 5U);
@@ -152,41 +142,6 @@ TEST_F(ThreadsTest, AThreadThatHoldsANamedLockMayLetGoFirst) {
     EXPECT_FALSE(went);
 }
 
-TEST(ThreadsExitTest, StoppedThreadsDoNotKeepTheProcessFromExiting) {
-    testing::FLAGS_gtest_death_test_style = "threadsafe";
-    const auto endOneAndExit = [] {
-        uint32_t id = 0;
-        uint32_t error = 0;
-        const auto thread = threads.create(sleepingThread, nullptr, id, error);
-        const bool ended = threads.terminate(thread, 1, error);
-        std::exit(ended ? 3 : 4);
-    };
-    EXPECT_EXIT(endOneAndExit(), testing::ExitedWithCode(3), "");
-}
-
-TEST_F(ThreadsTest, ARenewedSectionIsFreeAndIgnoresItsOldHoldersLeave) {
-    start([](void*) -> uint32_t {
-        section->enter();
-        section->enter();
-        rounds.fetch_add(1);
-        while (!went)
-            systemClock.sleep(1);
-        section->leave(); // late: the section has another holder by now
-        section->leave();
-        rounds.fetch_add(1);
-        return 0;
-    });
-    ASSERT_TRUE(eventually([&] { return isRunning(); }));
-    EXPECT_FALSE(section->tryEnter());
-    section->renew();
-    EXPECT_TRUE(section->tryEnter());
-    went = true;
-    ASSERT_TRUE(eventually([&] { return rounds == 2; }));
-    start([](void*) -> uint32_t { return section->tryEnter() ? 1 : 2; });
-    EXPECT_TRUE(eventually([&] { return exitCode() == 2; })) << "still held by the test";
-    section->leave();
-}
-
 TEST_F(ThreadsTest, MessagesArriveInOrderAndOnlyWhereThereIsAQueue) {
     EXPECT_FALSE(messageQueues.post(threads.currentId(), 5)) << "this thread has no queue yet";
     uint32_t message = 0;
@@ -203,21 +158,6 @@ TEST_F(ThreadsTest, MessagesArriveInOrderAndOnlyWhereThereIsAQueue) {
     EXPECT_TRUE(eventually([&] { return messageQueues.post(id, 77); }));
     EXPECT_TRUE(eventually([&] { return exitCode() == 77; }));
     EXPECT_TRUE(eventually([&] { return !messageQueues.post(id, 78); })) << "its queue went with the thread";
-}
-
-TEST_F(ThreadsTest, SignalsAreRequestsAndNoneIsLostBeforeTheFirstWait) {
-    for (const auto& [signal, wanted] :
-         {std::pair{SIGTERM, WindowMessage::close}, std::pair{SIGINT, WindowMessage::close},
-          std::pair{SIGHUP, WindowMessage::settingChange}}) {
-        Child child([signal = signal, wanted = wanted] {
-            messageQueues.receiveSystemRequests();
-            raise(SIGPIPE);
-            raise(signal);
-            uint32_t message = 0;
-            return messageQueues.wait(message) && message == wanted && !messageQueues.peek(message) ? 0 : 1;
-        });
-        EXPECT_EQ(child.reap(), 0) << signal;
-    }
 }
 
 } // namespace Velmor

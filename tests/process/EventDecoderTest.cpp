@@ -51,40 +51,28 @@ std::vector<uint8_t> processPayload(uint32_t pid, uint32_t parent, std::string_v
 
 TEST_F(EventDecoderTest, EachTypeHasItsWidth) {
     const SchemaQualifiers two{{"MAX", 2}};
-    struct Case {
-        SchemaProperty property;
-        size_t given;
-        ptrdiff_t taken;
-    };
+    using Case = std::tuple<SchemaProperty, size_t, ptrdiff_t>;
     int number = 0;
-    for (const auto& [property, given, taken] : {
-             Case{of(2), 2, 2},
-             Case{of(2), 1, -1},
-             Case{of(3), 4, 4},
-             Case{of(3), 3, -1},
-             Case{of(11), 4, 4},
-             Case{of(18), 2, 2},
-             Case{of(19), 4, 4},
-             Case{of(20), 8, 8},
-             Case{of(21), 8, 8},
-             Case{of(21), 7, -1},
-             Case{of(103), 2, 2},
-             Case{of(103 | arrayBit, two), 3, -1},
-             Case{of(19 | arrayBit, two), 9, 8},
-             Case{of(19 | arrayBit, two), 7, -1},
-             Case{of(19 | arrayBit), 8, -1},
-             Case{of(19 | arrayBit, {{"MAX", -1}}), 8, -1},
-             Case{of(19 | arrayBit, {{"MAX", 0}}), 8, 0},
-             Case{of(19 | arrayBit, {{"MAX", INT32_MAX}}), 100, -1},
-             Case{of(16), 1, 1},
-             Case{of(17 | arrayBit, {{"MAX", 5}}), 4, -1},
-             Case{of(17 | arrayBit, {{"MAX", 5}, {"Extension", std::string("IPAddr")}}), 20, 16},
-             Case{of(17, {{"Extension", std::string("gUID")}}), 15, -1},
-             Case{of(13, {{"Extension", std::string("Port")}}), 40, -1},
-             Case{of(13), 40, -1},
-             Case{of(12), 40, -1},
-             Case{of(21, {{"Pointer", std::monostate()}}), 4, 4},
-         })
+    for (const auto& [type, width] : {std::pair{2U, 2},
+                                      {3U, 4},
+                                      {11U, 4},
+                                      {16U, 1},
+                                      {18U, 2},
+                                      {19U, 4},
+                                      {20U, 8},
+                                      {21U, 8},
+                                      {103U, 2},
+                                      {12U, -1},
+                                      {13U, -1}}) {
+        EXPECT_EQ(take(of(type), std::vector<uint8_t>(40, 1)), width) << type;
+        EXPECT_EQ(take(of(type), std::vector<uint8_t>(static_cast<size_t>(std::max(width, 1)) - 1, 1)), -1) << type;
+    }
+    for (const auto& [property, given, taken] :
+         {Case{of(103 | arrayBit, two), 3, -1}, Case{of(19 | arrayBit, two), 9, 8}, Case{of(19 | arrayBit), 8, -1},
+          Case{of(19 | arrayBit, {{"MAX", 0}}), 8, 0}, Case{of(19 | arrayBit, {{"MAX", INT32_MAX}}), 100, -1},
+          Case{of(17 | arrayBit, {{"MAX", 5}, {"Extension", std::string("IPAddr")}}), 20, 16},
+          Case{of(17, {{"Extension", std::string("gUID")}}), 15, -1},
+          Case{of(21, {{"Pointer", std::monostate()}}), 4, 4}})
         EXPECT_EQ(take(property, std::vector<uint8_t>(given, 1)), taken) << "case " << number++;
 }
 
@@ -112,32 +100,19 @@ TEST_F(EventDecoderTest, TextsInAllForms) {
     using namespace std::string_literals;
     const auto ends = [](const char* how) { return SchemaQualifier{"StringTermination", std::string(how)}; };
     const SchemaQualifier wide{"Format", std::string("w")};
-    struct Case {
-        SchemaProperty property;
-        std::string payload;
-        ptrdiff_t taken;
-        std::string text;
-    };
+    using Case = std::tuple<SchemaProperty, std::string, ptrdiff_t, std::string>;
     int number = 0;
-    for (const auto& [property, payload, taken, text] : {
-             Case{of(8), "cad\0x"s, 4, "cad"},
-             Case{of(8), "cad"s, -1, ""},
-             Case{of(8, {ends("nullTERMINATED")}), "\0x"s, 1, ""},
-             Case{of(8, {wide}), "c\0a\0\0\0x\0"s, 6, "ca"},
-             Case{of(8, {wide}), "c\0a\0\0"s, -1, ""},
-             Case{of(8, {wide}), "c\0\xe9\1\0\0"s, 6, "c?"},
-             Case{of(8, {ends("Counted")}), "\3\0cadx"s, 5, "cad"},
-             Case{of(8, {ends("Counted")}), "\7\0cadx"s, -1, ""},
-             Case{of(8, {ends("Counted")}), "\3"s, -1, ""},
-             Case{of(8, {ends("Counted"), wide}), "\2\0c\0a\0x\0"s, 6, "ca"},
-             Case{of(8, {ends("ReverseCounted")}), "\0\3cadx"s, 5, "cad"},
-             Case{of(8, {ends("NotCounted")}), "cad"s, 3, "cad"},
-             Case{of(8, {ends("NotCounted"), wide}), "c\0a\0x"s, 5, "ca"},
-             Case{of(8, {ends("Guessed")}), "cad"s, 0, ""},
-             Case{of(8 | arrayBit, {{"MAX", 2}}), "one\0two\0x"s, 8, "two"},
-             Case{of(8 | arrayBit, {{"MAX", 3}}), "one\0two\0x"s, -1, "two"},
-             Case{of(8 | arrayBit, {{"MAX", INT32_MAX}, ends("NotCounted")}), "one"s, 3, ""},
-         }) {
+    for (const auto& [property, payload, taken, text] :
+         {Case{of(8), "cad\0x"s, 4, "cad"}, Case{of(8), "cad"s, -1, ""},
+          Case{of(8, {ends("nullTERMINATED")}), "\0x"s, 1, ""}, Case{of(8, {wide}), "c\0\xe9\1\0\0x\0"s, 6, "c?"},
+          Case{of(8, {wide}), "c\0a\0\0"s, -1, ""}, Case{of(8, {ends("Counted")}), "\3\0cadx"s, 5, "cad"},
+          Case{of(8, {ends("Counted")}), "\7\0cadx"s, -1, ""}, Case{of(8, {ends("Counted")}), "\3"s, -1, ""},
+          Case{of(8, {ends("Counted"), wide}), "\2\0c\0a\0x\0"s, 6, "ca"},
+          Case{of(8, {ends("ReverseCounted")}), "\0\3cadx"s, 5, "cad"},
+          Case{of(8, {ends("NotCounted"), wide}), "c\0a\0x"s, 5, "ca"}, Case{of(8, {ends("Guessed")}), "cad"s, 0, ""},
+          Case{of(8 | arrayBit, {{"MAX", 2}}), "one\0two\0x"s, 8, "two"},
+          Case{of(8 | arrayBit, {{"MAX", 3}}), "one\0two\0x"s, -1, "two"},
+          Case{of(8 | arrayBit, {{"MAX", INT32_MAX}, ends("NotCounted")}), "one"s, 3, ""}}) {
         EXPECT_EQ(take(property, PayloadText().text(payload).bytes()), taken) << "case " << number;
         if (taken >= 0) {
             EXPECT_EQ(decoder.values().stringValue, text) << "case " << number;

@@ -7,7 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <sstream>
 
 namespace Velmor {
@@ -38,11 +37,7 @@ protected:
 } // namespace
 
 TEST_F(ExeFinderTest, WhatTheFileSaysIsCleanedAndElseItsNameCounts) {
-    struct Case {
-        const char* description;
-        const char* product;
-        const char* application;
-    };
+    using Case = std::tuple<const char*, const char*, const char*>;
     int number = 0;
     for (const auto& [description, product, application] : {
              Case{"Drawing", "Office", "Drawing"},
@@ -68,10 +63,7 @@ TEST_F(ExeFinderTest, MappingsStandAsStronglyAsTheirKind) {
     for (const char* name : {"v/cad", "v/mid", "v/end", "v/Noise.D"})
         describe(name, "Description", "Product");
     describe("p/mid", "77", "Product");
-    struct Case {
-        const char* path;
-        const char* application;
-    };
+    using Case = std::tuple<const char*, const char*>;
     for (const auto& [path, application] : {
              Case{"x/noise = x.exe", "!"},
              Case{"v/Noise.D", "Description"}, // "noise" is in no block

@@ -55,11 +55,11 @@ TEST_F(ProcessTest, WhatCantBeLearntIsAPlaceholder) {
                       p.modulesFail = 9;
                       p.image = "\\Device\\Disk2\\Apps\\CAD.EXE";
                   },
-                  "d:\\apps\\cad.exe", "\\\\PC17\\bob", ProcessState::unresolved},
+                  "z:\\apps\\cad.exe", "\\\\PC17\\bob", ProcessState::unresolved},
              Case{"no modules and no image", [](ScriptedProcess& p) { p.modulesFail = 9; }, "<<unknown>>",
                   "\\\\PC17\\bob", ProcessState::unresolved},
          }) {
-        os.fileSystem.devices = {{"C:", "\\Device\\Disk1"}, {"D:", "\\Device\\Disk2"}, {"E:", "\\Device\\Disk2"}};
+        os.fileSystem.devices = {{"C:", "\\Device\\Disk1"}, {"Z:", "\\Device\\Disk2"}};
         prepare(os.processes.start(7, "C:\\Apps\\CAD.exe"));
         const int32_t begin = os.clock.now();
         const auto process = look(7);

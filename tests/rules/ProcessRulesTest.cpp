@@ -8,12 +8,7 @@
 namespace Velmor {
 
 namespace {
-struct RulesCase {
-    const char* text;
-    const char* name;
-    bool monitored;
-    bool wanted;
-};
+using RulesCase = std::tuple<const char*, const char*, bool, bool>;
 
 class ProcessRulesTest : public ::testing::Test {
 protected:

@@ -40,10 +40,7 @@ protected:
 } // namespace
 
 TEST_F(RulesTest, ARuleHoldsIfAllOfItsConditionsDo) {
-    struct Case {
-        const char* text;
-        bool included;
-    };
+    using Case = std::tuple<const char*, bool>;
     for (const auto& [text, included] : {
              Case{"", false}, Case{"include user=bo? app=c*", true}, Case{"include user=Bob", false},
              Case{"include group=*", false}, // no such fact
@@ -63,10 +60,7 @@ TEST_F(RulesTest, ARuleHoldsIfAllOfItsConditionsDo) {
 }
 
 TEST_F(RulesTest, ABlockOfReferencesHoldsIfOneOfItsConditionsDoes) {
-    struct Case {
-        const char* text;
-        bool included;
-    };
+    using Case = std::tuple<const char*, bool>;
     for (const auto& [text, included] : {
              Case{"REF:office\n{\nhost=pc*\nhost=lab*\n}\ninclude ref=office user=bob", true},
              Case{"ref:office\n{\nhost=lab*\nhost=pc*\n}\ninclude ref=office", true}, // one of them is enough
@@ -83,10 +77,7 @@ TEST_F(RulesTest, ABlockOfReferencesHoldsIfOneOfItsConditionsDoes) {
 
 TEST_F(RulesTest, TimesAreThoseOfTheTestInLocalTime) {
     os.clock.zoneMinutes = 120; // Sunday, 2001-09-09 03:46:40 local, still 01:46:40 in Greenwich
-    struct Case {
-        const char* condition;
-        bool holds;
-    };
+    using Case = std::tuple<const char*, bool>;
     for (const auto& [condition, holds] : {
              Case{"after-tod=03:46:39", true},
              Case{"after-tod=3:47", false},
@@ -99,10 +90,7 @@ TEST_F(RulesTest, TimesAreThoseOfTheTestInLocalTime) {
 }
 
 TEST_F(RulesTest, MistakesNameTheWordAndItsLine) {
-    struct Case {
-        const char* text;
-        const char* error;
-    };
+    using Case = std::tuple<const char*, const char*>;
     for (const auto& [text, error] : {
              Case{"# x\nincludes user=a", "Invalid status \"includes\" in line 2"},
              Case{"include user=a  exe=b", "Invalid key \" exe\" in line 1"},

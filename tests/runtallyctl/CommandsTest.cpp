@@ -11,8 +11,6 @@
 #include "support/RuntimeFixture.h"
 #include "support/ScriptedPlatform.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <memory>
 #include <thread>

@@ -22,17 +22,10 @@ UsageFile parse(const std::string& text) {
 } // namespace
 
 TEST(UsageFile, OddAccountsAndPathsDontMoveTheOtherFields) {
-    struct Case {
-        std::string account;
-        std::string directory;
-        std::string user;
-    };
-    for (const auto& [account, directory, user] : {
-             Case{"\\\\D\\bob|user id=b7|project id=p1", "/usr/bin/", "\\\\D\\bob"},
-             Case{"\\\\D\\a:0:b", "/usr/bin/", "\\\\D\\a:0:b"},
-             Case{"\\\\D\\a:0", "", "\\\\D\\a:0"},
-             Case{"", "", ""},
-         }) {
+    using Case = std::tuple<std::string, std::string, std::string>;
+    for (const auto& [account, directory, user] :
+         {Case{"\\\\D\\bob|user id=b7|project id=p1", "/usr/bin/", "\\\\D\\bob"},
+          Case{"\\\\D\\a:0:b", "/usr/bin/", "\\\\D\\a:0:b"}, Case{"\\\\D\\a:0", "", "\\\\D\\a:0"}, Case{"", "", ""}}) {
         const UsageFile file = parse(record(account, "137", "0:7", directory));
         ASSERT_EQ(file.entries.size(), 1U) << account;
         EXPECT_EQ(file.entries[0].user, user);
@@ -55,20 +48,17 @@ TEST(UsageFile, AFileCutOffAnywhereKeepsItsWholeRecordsAndTellsOfTheTornOne) {
 TEST(UsageFile, DamagedRecordsAreNamedByLineAndTheNextOnesAreRead) {
     const std::string good = record("\\\\D\\bob", "0", "1:5");
     const std::string identity = good.substr(0, good.find('\n') + 1);
-    struct Case {
-        std::string text;
-        size_t entries;
-        std::vector<std::string> mistakes;
-    };
+    using Case = std::tuple<std::string, size_t, std::vector<std::string>>;
+    const std::vector<std::string> damaged{"line 1: the record is damaged"};
     for (const auto& [text, entries, mistakes] : {
              Case{"rubbish\nmore\n" + good, 1, {"line 1: no record begins here"}},
              Case{good + identity + good, 2, {"line 3: the record is damaged"}},
-             Case{identity + "2:5\n" + good, 1, {"line 1: the record is damaged"}},
-             Case{record("\\\\D\\bob", "soon", "1:5") + good, 1, {"line 1: the record is damaged"}},
-             Case{record("\\\\D\\bob", "99999999999999999999", "1:5") + good, 1, {"line 1: the record is damaged"}},
-             Case{record("\\\\D\\bob", "-1", "1:5") + good, 1, {"line 1: the record is damaged"}},
-             Case{record("\\\\D\\bob", "0", "1:-5") + good, 1, {"line 1: the record is damaged"}},
-             Case{lead + ":0:vim\n1:5\n" + good, 1, {"line 1: the record is damaged"}},
+             Case{identity + "2:5\n" + good, 1, damaged},
+             Case{record("\\\\D\\bob", "soon", "1:5") + good, 1, damaged},
+             Case{record("\\\\D\\bob", "99999999999999999999", "1:5") + good, 1, damaged},
+             Case{record("\\\\D\\bob", "-1", "1:5") + good, 1, damaged},
+             Case{record("\\\\D\\bob", "0", "1:-5") + good, 1, damaged},
+             Case{lead + ":0:vim\n1:5\n" + good, 1, damaged},
          }) {
         const UsageFile file = parse(text);
         EXPECT_EQ(file.entries.size(), entries) << text;

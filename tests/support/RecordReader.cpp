@@ -1,44 +1,51 @@
 #include "support/RecordReader.h"
 
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 
 namespace Velmor {
 
 namespace {
-std::vector<std::string> fieldsOf(const std::string& line) {
+std::vector<std::string> fieldsOf(const std::string& line, const std::string& separator) {
     std::vector<std::string> fields;
     for (size_t begin = 0;;) {
-        const size_t end = line.find(":0:", begin);
+        const size_t end = line.find(separator, begin);
         fields.push_back(line.substr(begin, end - begin));
         if (end == std::string::npos)
             return fields;
-        begin = end + 3;
+        begin = end + separator.size();
     }
 }
 } // namespace
 
-std::vector<UsageLine> parseRecords(const std::string& text) {
-    std::vector<UsageLine> records;
+bool RecordLines::has(const std::string& field) const {
+    return std::find(fields.begin(), fields.end(), field) != fields.end();
+}
+
+std::vector<RecordLines> parseLines(const std::string& text, bool mayBeTorn) {
+    std::vector<RecordLines> records;
     std::istringstream lines(text);
-    std::string identity;
     std::string measure;
-    while (std::getline(lines, identity)) {
-        if (!std::getline(lines, measure) || lines.eof())
-            throw std::runtime_error("torn record: " + identity);
-        const auto fields = fieldsOf(identity);
-        if (fields.size() != 11 || fields[0].substr(fields[0].size() - 3) != ":31" || measure[1] != ':')
+    for (std::string identity; std::getline(lines, identity);) {
+        const bool isTorn = !std::getline(lines, measure) || lines.eof();
+        if (isTorn && mayBeTorn)
+            break;
+        records.push_back({fieldsOf(identity, ":0:"), fieldsOf(measure, ":")});
+        if (isTorn || records.back().fields.size() != 11 || !identity.starts_with("1:") || measure[1] != ':')
             throw std::runtime_error("damaged record: " + identity);
-        UsageLine record;
-        record.start = std::stoi(fields[0].substr(2));
-        record.executable = fields[5];
-        record.application = fields[6];
-        record.directory = fields[7];
-        record.account = fields[9];
-        record.exitCode = fields[10];
-        record.isFirst = measure[0] == '1';
-        record.duration = std::stoi(measure.substr(2));
-        records.push_back(record);
+    }
+    return records;
+}
+
+std::vector<UsageLine> parseRecords(const std::string& text, bool mayBeTorn) {
+    std::vector<UsageLine> records;
+    for (const RecordLines& lines : parseLines(text, mayBeTorn)) {
+        const auto& fields = lines.fields;
+        if (!fields[0].ends_with(":31"))
+            throw std::runtime_error("another kind of record: " + fields[0]);
+        records.push_back({lines.start(), fields[5], fields[6], fields[7], fields[9], fields[10],
+                           lines.measures[0] == "1", std::stoi(lines.measures.at(1))});
     }
     return records;
 }

@@ -29,10 +29,6 @@ void ScriptedClock::sleep(uint32_t milliseconds) {
         onSleep();
 }
 
-void ScriptedClock::keepStep() {
-    onSleep = [] { nativePlatform().clock->sleep(1); };
-}
-
 void ScriptedClock::advance(int32_t seconds) {
     milliseconds_ += int64_t{seconds} * 1000;
     ticks_ += int64_t{seconds} * 1000;
@@ -168,36 +164,10 @@ bool ScriptedRegistry::read(std::string_view name, uint32_t& type, std::string& 
     return true;
 }
 
-bool ScriptedRegistry::writeText(std::string_view name, std::string_view text, uint32_t&) {
-    values[std::string(name)] = {RegistryType::text, std::string(text)};
-    return true;
-}
-
 void ScriptedRegistry::setNumber(const std::string& name, int32_t number) {
     std::string data(sizeof(number), '\0');
     std::memcpy(data.data(), &number, sizeof(number));
     values[name] = {RegistryType::number, data};
-}
-
-bool ScriptedMachine::computerName(std::string& answer) {
-    answer = name;
-    return true;
-}
-
-bool ScriptedMachine::domain(std::string& answer) {
-    answer = domainName;
-    return !domainName.empty();
-}
-
-bool ScriptedMachine::systemVersion(SystemVersion& answer) {
-    answer = version;
-    return true;
-}
-
-bool ScriptedFileSystem::scan(std::string_view directory, std::string_view pattern, std::vector<FoundFile>& found,
-                              uint32_t& error) {
-    ++scans;
-    return LinuxFileSystem::scan(directory, pattern, found, error);
 }
 
 bool ScriptedFileSystem::deviceOfDrive(std::string_view drive, std::string& device) {

@@ -38,7 +38,9 @@ public:
     void step(int32_t seconds) { milliseconds_ += int64_t{seconds} * 1000; }
 
     /// From now on each sleep takes a real millisecond, for threads that are to keep step.
-    void keepStep();
+    void keepStep() {
+        onSleep = [] { nativePlatform().clock->sleep(1); };
+    }
     /// What each sleep waits for. Set while nobody sleeps.
     std::function<void()> onSleep;
 
@@ -112,7 +114,10 @@ class ScriptedRegistry : public Registry {
 public:
     bool isReadable(std::string&) override { return true; }
     bool read(std::string_view name, uint32_t& type, std::string& data, uint32_t& error) override;
-    bool writeText(std::string_view name, std::string_view text, uint32_t& error) override;
+    bool writeText(std::string_view name, std::string_view text, uint32_t&) override {
+        set(std::string(name), std::string(text));
+        return true;
+    }
     void set(const std::string& name, const std::string& text) { values[name] = {RegistryType::text, text}; }
     void setNumber(const std::string& name, int32_t number);
 
@@ -121,10 +126,13 @@ public:
 
 class ScriptedMachine : public Machine {
 public:
-    bool computerName(std::string& name) override;
-    bool domain(std::string& name) override;
+    bool computerName(std::string& answer) override { return !(answer = name).empty(); }
+    bool domain(std::string& answer) override { return !(answer = domainName).empty(); }
     uint16_t architecture() override { return architectureNumber; }
-    bool systemVersion(SystemVersion& answer) override;
+    bool systemVersion(SystemVersion& answer) override {
+        answer = version;
+        return true;
+    }
     std::string platformWord() override { return word; }
     bool isWow64() override { return false; }
     uint64_t physicalMemory() override { return memory; }
@@ -147,11 +155,8 @@ class ScriptedFileSystem : public LinuxFileSystem {
 public:
     bool deviceOfDrive(std::string_view drive, std::string& device) override;
     uint32_t driveType(std::string_view drive) override;
-    bool scan(std::string_view directory, std::string_view pattern, std::vector<FoundFile>& found,
-              uint32_t& error) override;
 
     std::map<std::string, std::string, std::less<>> devices; // "C:" to a device path
-    size_t scans = 0;
 };
 
 class ScriptedVersionResources : public VersionResources {

@@ -16,9 +16,9 @@ constexpr uint64_t bit(Capability capability) {
 
 constexpr uint64_t toLook = bit(Capability::sysPtrace) | bit(Capability::dacReadSearch);
 constexpr uint64_t toListen = bit(Capability::netAdmin) | bit(Capability::perfmon);
-constexpr uint64_t ofRootsFiles = bit(Capability::dacOverride) | bit(Capability::fileOwner) | bit(Capability::setGroup) |
-                                  bit(Capability::setUser) | bit(Capability::lockMemory) | bit(Capability::sysNice) |
-                                  bit(Capability::sysResource);
+constexpr uint64_t ofRootsFiles = bit(Capability::dacOverride) | bit(Capability::fileOwner) |
+                                  bit(Capability::setGroup) | bit(Capability::setUser) | bit(Capability::lockMemory) |
+                                  bit(Capability::sysNice) | bit(Capability::sysResource);
 
 // The calls of the system itself, which are about the calling thread alone.
 
