@@ -2,8 +2,11 @@
 
 #include "support/TempDirectory.h"
 
+#include <algorithm>
+#include <limits>
 #include <map>
 #include <sstream>
+#include <utility>
 
 namespace Velmor {
 
@@ -17,15 +20,27 @@ std::vector<long> numbersOf(const std::string& name) {
 } // namespace
 
 std::string dataText(const std::string& directory, const std::string& stem) {
-    std::map<std::vector<long>, std::string> files; // by the moment, the process and the number in their names
+    struct Run {
+        long begin = std::numeric_limits<long>::max();
+        std::map<long, std::string> files; // by the number in their names: the clock may be set back
+    };
+    std::map<long, Run> runs; // by process
     for (const auto& entry : std::filesystem::directory_iterator(directory)) {
         const std::string name = entry.path().filename().string();
-        if (name.starts_with(stem) && (name.ends_with(".data") || name.ends_with(".tmp")))
-            files[numbersOf(name.substr(stem.size()))] = readFile(entry.path().string());
+        if (!name.starts_with(stem) || !(name.ends_with(".data") || name.ends_with(".tmp")))
+            continue;
+        const std::vector<long> numbers = numbersOf(name.substr(stem.size()));
+        Run& run = runs[numbers.at(1)];
+        run.begin = std::min(run.begin, numbers.at(0));
+        run.files[numbers.at(2)] = readFile(entry.path().string());
     }
+    std::map<std::pair<long, long>, const Run*> inOrder;
+    for (const auto& [process, run] : runs)
+        inOrder[{run.begin, process}] = &run;
     std::string all;
-    for (const auto& [counter, text] : files)
-        all += text;
+    for (const auto& [begin, run] : inOrder)
+        for (const auto& [number, text] : run->files)
+            all += text;
     return all;
 }
 
