@@ -25,7 +25,7 @@ public:
 
     /// Starts it again after its end; false if it ended instead of getting ready.
     bool start();
-    /// The next word that it tells the service manager, in half a minute; empty without one.
+    /// The next word that it tells the service manager, in two minutes; empty without one.
     std::string nextState();
     Child& program() { return *program_; }
     /// The name of the user that runs it.
@@ -39,7 +39,7 @@ public:
     std::string run(const std::string& more, const std::string& words) const;
     void writeConfiguration(const std::string& settings, const std::string& logging) const;
 
-    /// Waits until the debug log has that text behind the place of the last wait, for half a minute at most.
+    /// Waits until the debug log has that text behind the place of the last wait, for two minutes at most.
     bool awaitLog(const std::string& text);
     /// Passes over what stands in the debug log now.
     void passLog();

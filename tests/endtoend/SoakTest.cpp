@@ -35,6 +35,7 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr int mostLong = 60;      // long processes at a time
 constexpr double tolerance = 3.1; // seconds; polling looks once in two
 constexpr double memoryGrowth = 1.05;
+constexpr double arenas = 1024; // KiB that the allocator may hold more or less of by the threads that there were
 constexpr double accountingGrain = 1.1;            // seconds: the accounting's starts are whole ones
 constexpr auto hang = 2500ms;                      // longer than a worker may be silent
 constexpr std::chrono::seconds settlingTime = 60s; // after which figures must not grow
@@ -352,10 +353,10 @@ TEST_F(Soak, NothingIsMissingDoubledOrWrongAndNothingGrows) {
               << " threads held, " << gaps_.size() << " restarts; threads " << early.threads << " and " << late.threads
               << ", descriptors " << early.descriptors << " and " << late.descriptors << ", resident " << early.memory
               << " and " << late.memory << " KiB\n";
-    if (soakTime() > 5 * settlingTime) {
+    if (soakTime() >= 4 * settlingTime) {
         EXPECT_LE(late.threads, early.threads + 1);                // one more or less by the sources that are on
         EXPECT_LE(late.descriptors, early.descriptors + mostLong); // one for each process that it follows
-        EXPECT_LE(late.memory, early.memory * memoryGrowth);
+        EXPECT_LE(late.memory, early.memory * memoryGrowth + arenas);
     }
 }
 
