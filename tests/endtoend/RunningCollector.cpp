@@ -50,7 +50,7 @@ RunningCollector::RunningCollector(const std::string& settings, const std::strin
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     (home + "notify").copy(&address.sun_path[0], sizeof(address.sun_path) - 1);
-    const timeval patience{30, 0};
+    const timeval patience{120, 0};
     setsockopt(manager_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
     if (bind(manager_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 || !start())
         std::abort();

@@ -27,7 +27,7 @@ public:
     bool start();
     /// The same by words that begin with another program's and end with its own.
     bool startBy(std::vector<std::string> words);
-    /// The next word that it tells the service manager, in half a minute; empty without one.
+    /// The next word that it tells the service manager, in two minutes; empty without one.
     std::string nextState();
     /// What it told with a word last about itself.
     const std::string& status() const { return status_; }
@@ -43,7 +43,7 @@ public:
     std::string run(const std::string& more, const std::string& words) const;
     void writeConfiguration(const std::string& settings, const std::string& logging) const;
 
-    /// Waits until the debug log has that text behind the place of the last wait, for half a minute at most.
+    /// Waits until the debug log has that text behind the place of the last wait, for two minutes at most.
     bool awaitLog(const std::string& text);
     /// Passes over what stands in the debug log now.
     void passLog();
