@@ -17,6 +17,16 @@ const Logger& logger() {
     return runtallyState().logger;
 }
 
+/// An end that lies before this start belongs to a process that had the id before; it would cost the new process its
+/// records.
+void dropStaleStopEvent(const Process& start) {
+    ProcessRegistry& registry = runtallyState().registry;
+    const MonopolyHold hold(registry.endedMapMonopoly);
+    const auto found = registry.endedProcessMap.find(start.pid());
+    if (found != registry.endedProcessMap.end() && found->second->getEnd() < start.getStart())
+        ProcessTracking::removeProcessFromEndedProcessMap(start.pid());
+}
+
 void park(const ProcessPointer& process) {
     logger().debug(3, "   logStartProcess: Have no process info for %i - will try again later", process->pid());
     ProcessRegistry& maps = runtallyState().registry;
@@ -69,6 +79,7 @@ void addIdValues(Process& process) {
 
 void ProcessTracking::logStartProcess(const ProcessPointer& process) {
     logger().debug(5, "Logging start of process %i", process->pid());
+    dropStaleStopEvent(*process);
     if (lacksName(*process)) {
         park(process);
         return;

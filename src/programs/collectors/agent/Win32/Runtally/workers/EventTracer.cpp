@@ -47,24 +47,12 @@ void reportException(const char* who, const StructuredException& failure) {
     logger().warning(RuntallyMessage::workerException, text.data());
 }
 
-/// An end that lies before this start belongs to a process that had the id before; it would cost the new process its
-/// records.
-void dropStaleStopEvent(const Process& start) {
-    ProcessRegistry& registry = runtallyState().registry;
-    const MonopolyHold hold(registry.endedMapMonopoly);
-    const auto found = registry.endedProcessMap.find(start.pid());
-    if (found != registry.endedProcessMap.end() && found->second->getEnd() < start.getStart())
-        ProcessTracking::removeProcessFromEndedProcessMap(start.pid());
-}
-
 void takeNews(const TraceEvent& event) {
     const ProcessPointer process(new (std::nothrow) Process(event));
     if (process.isNull()) {
         logger().debug(1, "   Failed to create process object.");
         return;
     }
-    if (process->getState() == ProcessState::started)
-        dropStaleStopEvent(*process);
     ProcessTracking::logProcess(process);
 }
 
