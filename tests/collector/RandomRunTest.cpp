@@ -54,6 +54,7 @@ struct Life {
     uint32_t exitCode = 0;
     bool isPlain = true;     // it can be opened
     bool isSeen = false;     // by a source
+    bool isKnown = false;    // likewise, and not given up since
     int32_t endSeenAt = 0;   // 0: not yet
     bool hasNewLife = false; // while no source was on, it was given up
 };
@@ -232,8 +233,10 @@ private:
             return;
         deliver();
         Runtally::giveTrackedUp();
-        for (auto& [name, life] : lives_)
+        for (auto& [name, life] : lives_) {
             life.hasNewLife = true;
+            life.isKnown = false;
+        }
     }
 
     /// Lets each source do what there is to do.
@@ -275,7 +278,7 @@ private:
         Runtally::retryPendingInfo();
         for (auto& [name, life] : lives_) {
             if (life.end == 0)
-                life.isSeen = true;
+                life.isSeen = life.isKnown = true;
             else if (life.endSeenAt == 0)
                 life.endSeenAt = os().clock.now();
         }
@@ -302,7 +305,7 @@ private:
         ASSERT_EQ(runtallyState().registry.processMonopoly.getCount(), 0);
         // What ended between the begin of a session and the first look at the table has no start that could come.
         for (const auto& [pid, end] : runtallyState().registry.endedProcessMap)
-            ASSERT_FALSE(lives_.at(FileUtils::getBaseName(end->getExecutable())).isSeen) << pid;
+            ASSERT_FALSE(lives_.at(FileUtils::getBaseName(end->getExecutable())).isKnown) << pid;
     }
 
     void checkRecords() {
