@@ -65,6 +65,8 @@ public:
     /// Waits two seconds at most for the workers that take part in the report protocol, or with 0 for the others, to
     /// end by themselves: they may be in the middle of something.
     void awaitThreads(uint16_t reporting);
+    /// Whether a worker runs, as one that can't be ended.
+    bool hasRunningThread() const;
     /// `stopThreads`, a pause, `verifyStoppedThreads`.
     bool stopAndVerify();
     /// One pass of supervision: looks at all workers, and mends what isn't well. False if the program must end.

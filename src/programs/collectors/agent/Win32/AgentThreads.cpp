@@ -131,6 +131,11 @@ bool Agent::verifyStoppedThreads() {
     return false;
 }
 
+bool Agent::hasRunningThread() const {
+    return std::any_of(threads_.begin(), threads_.end(),
+                       [](const ThreadRecord& record) { return record.thread->getStatus() == JobStatus::running; });
+}
+
 void Agent::awaitThreads(uint16_t reporting) {
     const auto isBusy = [reporting](const ThreadRecord& record) {
         return (record.reporting & ThreadRecord::takesPart) == reporting &&

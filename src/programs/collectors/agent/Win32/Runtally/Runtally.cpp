@@ -160,6 +160,14 @@ void Runtally::supervisionRound() {
     Process::tellUnknownCodes(false);
 }
 
+bool Runtally::isInUse() const {
+    uint32_t code = 0;
+    uint32_t error = 0;
+    const bool isSupervised =
+        statusMonitor_ && platform().threads->exitCode(statusMonitor_, code, error) && code == stillActive;
+    return isSupervised || hasRunningThread();
+}
+
 /// The supervisor works on this object: it must have ended before the object goes.
 void Runtally::awaitStatusMonitor() {
     programState().quitFlag = 1;

@@ -19,6 +19,8 @@ public:
     ~Runtally() override;
 
     void run() override;
+    /// Whether a thread that couldn't be ended works on, so that nothing may be taken apart.
+    bool isInUse() const;
     bool configureCollector() override;
     bool acceptsConfiguration(const ConfReader& fresh, std::string& problem) const override;
     bool judgesOtherwise(const ConfReader& fresh) const override { return judgement(fresh) != judgement_; }

@@ -6,6 +6,7 @@
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
 
+#include <cstdlib>
 #include <iostream>
 #include <span>
 #include <stdexcept>
@@ -46,7 +47,10 @@ int run(const std::string& commandLine) {
     if (!collector.configure())
         return startupFailed;
     collector.run();
-    return Velmor::programState().isStuck ? stuck : 0;
+    const int result = Velmor::programState().isStuck ? stuck : 0;
+    if (collector.isInUse())
+        std::_Exit(result); // all is delivered, and what such a thread works with must not go
+    return result;
 }
 
 int answerQuestions(const std::string& argument) {
