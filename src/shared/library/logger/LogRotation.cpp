@@ -88,7 +88,7 @@ void LoggerAgentFile::workOutNextRotation() {
         nextRotation_ += period;
 }
 
-void LoggerAgentFile::rotateIfDue() {
+void LoggerAgentFile::checkRotation() {
     if (!file_->isOpen() || getScheme() == 0)
         return;
     Monopoly lock(lockName_);

@@ -74,7 +74,7 @@ bool LoggerAgentFile::write(std::string_view text) {
         return false;
     isRotating_ = false; // a rotation that still ran would hold the object
     adoptSettings();
-    rotateIfDue();
+    checkRotation();
     if (file_->isOpen() && isTakenAway())
         closeQuietly();
     if (!file_->isOpen())
@@ -120,7 +120,7 @@ void LoggerAgentFile::adoptSettings() {
 /// Opens the log, which an earlier run may have left to be rotated, and says so.
 void LoggerAgentFile::begin() {
     openFile();
-    rotateIfDue();
+    checkRotation();
     append(std::string(lineEnd) + "Opened log file \"" + file_->getBaseName() +
            "\". Time: " + DateTime().toString(false, false) + std::string(lineEnd));
 }

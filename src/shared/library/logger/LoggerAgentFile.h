@@ -60,7 +60,7 @@ private:
     void appendNote(std::string_view text);
     void writeLine(std::string_view text);
     void workOutNextRotation();
-    void rotateIfDue();
+    void checkRotation();
     bool isRotationDue(std::string& note);
     bool isInitDue(uint32_t scheme, const DateTime& now, uint64_t size, float limit, std::string& note) const;
     bool isTimeDue(uint32_t scheme, const DateTime& now, uint64_t size, float limit, std::string& note) const;
