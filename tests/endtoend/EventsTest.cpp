@@ -164,7 +164,7 @@ TEST_F(Events, AfterALossTheRegistryIsRightAgainAndTheLossIsCounted) {
     std::vector<pid_t> running{spawn({program("s"), "300"}, 0, false)};
     for (int i = 0; i < stops(); ++i) {
         const pid_t ending = spawn({program("s"), "300"}, 0, false);
-        ASSERT_TRUE(eventually([&] { return tracked().size() == running.size() + 1; }, 1100ms));
+        ASSERT_TRUE(catchUp());
         collector_->program().signal(SIGSTOP);
         for (int j = 0; j < 20000; ++j) // more than the buffers hold
             spawn({program("y")});
