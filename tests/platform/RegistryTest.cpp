@@ -85,6 +85,13 @@ TEST_F(RegistryTest, TheCauseNamesFileAndLineOrWhatToDo) {
         EXPECT_FALSE(registry.isReadable(cause)) << value;
         EXPECT_NE(cause.find("line 3 (Level"), std::string::npos) << cause;
     }
+    for (const char* line : {"[\xEF\xBB\xBF"
+                             "B]",
+                             "\xCE\xA2\xCE\xA2 = 1"}) { // foreign letters in a name
+        directory.write("resources.toml", std::string("A = \"1\"\n") + line + "\n");
+        EXPECT_FALSE(registry.isReadable(cause)) << line;
+        EXPECT_NE(cause.find("line 2"), std::string::npos) << cause;
+    }
     setenv("VELMOR_RESOURCES", directory.path().c_str(), 1);
     EXPECT_FALSE(registry.isReadable(cause)) << "a directory";
 }
