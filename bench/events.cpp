@@ -294,7 +294,7 @@ void flood(int seconds) {
         for (const int spawner : spawners)
             started += awaitSpawner(spawner).count;
         std::this_thread::sleep_for(2s);
-        lost = KernelTracer::eventsLost();
+        lost = KernelTracer::losses().events;
     }
     std::printf("%lu started in %d s, %.0f a second; %zu records; %lu events lost\n", started, seconds,
                 static_cast<double>(started) / seconds, directory.records(shortProgram), lost);

@@ -140,6 +140,9 @@ public:
     /// The type of a drive such as "C:"; 0 if it can't be told that there is one.
     virtual uint32_t driveType(std::string_view drive) = 0;
 
+    /// How many bytes this program may still write to the file system of a path.
+    virtual bool freeSpace(std::string_view path, uint64_t& bytes, uint32_t& error) = 0;
+
     /// The device path that a drive such as "C:" stands for; false if it stands for nothing.
     virtual bool deviceOfDrive(std::string_view drive, std::string& device) = 0;
 

@@ -43,6 +43,7 @@ struct TraceProperties {
     uint32_t flushTimer = 0;  // seconds after which a buffer that isn't full is handed over
     uint32_t enableFlags = 0; // 1: process events
     uint64_t eventsLost = 0;  // told by a query: how many could not be kept since the session's start
+    uint64_t namesLost = 0;   // likewise of names of executed programs, beside events that told of the executions
 };
 
 /// A session that is open for reading.

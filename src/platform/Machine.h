@@ -16,6 +16,13 @@ struct SystemVersion {
     std::string name; // what the system calls itself; empty where the name is made from the numbers
 };
 
+/// What a program uses of the machine.
+struct OwnUse {
+    double processorSeconds = 0; // since its start, in its own code and in the system's
+    uint64_t memory = 0;         // bytes in main memory
+    uint32_t handles = 0;        // open ones
+};
+
 /// Facts of the machine. All are cheap enough to be asked for each record.
 class Machine {
 public:
@@ -49,6 +56,9 @@ public:
 
     /// The id of this process.
     virtual uint32_t processId() = 0;
+
+    /// What this program uses itself.
+    virtual OwnUse ownUse() = 0;
 
     /// Gives up the rights that the program never needs, and leaves in force only those by which processes are looked
     /// at; the calls that need others take them for that moment. Before the program has further threads. Rights that a

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 namespace Velmor {
@@ -19,6 +20,10 @@ public:
     virtual void alive(std::string_view status) = 0;
     /// It is on its way to its end.
     virtual void stopping() = 0;
+
+    /// Gives a line of the program's log, of a severity from 0 (notice) to 4 (fatal), to the manager's journal, if that
+    /// reads what the program writes.
+    virtual void note(int32_t severity, std::string_view line) = 0;
 };
 
 } // namespace Velmor

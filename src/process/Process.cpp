@@ -5,6 +5,7 @@
 #include "platform/Platform.h"
 #include "process/ProcessShared.h"
 #include "process/RuntallyMessages.h"
+#include "shared/library/common/system/LossBook.h"
 #include "shared/library/common/system/SystemInfo.h"
 
 namespace Velmor {
@@ -70,8 +71,10 @@ bool Process::openProcess(std::string_view caller, uint32_t pid, bool& accessDen
     }
     accessDenied = error == NativeError::accessDenied;
     lost = error == NativeError::invalidParameter;
-    if (error == NativeError::tooManyOpenFiles)
+    if (error == NativeError::tooManyOpenFiles) {
         ++processShared().unopened;
+        lossBook().add(LossBook::Cause::unopened);
+    }
     if (accessDenied)
         log.debug(3, "   openProcess.%s: Access denied to process.", caller);
     else if (lost)
@@ -114,6 +117,7 @@ uint32_t Process::getExitCode() {
 /// One by its name, and those that follow within a minute by their number: hundreds come at once after a loss of
 /// events.
 void Process::reportUnknownCode() const {
+    lossBook().add(LossBook::Cause::exitCodes);
     ProcessShared& shared = processShared();
     const uint32_t now = platform().clock->ticks();
     if (shared.hasToldCodes && now - shared.codesTold < codesPause) {

@@ -38,6 +38,7 @@ enum : int32_t {
     // Records and their files
     noFile = 4,
     eventLogNotWritten = 33,
+    metricsNotWritten = 51,
 
     // Process events
     tracerNotReading = 17,
@@ -48,6 +49,7 @@ enum : int32_t {
     workerException = 32,
     eventsLost = 41,
     eventsIncomplete = 42,
+    namesLost = 50,
 
     // Memory
     noMemory = 21,

@@ -229,9 +229,11 @@ TEST_F(EventTracerTest, LostEventsAreReportedAtOnceAndThenOnceAMinute) {
          {Case{0, 0, 0}, Case{7, 1, 1}, Case{9, 30, 1}, Case{9, 31, 2}, Case{9, 100, 2}, Case{10, 1, 3}}) {
         collector.os.clock.advance(secondsLater);
         collector.os.kernelTrace.eventsLost = lost;
+        collector.os.kernelTrace.namesLost = 2 * lost;
         collector.os.kernelTrace.events = {event(3, 1, "", 0)};
         runThread();
         EXPECT_EQ(log.count("(2.08.41)"), messages) << lost << " after " << secondsLater;
+        EXPECT_EQ(log.count("(2.08.50)"), messages);
     }
 }
 

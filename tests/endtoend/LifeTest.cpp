@@ -48,7 +48,7 @@ TEST(LifeEndToEnd, AProcessLeavesTouchingSlicesAndItsCodeAndCommandsAreObeyed) {
     EXPECT_EQ(collector.nextState(), "RELOADING");
     EXPECT_EQ(collector.nextState(), "READY");
     EXPECT_TRUE(collector.status().starts_with("Tracks ")) << collector.status();
-    EXPECT_TRUE(collector.status().ends_with(" processes by polling; no event was lost.")) << collector.status();
+    EXPECT_TRUE(collector.status().ends_with(" processes by polling; nothing was lost.")) << collector.status();
     EXPECT_GT(std::atoi(collector.status().c_str() + 7), 0) << collector.status();
     ASSERT_TRUE(collector.awaitLog("Data delivery at interval: P5H."));
     sleep(2); // so that the next slices last

@@ -139,6 +139,7 @@ public:
     bool enableDebugPrivilege(std::string&, uint32_t&) override { return true; }
     std::string missingRights() override { return {}; }
     uint32_t processId() override { return 77; }
+    OwnUse ownUse() override { return {}; }
     void limitRights() override {}
     void raiseHandleLimit() override {}
 

@@ -31,6 +31,7 @@ void ScriptedEvent::handOver(const KernelTrace::EventCallback& use) const {
 
 uint32_t ScriptedTrace::query(std::string_view, TraceProperties& properties) {
     properties.eventsLost = eventsLost;
+    properties.namesLost = namesLost;
     return runs ? NativeError::success : NativeError::instanceNotFound;
 }
 

@@ -70,6 +70,7 @@ public:
     uint32_t processResult = 0;
     uint32_t pointerBytes = 4;
     uint64_t eventsLost = 0;
+    uint64_t namesLost = 0;
     std::string lacking;
     std::deque<ScriptedEvent> events; // what the next reading hands over
     bool endsWhenRead = true;         // the session does, with the last of them

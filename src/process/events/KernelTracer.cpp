@@ -122,9 +122,10 @@ void KernelTracer::stopSession() {
         logger_.debug(1, "KernelTracer: The logger was not stopped");
 }
 
-uint64_t KernelTracer::eventsLost() {
-    TraceProperties properties;
-    return platform().kernelTrace->query(sessionName, properties) == NativeError::success ? properties.eventsLost : 0;
+KernelTracer::Losses KernelTracer::losses() {
+    TraceProperties properties; // without a session as they are: nothing
+    platform().kernelTrace->query(sessionName, properties);
+    return {properties.eventsLost, properties.namesLost};
 }
 
 } // namespace Velmor

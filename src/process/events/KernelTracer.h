@@ -31,8 +31,12 @@ public:
     /// For the buffer callback, when it says stop: the session goes on, for a later `consume`.
     void keepSession() { keepsSession_ = true; }
 
-    /// How many events the system could not keep since the session's start.
-    static uint64_t eventsLost();
+    /// What the system could not keep since the session's start.
+    struct Losses {
+        uint64_t events = 0;
+        uint64_t names = 0; // of executed programs
+    };
+    static Losses losses();
 
 private:
     void stopStaleSession();

@@ -90,7 +90,7 @@ int sendCommand(const std::string& command) {
     return send(command, "", "") ? CommandStatus::done : CommandStatus::noAnswer;
 }
 
-int sendAndWait(const std::string& command, int32_t timeout) {
+int ask(const std::string& command, int32_t timeout, std::string& answer) {
     if (!mayCommand())
         return CommandStatus::notAllowed;
     const std::string own = "Velmor_ctl_" + std::to_string(platform().machine->processId());
@@ -100,13 +100,21 @@ int sendAndWait(const std::string& command, int32_t timeout) {
     const bool answered = receiveUntil(slot, static_cast<uint32_t>(timeout) * 1000, [&](const IPCMessage& message) {
         if (message.type != MessageType::reply || message.reference != own)
             return false;
-        std::cout << (message.text.empty() ? "done" : printable(message.text)) << '\n';
+        answer = message.text;
         return true;
     });
     if (answered)
         return CommandStatus::done;
     std::cerr << "The collector hasn't answered within " << timeout << " s\n";
     return CommandStatus::noAnswer;
+}
+
+int sendAndWait(const std::string& command, int32_t timeout) {
+    std::string answer;
+    const int status = ask(command, timeout, answer);
+    if (status == CommandStatus::done)
+        std::cout << (answer.empty() ? "done" : printable(answer)) << '\n';
+    return status;
 }
 
 int listen(const std::string& catalogue, int32_t seconds) {

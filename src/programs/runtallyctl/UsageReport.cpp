@@ -1,5 +1,6 @@
 #include "programs/runtallyctl/UsageReport.h"
 
+#include "programs/runtallyctl/Table.h"
 #include "programs/runtallyctl/UsageFile.h"
 #include "shared/library/common/text/TextUtils.h"
 #include "shared/library/common/time/DateTime.h"
@@ -15,7 +16,6 @@ namespace Velmor {
 
 namespace {
 constexpr int readFailed = 2;
-constexpr size_t columnGap = 2;
 
 bool complain(const std::string& path, const std::string& text) {
     std::cerr << path << ": " << text << '\n';
@@ -94,48 +94,6 @@ std::string clockText(int64_t seconds) {
         text += (part < 10 ? ":0" : ":") + std::to_string(part);
     return text;
 }
-
-std::string timeText(int64_t seconds) {
-    return DateTime(static_cast<int32_t>(seconds)).toString(false, false);
-}
-
-/// Columns that a text in UTF-8 takes: its continuation bytes take none.
-size_t widthOf(const std::string& text) {
-    return static_cast<size_t>(
-        std::count_if(text.begin(), text.end(), [](unsigned char c) { return (c & 0xC0U) != 0x80U; }));
-}
-
-enum class Align { left, right };
-
-class Table {
-public:
-    explicit Table(std::vector<Align> columns) : columns_(std::move(columns)), widths_(columns_.size()) {}
-
-    /// One cell for each column.
-    void add(std::vector<std::string> row) {
-        for (size_t i = 0; i < row.size(); ++i)
-            widths_[i] = std::max(widths_[i], widthOf(row[i]));
-        rows_.push_back(std::move(row));
-    }
-
-    void print(std::ostream& out) const {
-        for (const auto& row : rows_) {
-            std::string line;
-            for (size_t i = 0; i < row.size(); ++i) {
-                const std::string padding(widths_[i] - widthOf(row[i]), ' ');
-                line += columns_[i] == Align::left ? row[i] + padding : padding + row[i];
-                line.append(columnGap, ' ');
-            }
-            line.erase(line.find_last_not_of(' ') + 1);
-            out << line << '\n';
-        }
-    }
-
-private:
-    std::vector<Align> columns_;
-    std::vector<size_t> widths_;
-    std::vector<std::vector<std::string>> rows_;
-};
 
 nlohmann::json toJson(const Total& total) {
     return {{"application", total.application},

@@ -1,6 +1,7 @@
 // The administrator's tool: commands to the running collector, and the reading of its data files.
 
 #include "programs/runtallyctl/Commands.h"
+#include "programs/runtallyctl/StatusCommand.h"
 #include "programs/runtallyctl/UsageReport.h"
 #include "shared/library/common/errors/IPCException.h"
 #include "shared/library/common/ipc/IPCMessage.h"
@@ -22,6 +23,7 @@ struct Options {
     int32_t timeout = defaultTimeout;
     int32_t seconds = 0;
     std::string catalogue = "/etc/velmor";
+    Velmor::StatusOptions status;
     std::function<int()> action;
 };
 
@@ -56,6 +58,14 @@ void addCommands(CLI::App& tool, Options& options) {
     };
     addAnswered("dump", "Deliver all data now", Velmor::CommandWord::dump);
     addAnswered("info", "Process id and main thread id of the collector", Velmor::CommandWord::sendProcessInfo);
+    CLI::App* status =
+        tool.add_subcommand("status", "How the collector is: sources, records, losses, workers, messages");
+    status->add_flag("--json", options.status.asJson, "Print one JSON object");
+    status->add_flag("--watch", options.status.watches, "Print it again each second");
+    status->add_option("--timeout", options.status.timeout, "Seconds to wait for the reply")
+        ->capture_default_str()
+        ->check(CLI::Range(1, longestTime));
+    status->callback([&options] { options.action = [&options] { return Velmor::printStatus(options.status); }; });
     CLI::App* listen = tool.add_subcommand("listen", "Print the messages that the collector sends to the core service");
     listen->add_option("--catalogue", options.catalogue, "Directory in which LogMessages lies")->capture_default_str();
     listen->add_option("--seconds", options.seconds, "End after this time")->check(CLI::Range(1, longestTime));
@@ -68,7 +78,8 @@ void addCommands(CLI::App& tool, Options& options) {
 int main(int count, char** values) {
     Velmor::LoggerUnit::setDebugLevel(0);
     CLI::App tool("Commands to the running collector, and reading of its data files.", "runtallyctl");
-    tool.footer("Exit status: 0 done; 1 the tool itself failed; 2 a file or a record can't be read; 3 no collector\n"
+    tool.footer("Exit status: 0 done; 1 the tool itself failed, or the collector has lost something; 2 a file or a "
+                "record can't be read; 3 no collector\n"
                 "listens, or no reply came in time; 4 not allowed; above 100 a mistake in the command line.");
     tool.set_version_flag("--version", std::string("runtallyctl ") + VELMOR_VERSION);
     tool.require_subcommand(1);

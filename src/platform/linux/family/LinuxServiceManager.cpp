@@ -2,13 +2,17 @@
 
 #include "platform/linux/base/FileDescriptor.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdlib>
 #include <ctime>
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 namespace Velmor {
 
@@ -29,6 +33,13 @@ void notify(std::string_view state) {
     (void)!sendto(sender.get(), state.data(), state.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
                   reinterpret_cast<const sockaddr*>(&address), length);
 }
+
+bool journalReads() {
+    const char* variable = std::getenv("JOURNAL_STREAM");
+    struct stat state {};
+    return variable && fstat(STDERR_FILENO, &state) == 0 &&
+           variable == std::to_string(state.st_dev) + ":" + std::to_string(state.st_ino);
+}
 } // namespace
 
 void LinuxServiceManager::ready(std::string_view status) {
@@ -48,6 +59,16 @@ void LinuxServiceManager::alive(std::string_view status) {
 
 void LinuxServiceManager::stopping() {
     notify("STOPPING=1");
+}
+
+void LinuxServiceManager::note(int32_t severity, std::string_view line) {
+    static const bool isRead = journalReads();
+    if (!isRead)
+        return;
+    constexpr std::array<std::string_view, 5> priorities{"<5>", "<4>", "<3>", "<2>", "<1>"};
+    std::string text(priorities.at(static_cast<size_t>(std::clamp(severity, 0, 4))));
+    text.append(line).push_back('\n');
+    (void)!write(STDERR_FILENO, text.data(), text.size());
 }
 
 } // namespace Velmor

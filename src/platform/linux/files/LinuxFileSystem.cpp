@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <fnmatch.h>
 #include <optional>
+#include <sys/statvfs.h>
 
 namespace Velmor {
 
@@ -404,6 +405,14 @@ bool LinuxFileSystem::windowsDirectory(std::string&, uint32_t& error) {
 
 uint32_t LinuxFileSystem::driveType(std::string_view drive) {
     return drive == "C:" || drive == "c:" ? DriveType::fixed : DriveType::unknown;
+}
+
+bool LinuxFileSystem::freeSpace(std::string_view path, uint64_t& bytes, uint32_t& error) {
+    struct statvfs state {};
+    if (!answer(statvfs(toNativePath(path).c_str(), &state) == 0, error))
+        return false;
+    bytes = static_cast<uint64_t>(state.f_bavail) * state.f_frsize;
+    return true;
 }
 
 bool LinuxFileSystem::deviceOfDrive(std::string_view, std::string&) {

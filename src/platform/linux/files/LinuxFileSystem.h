@@ -22,6 +22,7 @@ public:
     bool currentDirectory(std::string& path, uint32_t& error) override;
     bool windowsDirectory(std::string& path, uint32_t& error) override;
     uint32_t driveType(std::string_view drive) override;
+    bool freeSpace(std::string_view path, uint64_t& bytes, uint32_t& error) override;
     bool deviceOfDrive(std::string_view drive, std::string& device) override;
     bool environment(std::string_view name, std::string& value) override;
     bool hasShortNames() override { return false; }

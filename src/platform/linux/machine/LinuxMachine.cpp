@@ -2,6 +2,7 @@
 
 #include "platform/Errors.h"
 #include "platform/linux/base/Capabilities.h"
+#include "platform/linux/base/DirectoryReader.h"
 #include "platform/linux/processes/LinuxProcesses.h"
 
 #include <algorithm>
@@ -115,6 +116,23 @@ std::string LinuxMachine::missingRights() {
 
 uint32_t LinuxMachine::processId() {
     return static_cast<uint32_t>(getpid());
+}
+
+OwnUse LinuxMachine::ownUse() {
+    OwnUse use;
+    rusage times{};
+    getrusage(RUSAGE_SELF, &times);
+    for (const timeval& time : {times.ru_utime, times.ru_stime})
+        use.processorSeconds += static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+    uint64_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages; // the first is what is mapped
+    use.memory = pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+    DirectoryReader("/proc/self/fd").forEach([&](const char* name, uint64_t) {
+        use.handles += *name != '.' ? 1 : 0;
+        return true;
+    });
+    use.handles -= std::min(use.handles, 1U); // the one that looks
+    return use;
 }
 
 void LinuxMachine::limitRights() {

@@ -20,6 +20,7 @@ public:
     bool enableDebugPrivilege(std::string& failedCall, uint32_t& error) override;
     std::string missingRights() override;
     uint32_t processId() override;
+    OwnUse ownUse() override;
     void limitRights() override;
     void raiseHandleLimit() override;
 

@@ -46,6 +46,7 @@ uint32_t LinuxKernelTrace::query(std::string_view name, TraceProperties& propert
     if (!session)
         return NativeError::instanceNotFound;
     properties.eventsLost = session->lost();
+    properties.namesLost = session->namesLost();
     return NativeError::success;
 }
 

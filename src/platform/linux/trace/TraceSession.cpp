@@ -309,14 +309,16 @@ void TraceSession::round(bool isLast) {
     publish();
 }
 
-/// What the rings lose beside the connector costs names at the most, and is told as well.
-uint64_t TraceSession::lossesOfSources() const {
-    return (connector_ ? connector_->lost() : 0) + (rings_ ? rings_->lost() : 0);
+/// What the rings lose beside the connector costs names at the most.
+void TraceSession::countLosses() {
+    const uint64_t ofRings = rings_ ? rings_->lost() : 0;
+    lost_ = connector_ ? connector_->lost() : ofRings;
+    namesLost_ = connector_ ? ofRings : 0;
 }
 
 /// A number that rises whenever a source tells of a loss.
 uint64_t TraceSession::signsOfLoss() const {
-    return lossesOfSources() + (connector_ ? connector_->overruns() : 0);
+    return (connector_ ? connector_->lost() + connector_->overruns() : 0) + (rings_ ? rings_->lost() : 0);
 }
 
 /// A gap that shows only while the books are being mended has them mended once more: it may be a new one.
@@ -334,7 +336,7 @@ void TraceSession::mend(int64_t now) {
     std::vector<TableEntry> table;
     const bool isComplete = isTableEntered_ && readTable(table);
     fetch();
-    lost_ = lossesOfSources();
+    countLosses();
     if (!isTableEntered_)
         enterTable();
     else if (isComplete)

@@ -34,7 +34,10 @@ public:
     TraceQueue& queue() { return queue_; }
     bool hasEnded() const { return ended_; }
 
+    /// Events that could not be kept, as the numbers of those that came tell.
     uint64_t lost() const { return lost_; }
+    /// Names that could not be kept while another source told of the events.
+    uint64_t namesLost() const { return namesLost_; }
 
 private:
     // What the book asks.
@@ -58,7 +61,7 @@ private:
     void apply(const ProcessNotice& notice);
     void noteLosses();
     void mend(int64_t now);
-    uint64_t lossesOfSources() const;
+    void countLosses();
     uint64_t signsOfLoss() const;
     void publish();
     void noteExecutions(const std::vector<ProcessNotice>& notices);
@@ -82,6 +85,7 @@ private:
     TraceQueue queue_;
     WakeEvent stop_;
     std::atomic<uint64_t> lost_{0};
+    std::atomic<uint64_t> namesLost_{0};
     std::atomic<bool> ended_{false};
     std::thread reader_;
 };

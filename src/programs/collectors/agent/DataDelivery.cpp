@@ -43,6 +43,7 @@ bool isDue(const std::string& key, LogFileEntry& entry, const DateTime& now) {
 }
 
 void adoptDefaultInterval() {
+    const MonopolyHold hold(programState().deliveryMonopoly); // others may be looking at the intervals
     for (auto& [key, entry] : logFileRegistry())
         if (entry.interval.isZero())
             entry.interval = programState().defaultInterval;
@@ -81,9 +82,15 @@ LogFileRegistry& NewLogFiles::entries() {
 
 void NewLogFiles::putInForce() {
     LogFileRegistry& former = logFileRegistry();
-    for (auto& [key, entry] : entries())
-        if (const auto same = former.find(key); same != former.end() && same->second.stem == entry.stem)
+    for (auto& [key, entry] : entries()) {
+        const auto same = former.find(key);
+        if (same == former.end())
+            continue;
+        if (same->second.stem == entry.stem)
             entry.file = same->second.file; // with the records that wait for room on the disk
+        else
+            entry.file->countOnFrom(*same->second.file);
+    }
     former.swap(entries());
 }
 

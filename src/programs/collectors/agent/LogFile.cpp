@@ -8,6 +8,7 @@
 #include "shared/library/common/files/FileFactory.h"
 #include "shared/library/common/files/FileOps.h"
 #include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/system/LossBook.h"
 #include "shared/library/common/time/DateTime.h"
 
 #include <atomic>
@@ -52,8 +53,16 @@ LogFile::~LogFile() {
     } catch (const Exception& failure) {
         agentLogger().debug(1, "LogFile:" + failure.getFullDescription());
     }
-    if (const uint64_t lost = waiting_.count() + waiting_.dropped(); lost > 0)
-        agentLogger().error(AgentMessage::waitingLost, getName(), std::to_string(lost));
+    tellLost();
+}
+
+/// What still waits at the end is lost.
+void LogFile::tellLost() {
+    const uint64_t lost = waiting_.count() + waiting_.dropped();
+    if (lost == 0)
+        return;
+    lossBook().add(LossBook::Cause::records, waiting_.count()); // the others have been entered
+    agentLogger().error(AgentMessage::waitingLost, getName(), std::to_string(lost));
 }
 
 void LogFile::setName(const std::string& stem) {
@@ -193,6 +202,8 @@ void LogFile::giveUpIfGone() {
     const bool isWholeLook = std::exchange(lastLook_, now) != now;
     if (file_->isLinked() && (!isWholeLook || file_->isInPlace()))
         return;
+    if (written_.count > 0)
+        lossBook().add(LossBook::Cause::takenAway, written_.count);
     agentLogger().error(AgentMessage::fileGone, file_->getName(), std::to_string(written_.count),
                         localTime(written_.first), localTime(written_.last));
     try {
@@ -210,11 +221,14 @@ bool LogFile::flushLine() {
 }
 
 bool LogFile::writeRecord(std::string_view record) {
+    ++records_.inAll;
+    ++records_.sinceEnd;
     return write(std::string(record) + '\n'); // in one piece, so that a full disk can't keep the end back
 }
 
 void LogFile::end() {
     const MonopolyHold hold(lock_);
+    records_.sinceEnd = 0;
     retryRenames();
     writeWaiting();
     giveUpIfGone();
@@ -233,6 +247,7 @@ void LogFile::end() {
         FileUtils::remove(oldName, false); // the empty file that stood for it
     noteRename(file_->tookFinalName(), temporaryName(oldName), newName);
     updateName();
+    records_.lastEnd = DateTime().getSeconds();
     agentLogger().debug(4, "LogFile: Updated file name from \"%s\" to \"%s\".", FileUtils::getBaseName(newName),
                         FileUtils::getBaseName(file_->getName()));
 }

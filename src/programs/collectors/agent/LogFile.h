@@ -6,6 +6,7 @@
 #include "shared/library/common/system/Monopoly.h"
 #include "shared/library/common/time/ReportLimit.h"
 
+#include <atomic>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,6 +40,16 @@ public:
 
     /// `write` and `flushLine` in one, so that no delivery can come between a record and its end.
     bool writeRecord(std::string_view record);
+
+    /// Records that were taken to be written.
+    struct Records {
+        std::atomic<uint64_t> inAll{0};
+        std::atomic<uint64_t> sinceEnd{0}; // of the last file
+        std::atomic<int32_t> lastEnd{0};   // when that was, in seconds since 1970; 0 before the first
+    };
+    const Records& records() const { return records_; }
+    /// Goes on counting where the file before it stopped.
+    void countOnFrom(const LogFile& former) { records_.inAll += former.records_.inAll; }
 
     /// Opens a new file; one that is open is ended first. False on failure, which is reported.
     bool open();
@@ -82,7 +93,9 @@ private:
     void rescueUnfinished();
     void noteRename(bool succeeded, const std::string& from, const std::string& to);
     void retryRenames();
+    void tellLost();
 
+    Records records_;
     SmartPointer<FileBase> file_;
     Written written_;
     int32_t lastLook_ = 0; // seconds since 1970: when the open file was last looked for by its name

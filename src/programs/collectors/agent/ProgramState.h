@@ -1,5 +1,6 @@
 #pragma once
 
+#include "programs/collectors/agent/WorkerBook.h"
 #include "shared/library/common/system/Monopoly.h"
 #include "shared/library/common/time/TimeSpan.h"
 
@@ -26,9 +27,10 @@ struct ProgramState {
     std::atomic<bool> isStuck{false};        // the program ends because a hung worker can't be ended
     std::string tempDirectory;
     StaticInfo staticInfo;
-    std::string dataDirectory;  // where data files lie until they are taken away
-    TimeSpan defaultInterval;   // of deliveries, for a data file that has none of its own
-    Monopoly deliveryMonopoly;  // keeps a delivery by command and a reconfiguration apart
+    std::string dataDirectory; // where data files lie until they are taken away
+    TimeSpan defaultInterval;  // of deliveries, for a data file that has none of its own
+    Monopoly deliveryMonopoly; // keeps a delivery by command and a reconfiguration apart
+    WorkerBook workers;
     std::string startupFailure; // what a start-up that failed says to whoever started it: the cause and the remedy
 };
 

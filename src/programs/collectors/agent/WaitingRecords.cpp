@@ -1,13 +1,17 @@
 #include "programs/collectors/agent/WaitingRecords.h"
 
+#include "shared/library/common/system/LossBook.h"
+
 namespace Velmor {
 
 void WaitingRecords::add(std::string_view record) {
     records_.emplace_back(record);
     bytes_ += record.size();
     ++waited_;
-    for (; bytes_ > mostBytes && !records_.empty(); records_.pop_front(), ++dropped_)
+    for (; bytes_ > mostBytes && !records_.empty(); records_.pop_front(), ++dropped_) {
         bytes_ -= records_.front().size();
+        lossBook().add(LossBook::Cause::records);
+    }
 }
 
 bool WaitingRecords::drain(const std::function<bool(const std::string&)>& write) {

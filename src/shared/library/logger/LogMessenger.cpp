@@ -1,6 +1,9 @@
 #include "shared/library/logger/LogMessenger.h"
 
+#include "platform/Platform.h"
+#include "platform/ServiceManager.h"
 #include "shared/library/logger/LogCommons.h"
+#include "shared/library/logger/RecentMessages.h"
 
 #include <atomic>
 
@@ -27,7 +30,12 @@ bool LogMessenger::post(const std::string& text) {
         message.text = std::move(wording);
         found = true;
     }
-    return agent_.write(LogCommons::formatLine(message, found));
+    const std::string line = LogCommons::formatLine(message, found);
+    if (message.isLog) {
+        recentMessages().add(message, line);
+        platform().serviceManager->note(message.severity, line);
+    }
+    return agent_.write(line);
 }
 
 void LogMessenger::setCatalogue(const LogCommons* catalogue) {

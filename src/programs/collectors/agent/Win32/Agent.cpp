@@ -16,6 +16,7 @@
 #include "shared/library/common/errors/JobException.h"
 #include "shared/library/common/files/FileOps.h"
 #include "shared/library/common/files/FileUtils.h"
+#include "shared/library/common/system/LossBook.h"
 #include "shared/library/common/system/SystemInfo.h"
 #include "shared/library/common/text/TextUtils.h"
 
@@ -139,7 +140,8 @@ void Agent::loadConfiguration(const std::string& directory) {
         configurationFile_ = arguments_.front().second;
         arguments_.erase(arguments_.begin());
     }
-    loggerContext_.conf->buildDOMTree(configurationFile(directory));
+    configurationInForce_ = configurationFile(directory);
+    loggerContext_.conf->buildDOMTree(configurationInForce_);
     // What was read before the mistake is in force; without the keys that must be there the start-up fails by them.
     const std::string problem = loggerContext_.conf->getLastError();
     if (!problem.empty())
@@ -207,6 +209,7 @@ bool Agent::reconfigure() {
     const bool runs = restartWorkers();
     isReconfiguring_ = false;
     platform().serviceManager->ready(statusSentence());
+    publishFigures();
     return runs;
 }
 
@@ -272,8 +275,11 @@ void Agent::sliceBeforeChange() {
 void Agent::forwardWaiting() {
     if (loggerContext_.messenger.isNull())
         return;
-    if (const uint64_t lost = loggerContext_.messenger->sendWaiting(); lost > 0)
-        agentLogger().warning(AgentMessage::messagesFellOut, std::to_string(lost));
+    const uint64_t lost = loggerContext_.messenger->sendWaiting();
+    if (lost == 0)
+        return;
+    lossBook().add(LossBook::Cause::messages, lost);
+    agentLogger().warning(AgentMessage::messagesFellOut, std::to_string(lost));
 }
 
 bool Agent::startIPCServer(std::string_view name, IPCListener& told) {

@@ -98,10 +98,15 @@ public:
     /// What the collector does now, for whoever asks the service manager.
     virtual std::string statusSentence() { return "Runs."; }
 
+    /// Tells those who keep the collector's figures: at the start, behind a reconfiguration and once a minute.
+    virtual void publishFigures() {}
+
     void setThreadLostHook(ThreadLostHook hook) { threadLostHook_ = hook; }
     /// Whether a new configuration is being put in force.
     bool isReconfiguring() const { return isReconfiguring_; }
     const LoggerContext& loggerContext() const { return loggerContext_; }
+    /// The name of the file that `conf` was read from.
+    const std::string& configurationInForce() const { return configurationInForce_; }
     const ConfReader& conf() const { return *loggerContext_.conf; }
 
 protected:
@@ -143,7 +148,8 @@ private:
     Monopoly instanceGuard_; // keeps a second copy of the collector from starting
     LoggerContext loggerContext_;
     std::vector<Argument> arguments_;
-    std::string configurationFile_;     // as the command line names it; empty: the usual one
+    std::string configurationFile_; // as the command line names it; empty: the usual one
+    std::string configurationInForce_;
     std::list<LogCommons> logMessages_; // the message catalogue; behind the former one, which may still be looked at
     SmartPointer<IPCServer> ipcServer_;
     std::atomic<bool> isReconfiguring_{false};

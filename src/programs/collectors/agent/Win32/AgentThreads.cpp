@@ -67,6 +67,7 @@ bool Agent::startThreads() {
         if (!record.name.empty())
             agentLogger().debug(4, "   Started \"%s\".", record.name);
     }
+    programState().workers.begin(threads_);
     const auto failed = static_cast<int32_t>(threads_.size()) - started;
     agentLogger().debug(2, "   Started %i thread(s), and failed to start %i.", started, failed);
     if (failed == 0)
@@ -120,8 +121,10 @@ bool Agent::verifyStoppedThreads() {
             continue;
         }
         stopThread(record);
-        if (record.thread->getStatus() != JobStatus::running)
-            ++killed;
+        if (record.thread->getStatus() == JobStatus::running)
+            continue;
+        ++killed;
+        programState().workers.killed(record.name);
     }
     const auto failed = static_cast<int32_t>(threads_.size()) - ended - killed;
     agentLogger().debug(2, "   %i thread(s) ended nicely, %i was killed, and %i failed to end.", ended, killed, failed);
@@ -178,8 +181,10 @@ bool Agent::monitorThreads() {
     agentLogger().debug(5, "Monitoring threads...");
     agentLogger().debug(3, initiating_ ? "   Initiating..." : "   Checking...");
     bool well = true;
-    for (ThreadRecord& record : threads_)
+    for (ThreadRecord& record : threads_) {
         well = monitorThread(record, initiating_) && well;
+        programState().workers.note(record);
+    }
     initiating_ = !initiating_;
     agentLogger().debug(5, "Done monitoring threads.");
     return well;
@@ -249,6 +254,7 @@ bool Agent::killSilent(ThreadRecord& record) {
         return false;
     }
     record.state = ThreadState::down;
+    programState().workers.killed(record.name);
     agentLogger().debug(5, "   Check: \"%s\" has been killed.", record.name);
     return true;
 }
@@ -261,6 +267,7 @@ bool Agent::restart(ThreadRecord& record) {
         return false;
     record.state = ThreadState::healthy;
     record.lastOk.setNow();
+    programState().workers.restarted(record.name);
     agentLogger().debug(5, "   Check: \"%s\" has been restarted.", record.name);
     return true;
 }

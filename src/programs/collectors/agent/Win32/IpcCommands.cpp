@@ -34,6 +34,10 @@ void noteOrder(const std::string& command, size_t count, const MailslotSender& s
     agentLogger().notice(AgentMessage::commandTaken, command, nameOf(sender), std::to_string(sender.process),
                          std::to_string(count));
 }
+
+bool isQuestion(std::string_view command) {
+    return command == CommandWord::sendProcessInfo || command == CommandWord::sendStatus;
+}
 } // namespace
 
 void IpcCommands::ipcCallback(const std::vector<IPCMessage>& messages) {
@@ -48,8 +52,7 @@ void IpcCommands::ipcCallback(const std::vector<IPCMessage>& messages) {
         known->second.push_back(&message);
     }
     // What only asks isn't held up by what takes time.
-    std::stable_partition(commands.begin(), commands.end(),
-                          [](const auto& c) { return c.first == CommandWord::sendProcessInfo; });
+    std::stable_partition(commands.begin(), commands.end(), [](const auto& c) { return isQuestion(c.first); });
     for (const auto& [command, requests] : commands)
         carryOut(command, requests);
 }
@@ -79,10 +82,10 @@ bool IpcCommands::isCommand(const IPCMessage& message) {
 
 void IpcCommands::carryOut(const std::string& command, const Requests& requests) {
     const MailslotSender& first = requests.front()->sender;
-    if (command == CommandWord::sendProcessInfo) {
-        sendProcessInfo(requests);
-        return;
-    }
+    if (command == CommandWord::sendProcessInfo)
+        return sendProcessInfo(requests);
+    if (command == CommandWord::sendStatus)
+        return reply(requests, statusSource_ ? statusSource_() : "");
     noteOrder(command, requests.size(), first);
     if (command == CommandWord::die) {
         agentLogger().debug(3, "Quitting.");

@@ -4,6 +4,7 @@
 #include "shared/library/common/time/ReportLimit.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,9 @@ public:
     void messagesRefused(uint64_t count) override;
     void slotRenewed() override;
 
+    /// What an answer to a question after the state says; before the first command.
+    void setStatusSource(std::function<std::string()> source) { statusSource_ = std::move(source); }
+
 private:
     using Requests = std::vector<const IPCMessage*>; // of one command, the first one first
 
@@ -30,6 +34,7 @@ private:
     void reply(const Requests& requests, const std::string& text);
     void reportReply(const IPCException& failure);
 
+    std::function<std::string()> statusSource_;
     ReportLimit refusals_;
     ReportLimit failedReplies_;
     ReportLimit floods_;

@@ -26,6 +26,7 @@ void supervise(Agent& agent) {
         if (nextCheck < now || wasSetBack) {
             nextCheck = now + passTime;
             platform().serviceManager->alive(agent.statusSentence());
+            agent.publishFigures();
             agentLogger().debug(5, "statusMonitor is running as normal.");
             if (!agent.checkThreads()) {
                 agentLogger().debug(1, "statusMonitor is exiting due to failed threads.");
@@ -49,6 +50,7 @@ uint32_t statusMonitor(void* argument) {
     agentLogger().debug(1, "START THREAD statusMonitor.");
     agent.awaitWorkers();
     try {
+        agent.publishFigures();
         supervise(agent);
     } catch (...) {
         agentLogger().debug(1, "ERROR while running statusMonitor");

@@ -28,7 +28,8 @@ constexpr std::string_view die = "DIE";
 constexpr std::string_view sendProcessInfo = "SEND_PROCESS_INFO";
 constexpr std::string_view dump = "RUNTALLYDUMP";
 constexpr std::string_view reconfigure = "RECONFIG";
-inline constexpr std::array all{die, sendProcessInfo, dump, reconfigure};
+constexpr std::string_view sendStatus = "SEND_STATUS";
+inline constexpr std::array all{die, sendProcessInfo, dump, reconfigure, sendStatus};
 } // namespace CommandWord
 
 /// A message of the family's format. On the wire each field, the last one too, is followed by the separator, and the

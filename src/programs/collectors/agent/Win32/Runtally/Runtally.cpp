@@ -8,11 +8,9 @@
 #include "platform/ServiceManager.h"
 #include "platform/Threads.h"
 #include "process/RuntallyMessages.h"
-#include "process/events/KernelTracer.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
 #include "programs/collectors/agent/Win32/IpcCommands.h"
-#include "programs/collectors/agent/Win32/Runtally/state/RegistryHold.h"
 #include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
@@ -62,18 +60,16 @@ Runtally::~Runtally() {
 }
 
 std::string Runtally::statusSentence() {
-    const RuntallySettings& settings = runtallyState().settings;
-    std::string sources = settings.eventsActive == 1 ? "kernel events" : "";
-    if (settings.pollingOn)
-        sources += sources.empty() ? "polling" : " and polling";
-    if (sources.empty())
-        return "Records nothing, since no source of processes is on.";
-    std::string tracked = "processes";
-    if (const RegistryHold hold("statusSentence"); hold)
-        tracked = std::to_string(runtallyState().registry.processMap.size()) + " " + tracked;
-    const uint64_t lost = settings.eventsActive == 1 ? KernelTracer::eventsLost() : 0;
-    return "Tracks " + tracked + " by " + sources + "; " +
-           (lost == 0 ? "no event was lost." : std::to_string(lost) + " events were lost.");
+    return sentenceOf(status());
+}
+
+StatusReport Runtally::status() const {
+    return takeStatus(configurationInForce(), missingRights_);
+}
+
+void Runtally::publishFigures() {
+    if (const std::string& path = runtallyState().settings.metricsFile; !path.empty())
+        metrics_.replace(path, toMetrics(status()));
 }
 
 void Runtally::run() {
@@ -81,6 +77,8 @@ void Runtally::run() {
                             ";tid=" + std::to_string(platform().threads->currentId());
     setResourceValue("JOB_Runtally", ids);
     handleLeftovers();
+    missingRights_ = platform().machine->missingRights();
+    commands_.setStatusSource([this] { return toJson(status()); });
     if (!startIPCServer(FamilyName::collector, commands_))
         return;
     enableDebugPrivilege();
@@ -112,9 +110,8 @@ void Runtally::enableDebugPrivilege() {
         logger().debug(1, "Debug privileges enabled.");
     else
         logger().error(RuntallyMessage::noDebugPrivilege, failedCall, error);
-    const std::string missing = platform().machine->missingRights();
-    if (!missing.empty())
-        logger().notice(RuntallyMessage::rightsMissing, missing);
+    if (!missingRights_.empty())
+        logger().notice(RuntallyMessage::rightsMissing, missingRights_);
 }
 
 bool Runtally::startStatusMonitor() {

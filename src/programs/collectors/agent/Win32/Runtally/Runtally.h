@@ -2,6 +2,8 @@
 
 #include "programs/collectors/agent/Win32/Agent.h"
 #include "programs/collectors/agent/Win32/IpcCommands.h"
+#include "programs/collectors/agent/Win32/Runtally/status/MetricsFile.h"
+#include "programs/collectors/agent/Win32/Runtally/status/StatusReport.h"
 #include "programs/collectors/agent/Win32/Runtally/tracking/ProcessTracking.h"
 #include "shared/library/common/time/TimeSpan.h"
 
@@ -27,6 +29,8 @@ public:
     void awaitWorkers() override;
     void supervisionRound() override;
     std::string statusSentence() override;
+    StatusReport status() const;
+    void publishFigures() override;
 
     /// A configured interval; false if there is none above 0 seconds.
     bool getConfInterval(std::string_view key, TimeSpan& span) const;
@@ -42,6 +46,7 @@ private:
     void readEvents();
     void chooseEvents();
     void readPerformance();
+    void readMetrics();
     void readInterval(std::string_view key, TimeSpan& span, const TimeSpan& otherwise) const;
     bool prepareExeFinder();
     void loadApplicationMappings();
@@ -59,7 +64,9 @@ private:
     static void runMessageLoop();
 
     IpcCommands commands_;
-    size_t judgement_ = 0; // of the configuration in force
+    MetricsFile metrics_;
+    std::string missingRights_; // as the system told at the start
+    size_t judgement_ = 0;      // of the configuration in force
     ThreadHandle statusMonitor_;
     uint32_t statusMonitorId_ = 0;
     std::string processStem_; // names of the data files

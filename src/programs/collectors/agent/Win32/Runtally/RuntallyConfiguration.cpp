@@ -93,6 +93,7 @@ bool Runtally::configureCollector() {
     readModules();
     readEvents();
     readPerformance();
+    readMetrics();
     if (!prepareExeFinder())
         return fail("The executable finder can't be made; see the debug log.");
     if (!loadRules() || !prepareThreads())
@@ -188,6 +189,11 @@ void Runtally::readIntervals() {
     TimeSpan& performance = settings().performanceDeliveryInterval;
     if (!getConfInterval("runtally.interval.performance-monitor", performance))
         performance = TimeSpan(defaultPerformanceDelivery);
+}
+
+void Runtally::readMetrics() {
+    settings().metricsFile.clear();
+    conf().getFileName("runtally.metrics-file", settings().metricsFile);
 }
 
 /// Reads a boolean; without its key it stays as an earlier configuration has left it, which is told.

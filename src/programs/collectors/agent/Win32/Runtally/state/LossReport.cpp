@@ -5,6 +5,7 @@
 #include "process/RuntallyMessages.h"
 #include "process/events/KernelTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
+#include "shared/library/common/system/LossBook.h"
 
 #include <string>
 
@@ -15,38 +16,56 @@ constexpr uint32_t lookInterval = 100;     // milliseconds
 constexpr uint32_t reportInterval = 60000; // milliseconds
 } // namespace
 
+LossReport::LossReport()
+    : events_{RuntallyMessage::eventsLost, LossBook::Cause::events}, names_{RuntallyMessage::namesLost,
+                                                                            LossBook::Cause::names} {}
+
 void LossReport::look() {
     const uint32_t now = platform().clock->ticks();
     if (now - lastLook_ < lookInterval)
         return;
     lastLook_ = now;
     ask();
-    if (reported_ == 0 || now - lastReport_ >= reportInterval)
-        tell();
+    events_.tellIfDue(now);
+    names_.tellIfDue(now);
 }
 
 void LossReport::finish() {
     ask();
-    tell();
+    events_.tell();
+    names_.tell();
 }
 
 void LossReport::ask() {
-    const uint64_t lost = KernelTracer::eventsLost();
-    if (lost < lost_) // a new session counts anew
-        reported_ = 0;
-    (lost == reported_ ? complete_ : lastSeen_).setNow();
-    lost_ = lost;
+    const KernelTracer::Losses losses = KernelTracer::losses();
+    events_.take(losses.events);
+    names_.take(losses.names);
 }
 
-void LossReport::tell() {
-    if (lost_ == reported_)
+void LossReport::Count::take(uint64_t now) {
+    if (now < lost) { // a new session counts anew
+        lost = 0;
+        reported = 0;
+    }
+    if (now > lost)
+        lossBook().add(cause, now - lost);
+    (now == reported ? complete : lastSeen).setNow();
+    lost = now;
+}
+
+void LossReport::Count::tellIfDue(uint32_t ticks) {
+    if (reported == 0 || ticks - lastReport >= reportInterval)
+        tell();
+}
+
+void LossReport::Count::tell() {
+    if (lost == reported)
         return;
-    runtallyState().logger.warning(RuntallyMessage::eventsLost, std::to_string(lost_ - reported_),
-                                   std::to_string(lost_), complete_.toString(false, false),
-                                   lastSeen_.toString(false, false));
-    reported_ = lost_;
-    complete_ = lastSeen_;
-    lastReport_ = platform().clock->ticks();
+    runtallyState().logger.warning(message, std::to_string(lost - reported), std::to_string(lost),
+                                   complete.toString(false, false), lastSeen.toString(false, false));
+    reported = lost;
+    complete = lastSeen;
+    lastReport = platform().clock->ticks();
 }
 
 } // namespace Velmor

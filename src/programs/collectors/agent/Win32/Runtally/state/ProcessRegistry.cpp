@@ -55,6 +55,7 @@ void freeIfHeldBy(Monopoly& monopoly, uint32_t threadId) {
 void ProcessRegistry::clear() {
     for (ProcessMap* map : {&processMap, &endedProcessMap, &pendingInfoMap})
         map->clear();
+    trackedCount = 0;
     monitoredCount = 0;
 }
 
@@ -90,6 +91,8 @@ bool RegistryAccess::enforceMonopoly(std::string_view name, uint32_t retriedBy) 
 void RegistryAccess::relaxMonopoly(std::string_view name) {
     Monopoly& monopoly = registry().processMonopoly;
     logger().debug(5, "**RELAX %s %i", name, monopoly.getCount());
+    if (monopoly.isEnforced())
+        registry().trackedCount = registry().processMap.size();
     if (monopoly.relax())
         logger().debug(5, "**RELAXED %i", monopoly.getCount());
     else

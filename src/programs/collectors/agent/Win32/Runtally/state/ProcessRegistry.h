@@ -21,6 +21,7 @@ struct ProcessRegistry {
     Monopoly processMonopoly;               // taken with a time limit, through enforceMonopoly
     Monopoly endedMapMonopoly;              // held for a map operation only
     Monopoly pendingInfoMonopoly;           // held for a map operation, or for a retry round
+    std::atomic<uint64_t> trackedCount{0};  // entries of processMap when its lock was last given back
     std::atomic<int32_t> monitoredCount{0}; // monitored entries of processMap; written under processMonopoly
 
     /// Forgets all processes. No worker runs.

@@ -41,6 +41,7 @@ struct RuntallySettings {
     TimeSpan performancePollInterval;
     TimeSpan performanceDeliveryInterval;
     std::string countersFile;
+    std::string metricsFile; // empty: none
     std::string performanceRulesFile;
 };
 
