@@ -112,8 +112,7 @@ TEST_F(IpcCommandsTest, CommandsAreCarriedOutAndAnswered) {
     programState().mainThreadId = 4711;
     IpcCommands commands;
     MailSlot core(MailSlotMode::receiver, "Core");
-    collector.os.processes.start(7, "/apps/p7");
-    collector.report(7, ProcessState::started, collector.os.clock.now());
+    collector.start(7, "/apps/p7");
     using Case = std::tuple<const char*, const char*, const char*, int32_t, int32_t, size_t, const char*>;
     for (const auto& [type, text, replyTo, quits, reconfigures, deliveries, answer] :
          {Case{"COMMAND", "SEND_PROCESS_INFO", "Core", 0, 0, 0, "Velmor|REPLY|ref|77,4711|Velmor_Runtally|"},
@@ -145,8 +144,7 @@ TEST_F(IpcCommandsTest, EqualCommandsAreOneAndThoseOfStrangersNone) {
     const auto request = [](std::string_view word, std::string reference, bool mayCommand) {
         return IPCMessage{"COMMAND", std::move(reference), std::string(word), "Core", {"S-bob", 12, mayCommand}};
     };
-    collector.os.processes.start(7, "/apps/p7");
-    collector.report(7, ProcessState::started, collector.os.clock.now());
+    collector.start(7, "/apps/p7");
     std::vector<IPCMessage> messages;
     for (int i = 0; i < 50; ++i) {
         messages.push_back(request(CommandWord::die, "", false));

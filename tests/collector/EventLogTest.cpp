@@ -2,14 +2,10 @@
 
 #include "support/DataFiles.h"
 
-#include <fstream>
-
 namespace Velmor {
 
 namespace {
-constexpr int32_t day = 86400;
-
-class EventLogTest : public ::testing::Test {
+class EventLogTest : public CollectorTest {
 protected:
     EventLogTest() {
         runtallyState().settings.eventLogOn = true;
@@ -19,8 +15,6 @@ protected:
     }
     ~EventLogTest() override { runtallyState().settings.eventLogOn = false; }
 
-    int32_t now() { return collector.os.clock.now(); }
-
     /// A process that ends at `when`, a moment before now.
     void end(uint32_t pid, int32_t when) {
         collector.os.processes.start(pid, "c:\\apps\\cad.exe");
@@ -29,7 +23,6 @@ protected:
         collector.os.processes.end(pid, 0);
     }
 
-    Collector collector;
     TempDirectory temp;
 };
 } // namespace
@@ -50,10 +43,9 @@ TEST_F(EventLogTest, FilesOlderThanTheConfiguredDaysGoAndOthersStay) {
         temp.write(name, "x\n");
     std::filesystem::create_directories(temp / "procevents-1999-01-01.eventlog");
     end(7, now());
-    const std::string kept = "other-2001-01-01.eventlog procevents-1999-01-01.eventlog procevents-2001-08-31.txt "
-                             "procevents-2001-09-02.eventlog procevents-2001-09-09.eventlog";
-    EXPECT_EQ(temp.names(), kept);
-    collector.os.clock.advance(day);
+    EXPECT_EQ(temp.names(), "other-2001-01-01.eventlog procevents-1999-01-01.eventlog procevents-2001-08-31.txt "
+                            "procevents-2001-09-02.eventlog procevents-2001-09-09.eventlog");
+    collector.os.clock.advance(86400);
     end(7, now());
     EXPECT_FALSE(std::filesystem::exists(temp / "procevents-2001-09-02.eventlog"));
 }

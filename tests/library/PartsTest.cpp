@@ -1,9 +1,4 @@
-#include "platform/Platform.h"
-#include "platform/Threads.h"
 #include "shared/library/common/errors/FileException.h"
-#include "shared/library/common/errors/IPCException.h"
-#include "shared/library/common/errors/JobException.h"
-#include "shared/library/common/errors/TimeException.h"
 #include "shared/library/common/pointers/SmartPointer.h"
 #include "shared/library/common/system/Monopoly.h"
 #include "shared/library/common/system/SystemInfo.h"
@@ -40,23 +35,6 @@ TEST(SmartPointerTest, DestroyEndsTheObjectForAllHolders) {
     second.release();
     third.destroy();
     late.release();
-}
-
-TEST(MonopolyTest, ThreadsExcludeEachOther) {
-    Monopoly monopoly;
-    int64_t count = 0; // plain: the lock is what keeps it right
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&] {
-            for (int k = 0; k < 5000; ++k) {
-                const MonopolyHold hold(monopoly);
-                ++count;
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(count, 20000);
 }
 
 TEST(MonopolyTest, OneThatChangesHandsIsWaitedForAndOneThatIsKeptIsBegunAnew) {
@@ -113,11 +91,6 @@ TEST(ExceptionTest, TextsNameCodeDetailAndWhereItPassed) {
     EXPECT_TRUE(line.starts_with("File: ") && line.ends_with(" (Code: 47." + std::to_string(FL_READ) + ")")) << line;
     EXPECT_EQ(failure.getFullDescription(), line + "\r\n  >  (detail)\r\n  >  Inner.(12) - Outer.(34)");
     EXPECT_EQ(Exception(7).getFullDescription(), "Exception: Unknown error (Code: 50.7)");
-    for (const auto& [text, label] : {std::pair{IPCException(99, "", "", 0).getFullDescription(), "IPC"},
-                                      {TimeException(99, "", "", 0).getFullDescription(), "Time"},
-                                      {JobException(99, "", "", 0).getFullDescription(), "Job"},
-                                      {FileException(99, "", "", 0).getFullDescription(), "File"}})
-        EXPECT_TRUE(text.starts_with(label + std::string(": Unknown error (Code: "))) << text;
 }
 
 TEST(TokenizerTest, BlanksSeparateAndQuotesHoldTogether) {

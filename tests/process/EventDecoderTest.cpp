@@ -17,7 +17,6 @@ protected:
         Process::setLogger({});
         processShared().systemNumber = 0;
         processShared().hasEventSchema = false;
-        os.accounts.accounts["S-1-22-1-500"] = {"ann", "HQ"};
     }
     ~EventDecoderTest() override { processShared().systemNumber = 0; }
 
@@ -40,12 +39,6 @@ std::unique_ptr<Process> made(const ScriptedEvent& event) {
     static std::unique_ptr<Process> process;
     event.handOver([](const TraceEvent& e) { process = std::make_unique<Process>(e); });
     return std::move(process);
-}
-
-std::vector<uint8_t> processPayload(uint32_t pid, uint32_t parent, std::string_view image) {
-    PayloadText payload;
-    payload.number(0xdeadbeefU).number(pid).number(parent).number(0U).number(0).sid(500, 8);
-    return payload.text(image).number<uint8_t>(0).bytes();
 }
 } // namespace
 
@@ -178,17 +171,17 @@ TEST_F(EventDecoderTest, AStartTakesItsNamesFromTheSystemWhileItHasThem) {
     os.processes.start(5, "C:\\Windows\\Shell.exe");
     os.processes.start(40, "C:\\Apps\\CAD.exe");
     const int32_t now = os.clock.now();
-    const auto running = made({1, 2, now - 3, processPayload(40, 5, "Cad.exe")});
+    const auto running = made({1, 2, now - 3, processPayload(40, "Cad.exe", 5)});
     EXPECT_EQ(running->getState(), ProcessState::started);
     EXPECT_EQ(running->pid(), 40U);
     EXPECT_EQ(running->getExecutable(), "c:\\apps\\cad.exe");
     EXPECT_EQ(running->getAccount(), "\\\\HQ\\ann");
     EXPECT_EQ(running->getStart().getSeconds(), now - 3);
     EXPECT_TRUE(running->isOpen());
-    const auto gone = made({1, 2, now + 60, processPayload(41, 5, "Cad.exe")});
+    const auto gone = made({1, 2, now + 60, processPayload(41, "Cad.exe", 5)});
     EXPECT_EQ(gone->getExecutable(), "cad.exe") << "neither lost nor its parent's";
     EXPECT_EQ(gone->getStart().getSeconds(), now) << "not in the future";
-    const auto ended = made({2, 2, now - 1, processPayload(40, 5, "Cad.exe")});
+    const auto ended = made({2, 2, now - 1, processPayload(40, "Cad.exe", 5)});
     EXPECT_EQ(ended->getState(), ProcessState::ended);
     EXPECT_EQ(ended->getExecutable(), "cad.exe");
     EXPECT_EQ(ended->getEnd().getSeconds(), now - 1);
@@ -198,21 +191,21 @@ TEST_F(EventDecoderTest, AStartTakesItsNamesFromTheSystemWhileItHasThem) {
 TEST_F(EventDecoderTest, WhatThePayloadDoesNotTellStaysAsItIs) {
     os.eventSchema.describeProcesses();
     const int32_t now = os.clock.now();
-    const auto other = made({3, 2, now, processPayload(40, 5, "x")});
+    const auto other = made({3, 2, now, processPayload(40, "x", 5)});
     EXPECT_EQ(other->getState(), ProcessState::unresolved);
     EXPECT_EQ(os.eventSchema.enumerations, 0);
-    auto torn = processPayload(40, 5, "cad.exe");
+    auto torn = processPayload(40, "cad.exe", 5);
     torn.resize(14);
     const auto half = made({2, 2, now, torn});
     EXPECT_EQ(half->pid(), 40U);
     EXPECT_EQ(half->getExecutable(), "<<unknown>>");
-    EXPECT_EQ(made({2, 9, now, processPayload(40, 5, "x")})->pid(), 0U) << "no class of that version";
+    EXPECT_EQ(made({2, 9, now, processPayload(40, "x", 5)})->pid(), 0U) << "no class of that version";
     EXPECT_EQ(made({2, 2, now, {}})->pid(), 0U);
     processShared().hasEventSchema = false;
     os.eventSchema.connections = 0;
     for (const uint32_t failure : {SchemaConnection::noLocator, SchemaConnection::noConnection}) {
         os.eventSchema.connection = failure;
-        const auto unread = made({1, 2, now - 5, processPayload(40, 5, "x")});
+        const auto unread = made({1, 2, now - 5, processPayload(40, "x", 5)});
         EXPECT_EQ(unread->getStart().getSeconds(), now) << "no time is taken either";
     }
     EXPECT_EQ(os.eventSchema.connections, 2) << "tried again";

@@ -32,13 +32,7 @@ std::string changes(const std::vector<ProcessPointer>& list) {
 } // namespace
 
 TEST_F(ProcessTest, WhatCantBeLearntIsAPlaceholder) {
-    struct Case {
-        const char* what;
-        void (*prepare)(ScriptedProcess&);
-        const char* executable;
-        const char* account;
-        ProcessState state;
-    };
+    using Case = std::tuple<const char*, void (*)(ScriptedProcess&), const char*, const char*, ProcessState>;
     for (const auto& [what, prepare, executable, account, state] : {
              Case{"no token", [](ScriptedProcess& p) { p.hasToken = false; }, "c:\\apps\\cad.exe", "\\\\pc17\\SYSTEM",
                   ProcessState::started},

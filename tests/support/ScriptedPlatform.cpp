@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
 
 namespace Velmor {
 
@@ -35,11 +34,7 @@ void ScriptedClock::advance(int32_t seconds) {
 }
 
 CalendarFields ScriptedClock::utc(int32_t seconds) {
-    const time_t time = seconds;
-    tm broken{};
-    gmtime_r(&time, &broken);
-    return {broken.tm_year + 1900, broken.tm_mon + 1, broken.tm_mday, (broken.tm_wday + 6) % 7,
-            broken.tm_hour,        broken.tm_min,     broken.tm_sec};
+    return nativePlatform().clock->utc(seconds);
 }
 
 bool ScriptedProcesses::enumerate(std::vector<uint32_t>& ids) {

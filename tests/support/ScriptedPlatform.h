@@ -90,7 +90,6 @@ public:
     ScriptedProcess& start(uint32_t pid, const std::string& path);
     void end(uint32_t pid, uint32_t exitCode);
     ScriptedProcess& at(uint32_t pid) { return *table_.at(pid); }
-    bool contains(uint32_t pid) const { return table_.contains(pid); }
     const Table& table() const { return table_; }
 
     bool canEnumerate = true;
@@ -107,7 +106,8 @@ private:
 class ScriptedAccounts : public Accounts {
 public:
     bool lookup(std::string_view sid, std::string& user, std::string& domain, uint32_t& error) override;
-    std::map<std::string, std::pair<std::string, std::string>, std::less<>> accounts{{"S-bob", {"bob", "PC17"}}};
+    std::map<std::string, std::pair<std::string, std::string>, std::less<>> accounts{{"S-bob", {"bob", "PC17"}},
+                                                                                     {"S-1-22-1-500", {"ann", "HQ"}}};
 };
 
 class ScriptedRegistry : public Registry {
