@@ -188,15 +188,6 @@ TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMend
     EXPECT_TRUE(agent.stopAndVerify());
 }
 
-TEST_F(AgentTest, ASecondOneDoesNotStartAndSaysSoInTheLog) {
-    PlainAgent first("dummy");
-    PlainAgent second("dummy");
-    ASSERT_TRUE(first.configure() && first.configure()) << "again and again";
-    EXPECT_FALSE(second.configure());
-    EXPECT_EQ(second.configurations, 0);
-    EXPECT_NE(log().find("FATAL"), std::string::npos) << log();
-}
-
 TEST_F(AgentTest, AReconfigurationWithAMistakeChangesNothingAndNamesTheLine) {
     PlainAgent agent("dummy");
     ASSERT_TRUE(agent.configure());

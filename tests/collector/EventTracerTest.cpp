@@ -48,6 +48,9 @@ TEST_F(EventTracerTest, AStartAndAnEndMakeOneRecordDatedByTheEventsInWhateverOrd
     using Story = std::tuple<const char*, Events, const char*, size_t>;
     for (const auto& [what, events, records, left] : {
              Story{"in order", {{start, "cad", -20}, {end, "cad", -5}}, "cad 15 ", 0},
+             Story{"in the second of its start", {{end, "cad", -20}, {start, "cad", -20}}, "cad 0 ", 0},
+             Story{"an end before it", {{end, "cad", -21}, {start, "cad", -20}, {end, "cad", 0}}, "cad 20 ", 0},
+             Story{"another program's end", {{end, "x", -10}, {start, "cad", -20}}, "", 0},
              Story{"two ends first", {{end, "cad", -5}, {end, "cad", -1}, {start, "cad", -20}}, "cad 15 ", 0},
              Story{"a second start", {{start, "cad", -20}, {start, "cad", -10}, {end, "cad", 0}}, "cad 20 ", 0},
              Story{"another's end", {{end, "x", -40}, {start, "cad", -30}, {end, "cad", 0}}, "cad 30 ", 0},
@@ -64,15 +67,6 @@ TEST_F(EventTracerTest, AStartAndAnEndMakeOneRecordDatedByTheEventsInWhateverOrd
         EXPECT_EQ(stopEvents(), left) << what;
         EXPECT_TRUE(fresh.tracked().empty()) << what;
     }
-}
-
-TEST_F(EventTracerTest, OwnerAndCodeAreThoseOfTheProcess) {
-    collector.os.processes.start(40, "c:\\apps\\cad.exe");
-    take(start, 40, "CAD.EXE", now() - 20);
-    collector.os.processes.end(40, 3);
-    take(end, 40, "CAD.EXE", now() - 5);
-    EXPECT_EQ(collector.story(), "cad.exe 15 ");
-    EXPECT_EQ(collector.records().at(0).account + " " + collector.records().at(0).exitCode, "\\\\HQ\\ann 3");
 }
 
 TEST_F(EventTracerTest, TheThreadEntersWhatRunsAndReadsUntilTheSessionEnds) {

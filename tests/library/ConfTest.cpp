@@ -1,6 +1,5 @@
 #include "shared/library/common/configuration/ConfReader.h"
 #include "shared/library/logger/LoggerCentre.h"
-#include "support/ScriptedPlatform.h"
 #include "support/TempDirectory.h"
 
 #include "shared/library/logger/LoggerUnit.h"
@@ -36,22 +35,21 @@ TEST_F(ConfTest, EntriesNestAndSpread) {
          "/* between */ g (String) = h/i#j { } // end\n"
          "k (String) = a//b\n{ }\n"
          "m (String) = = { } n (String) = \"C:\\\\x\\ty\" { }\n");
-    EXPECT_EQ(value("a.b"), "x");
-    EXPECT_EQ(value("a.b.c"), "y \" z");
-    EXPECT_EQ(value("a.d"), "e # // f");
-    EXPECT_EQ(value("a"), "<none>") << "the second of one name is never tried";
-    EXPECT_EQ(value("g"), "h/i#j");
-    EXPECT_EQ(value("k"), "a");
-    EXPECT_EQ(value("m"), "=");
-    EXPECT_EQ(value("n"), "C:\\x\\y") << "each backslash takes the next character along";
+    // The second of one name is never tried, and each backslash takes the next character along.
+    for (const auto& [key, text] : {std::pair{"a.b", "x"},
+                                    {"a.b.c", "y \" z"},
+                                    {"a.d", "e # // f"},
+                                    {"a", "<none>"},
+                                    {"g", "h/i#j"},
+                                    {"k", "a"},
+                                    {"m", "="},
+                                    {"n", "C:\\x\\y"}})
+        EXPECT_EQ(value(key), text) << key;
     EXPECT_EQ(reader.getLastError(), "");
 }
 
 TEST_F(ConfTest, MistakesNameTheirLineAndKeepWhatStandsBefore) {
-    struct Case {
-        const char* text;
-        int line; // 0: no mistake
-    };
+    using Case = std::pair<const char*, int>; // the line 0: no mistake
     for (const auto& [text, line] :
          {Case{"ok (String) = 1 { }\na (String) b { }", 2}, Case{"ok (String) = 1 { }\n\na String", 3},
           Case{"ok (String) = 1 { } a (String = b { }", 1}, Case{"ok (String) = 1 { }\na (String) = b c { }", 2},
@@ -59,10 +57,8 @@ TEST_F(ConfTest, MistakesNameTheirLineAndKeepWhatStandsBefore) {
         read(text);
         EXPECT_EQ(value("ok"), "1") << text;
         const std::string& error = reader.getLastError();
-        if (line == 0)
-            EXPECT_EQ(error, "") << text;
-        else
-            EXPECT_NE(error.find("line " + std::to_string(line) + ";"), std::string::npos) << text << ": " << error;
+        const bool isTold = error.find("line " + std::to_string(line) + ";") != std::string::npos;
+        EXPECT_TRUE(line == 0 ? error.empty() : isTold) << text << ": " << error;
     }
     read("a (String) = b {");
     EXPECT_EQ(value("a"), "b") << "an entry cut off inside its block is kept";

@@ -40,22 +40,17 @@ TEST(SmartPointerTest, DestroyEndsTheObjectForAllHolders) {
 TEST(MonopolyTest, OneThatChangesHandsIsWaitedForAndOneThatIsKeptIsBegunAnew) {
     ScriptedPlatform os;
     Monopoly monopoly;
-    std::thread holder;
-    std::promise<void> end;
+    std::jthread holder;
     const auto take = [&] {
         std::promise<void> taken;
-        end = std::promise<void>();
-        holder = std::thread([&monopoly, &taken, until = end.get_future().share()] {
+        holder = std::jthread([&](const std::stop_token& end) {
             monopoly.enforce();
             taken.set_value();
-            until.wait();
+            while (!end.stop_requested())
+                std::this_thread::yield();
             monopoly.relax();
         });
         taken.get_future().wait();
-    };
-    const auto give = [&] {
-        end.set_value();
-        holder.join();
     };
     take();
     int hands = 1;
@@ -63,7 +58,7 @@ TEST(MonopolyTest, OneThatChangesHandsIsWaitedForAndOneThatIsKeptIsBegunAnew) {
     os.clock.onSleep = [&] {
         if (hands == 4 || os.clock.ticks() - since < 4000)
             return;
-        give();
+        holder = {};
         take();
         since = os.clock.ticks();
         ++hands;
@@ -73,7 +68,7 @@ TEST(MonopolyTest, OneThatChangesHandsIsWaitedForAndOneThatIsKeptIsBegunAnew) {
         EXPECT_EQ(hands, 4);
         EXPECT_NEAR(os.clock.ticks() - since, 5000, 500);
         EXPECT_EQ(monopoly.getCount(), 1);
-        give();
+        holder = {};
         std::thread([&] {
             bool busy = false;
             EXPECT_FALSE(monopoly.tryEnforce(busy)) << "the former holder's leave is none";

@@ -15,7 +15,8 @@ constexpr int64_t millisecond = 1'000'000;
 /// Processes of which 50 can be named as it runs, and 51 when it has ended.
 struct PaperFacts : ProcessFacts {
     bool executable(uint32_t pid, int64_t, std::string& path) override {
-        path = "/bin/lives";
+        if (pid == 50)
+            path = "/bin/lives";
         return pid == 50;
     }
     bool describe(uint32_t, TableEntry&) override { return false; }

@@ -7,7 +7,6 @@
 #include "support/TinyProgram.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -16,7 +16,7 @@ protected:
     EventDecoderTest() {
         Process::setLogger({});
         processShared().systemNumber = 0;
-        processShared().hasEventSchema = false;
+        processShared().hasEventSchema = ProcessShared().hasEventSchema.load();
     }
     ~EventDecoderTest() override { processShared().systemNumber = 0; }
 
@@ -36,9 +36,9 @@ SchemaProperty of(uint32_t cimType, SchemaQualifiers qualifiers = {}) {
 
 /// The object that an event gives.
 std::unique_ptr<Process> made(const ScriptedEvent& event) {
-    static std::unique_ptr<Process> process;
-    event.handOver([](const TraceEvent& e) { process = std::make_unique<Process>(e); });
-    return std::move(process);
+    std::unique_ptr<Process> process;
+    event.handOver([&](const TraceEvent& e) { process = std::make_unique<Process>(e); });
+    return process;
 }
 } // namespace
 
@@ -171,21 +171,19 @@ TEST_F(EventDecoderTest, AStartTakesItsNamesFromTheSystemWhileItHasThem) {
     os.processes.start(5, "C:\\Windows\\Shell.exe");
     os.processes.start(40, "C:\\Apps\\CAD.exe");
     const int32_t now = os.clock.now();
-    const auto running = made({1, 2, now - 3, processPayload(40, "Cad.exe", 5)});
-    EXPECT_EQ(running->getState(), ProcessState::started);
-    EXPECT_EQ(running->pid(), 40U);
-    EXPECT_EQ(running->getExecutable(), "c:\\apps\\cad.exe");
-    EXPECT_EQ(running->getAccount(), "\\\\HQ\\ann");
-    EXPECT_EQ(running->getStart().getSeconds(), now - 3);
-    EXPECT_TRUE(running->isOpen());
-    const auto gone = made({1, 2, now + 60, processPayload(41, "Cad.exe", 5)});
-    EXPECT_EQ(gone->getExecutable(), "cad.exe") << "neither lost nor its parent's";
-    EXPECT_EQ(gone->getStart().getSeconds(), now) << "not in the future";
-    const auto ended = made({2, 2, now - 1, processPayload(40, "Cad.exe", 5)});
-    EXPECT_EQ(ended->getState(), ProcessState::ended);
-    EXPECT_EQ(ended->getExecutable(), "cad.exe");
-    EXPECT_EQ(ended->getEnd().getSeconds(), now - 1);
-    EXPECT_FALSE(ended->isOpen());
+    const auto told = [&](uint8_t type, uint32_t pid, int32_t second) {
+        const auto process = made({type, 2, now + second, processPayload(pid, "Cad.exe", 5)});
+        const bool isStart = process->getState() == ProcessState::started;
+        return std::to_string(process->pid()) + " " + process->getExecutable() + " " + process->getAccount() +
+               (isStart                                      ? " starts "
+                : process->getState() == ProcessState::ended ? " ends "
+                                                             : " ? ") +
+               std::to_string((isStart ? process->getStart() : process->getEnd()).getSeconds() - now) +
+               (process->isOpen() ? " open" : "");
+    };
+    EXPECT_EQ(told(1, 40, -3), "40 c:\\apps\\cad.exe \\\\HQ\\ann starts -3 open");
+    EXPECT_EQ(told(1, 41, 60), "41 cad.exe \\\\HQ\\ann starts 0") << "neither lost nor its parent's, and not to come";
+    EXPECT_EQ(told(2, 40, -1), "40 cad.exe \\\\HQ\\ann ends -1");
 }
 
 TEST_F(EventDecoderTest, WhatThePayloadDoesNotTellStaysAsItIs) {
@@ -201,7 +199,7 @@ TEST_F(EventDecoderTest, WhatThePayloadDoesNotTellStaysAsItIs) {
     EXPECT_EQ(half->getExecutable(), "<<unknown>>");
     EXPECT_EQ(made({2, 9, now, processPayload(40, "x", 5)})->pid(), 0U) << "no class of that version";
     EXPECT_EQ(made({2, 2, now, {}})->pid(), 0U);
-    processShared().hasEventSchema = false;
+    processShared().hasEventSchema = ProcessShared().hasEventSchema.load();
     os.eventSchema.connections = 0;
     for (const uint32_t failure : {SchemaConnection::noLocator, SchemaConnection::noConnection}) {
         os.eventSchema.connection = failure;

@@ -33,10 +33,6 @@ void ScriptedClock::advance(int32_t seconds) {
     ticks_ += int64_t{seconds} * 1000;
 }
 
-CalendarFields ScriptedClock::utc(int32_t seconds) {
-    return nativePlatform().clock->utc(seconds);
-}
-
 bool ScriptedProcesses::enumerate(std::vector<uint32_t>& ids) {
     ids.clear();
     for (const auto& [pid, process] : table_)
@@ -180,19 +176,18 @@ uint32_t ScriptedFileSystem::driveType(std::string_view drive) {
 namespace {
 class PaperResource : public VersionResource {
 public:
-    explicit PaperResource(ScriptedVersionResources::Entry entry) : entry_(std::move(entry)) {}
-    std::vector<Translation> translations() override { return entry_.translations; }
-    bool string(Translation translation, std::string_view name, std::string& value) override {
-        const auto& strings = entry_.strings[translation.language];
-        const auto found = strings.find(name);
-        if (found == strings.end())
+    explicit PaperResource(const ScriptedVersionResources::Strings& strings) : strings_(strings) {}
+    std::vector<Translation> translations() override { return {{1033, 1200}}; }
+    bool string(Translation, std::string_view name, std::string& value) override {
+        const auto found = strings_.find(name);
+        if (found == strings_.end())
             return false;
         value = found->second + '\0';
         return true;
     }
 
 private:
-    ScriptedVersionResources::Entry entry_;
+    const ScriptedVersionResources::Strings& strings_;
 };
 } // namespace
 
@@ -205,7 +200,7 @@ std::unique_ptr<VersionResource> ScriptedVersionResources::open(std::string_view
 
 void ScriptedVersionResources::describe(const std::string& path, const std::string& description,
                                         const std::string& product) {
-    auto& strings = entries[path].strings[1033];
+    Strings& strings = entries[path];
     if (!description.empty())
         strings["FileDescription"] = description;
     if (!product.empty())

@@ -28,7 +28,7 @@ public:
     int32_t now() override { return static_cast<int32_t>(milliseconds_ / 1000); }
     uint32_t ticks() override { return static_cast<uint32_t>(ticks_.load()); }
     void sleep(uint32_t milliseconds) override;
-    CalendarFields utc(int32_t seconds) override;
+    CalendarFields utc(int32_t seconds) override { return nativePlatform().clock->utc(seconds); }
     CalendarFields local(int32_t seconds) override { return utc(seconds + 60 * zoneMinutes); }
 
     void set(int32_t seconds) { milliseconds_ = int64_t{seconds} * 1000; }
@@ -161,14 +161,11 @@ public:
 
 class ScriptedVersionResources : public VersionResources {
 public:
-    struct Entry {
-        std::vector<Translation> translations{{1033, 1200}};
-        std::map<uint16_t, std::map<std::string, std::string, std::less<>>> strings; // by language
-    };
+    using Strings = std::map<std::string, std::string, std::less<>>;
     std::unique_ptr<VersionResource> open(std::string_view path) override;
     void describe(const std::string& path, const std::string& description, const std::string& product);
 
-    std::map<std::string, Entry, std::less<>> entries;
+    std::map<std::string, Strings, std::less<>> entries;
     std::function<void()> onCall;
 };
 
