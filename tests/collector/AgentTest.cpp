@@ -37,13 +37,11 @@ class IpcCommandsTest : public RuntimeFixture {};
 } // namespace
 
 TEST(CommandLineTest, OptionsHaveValuesInEachOfTheirForms) {
-    for (const auto& [text, arguments] : {std::pair{"runtally -c file", "=runtally;c=file;"},
-                                          {" -cfile\t--long 'a b' ", "c=file;long=a b;"},
-                                          {"-x -y", "x=;y=;"},
-                                          {"a\"b c", "=a;=b c;"},
-                                          {"--c \"\" d", "c=;=d;"},
-                                          {"-", "=;"},
-                                          {"", ""}}) {
+    using Case = std::pair<const char*, const char*>;
+    for (const auto& [text, arguments] :
+         {Case{"runtally -c file", "=runtally;c=file;"}, Case{" -cfile\t--long 'a b' ", "c=file;long=a b;"},
+          Case{"-x -y", "x=;y=;"}, Case{"a\"b c", "=a;=b c;"}, Case{"--c \"\" d", "c=;=d;"}, Case{"-", "=;"},
+          Case{"", ""}}) {
         std::string taken;
         for (const auto& [option, value] : parseCommandLine(text))
             taken += option + "=" + value + ";";
@@ -79,13 +77,11 @@ TEST(LeftoversTest, FilesWithDataGoToTheCoreServiceAndOthersGo) {
     const ScriptedPlatform os;
     const TempDirectory directory;
     programState().dataDirectory = directory.path();
-    for (const auto& [name, text] : {std::pair{"ProcessLog-1-2-3.make", "x"},
-                                     {"ProcessLog-1-2-3.make.lock", "x"},
-                                     {"ProcessLog-1-2-3.make.tmp", "record"},
-                                     {"ProcessLog-1-2-2.make.tmp", ""},
-                                     {"ProcessLog-1-2-5.data", "old"},
-                                     {"notes.makeup", "x"},
-                                     {"other.tmp", "x"}})
+    using Case = std::pair<const char*, const char*>;
+    for (const auto& [name, text] :
+         {Case{"ProcessLog-1-2-3.make", "x"}, Case{"ProcessLog-1-2-3.make.lock", "x"},
+          Case{"ProcessLog-1-2-3.make.tmp", "record"}, Case{"ProcessLog-1-2-2.make.tmp", ""},
+          Case{"ProcessLog-1-2-5.data", "old"}, Case{"notes.makeup", "x"}, Case{"other.tmp", "x"}})
         directory.write(name, text);
     std::filesystem::create_symlink("other.tmp", directory / "ProcessLog-1-2-6.make.tmp");
     std::filesystem::create_directory(directory / "ProcessLog-1-2-7.make.tmp");

@@ -36,14 +36,10 @@ TEST_F(ConfTest, EntriesNestAndSpread) {
          "k (String) = a//b\n{ }\n"
          "m (String) = = { } n (String) = \"C:\\\\x\\ty\" { }\n");
     // The second of one name is never tried, and each backslash takes the next character along.
-    for (const auto& [key, text] : {std::pair{"a.b", "x"},
-                                    {"a.b.c", "y \" z"},
-                                    {"a.d", "e # // f"},
-                                    {"a", "<none>"},
-                                    {"g", "h/i#j"},
-                                    {"k", "a"},
-                                    {"m", "="},
-                                    {"n", "C:\\x\\y"}})
+    using Case = std::pair<const char*, const char*>;
+    for (const auto& [key, text] :
+         {Case{"a.b", "x"}, Case{"a.b.c", "y \" z"}, Case{"a.d", "e # // f"}, Case{"a", "<none>"}, Case{"g", "h/i#j"},
+          Case{"k", "a"}, Case{"m", "="}, Case{"n", "C:\\x\\y"}})
         EXPECT_EQ(value(key), text) << key;
     EXPECT_EQ(reader.getLastError(), "");
 }
@@ -107,12 +103,10 @@ TEST_F(ConfTest, ReferencesAreResolvedInTurn) {
     EXPECT_EQ(value("b"), "/x\\y") << "a directory brings its separator";
     EXPECT_EQ(value("c"), "/x\\y/x\\y");
     std::string text;
-    const std::pair<const char*, int32_t> cases[] = {{"d", ConfReader::NOT_FOUND},
-                                                     {"e", ConfReader::BAD_REFERENCE},
-                                                     {"f", ConfReader::BAD_REFERENCE},
-                                                     {"h", ConfReader::NO_TYPE},
-                                                     {"i", ConfReader::BAD_REFERENCE}};
-    for (const auto& [key, code] : cases)
+    using Case = std::pair<const char*, int32_t>;
+    for (const auto& [key, code] :
+         {Case{"d", ConfReader::NOT_FOUND}, Case{"e", ConfReader::BAD_REFERENCE}, Case{"f", ConfReader::BAD_REFERENCE},
+          Case{"h", ConfReader::NO_TYPE}, Case{"i", ConfReader::BAD_REFERENCE}})
         EXPECT_EQ(reader.getString(key, text, false, false), code) << key;
 }
 

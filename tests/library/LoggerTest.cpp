@@ -255,10 +255,14 @@ TEST_F(LogFileTest, NumberedMessagesAreForwardedAsTheyAreOrStayInTheLog) {
     LogCommons::encodeMessage(message, debugText);
     EXPECT_TRUE(messenger.post(debugText));
     std::vector<std::string> received;
-    eventually([&] {
-        core.receive(received);
-        return !received.empty();
-    });
+    const auto haveCome = [&](size_t count) {
+        return eventually([&] {
+            messenger.sendWaiting();
+            core.receive(received);
+            return received.size() == count;
+        });
+    };
+    EXPECT_TRUE(haveCome(1));
     EXPECT_EQ(received, std::vector<std::string>{"Velmor\x1bLOGMSG\x1b\x1b" + text + "\x1b"});
     Monopoly turn("Velmor_MailSlot", NamedLockAccess::family);
     ASSERT_TRUE(turn.enforce());
@@ -267,20 +271,13 @@ TEST_F(LogFileTest, NumberedMessagesAreForwardedAsTheyAreOrStayInTheLog) {
     EXPECT_EQ(os.clock.ticks(), begin) << "whoever logs waits for nobody";
     turn.relax();
     EXPECT_EQ(messenger.sendWaiting(), 0U);
-    EXPECT_TRUE(eventually([&] {
-        core.receive(received);
-        return received.size() == 2;
-    })) << "what had to wait is sent on";
+    EXPECT_TRUE(haveCome(2)) << "what had to wait is sent on";
     ASSERT_TRUE(turn.enforce());
     for (int i = 0; i < 1003; ++i)
         EXPECT_FALSE(messenger.post(text));
     EXPECT_EQ(messenger.sendWaiting(), 3U) << "the oldest make room";
     turn.relax();
-    EXPECT_TRUE(eventually([&] {
-        messenger.sendWaiting();
-        core.receive(received);
-        return received.size() == 1002;
-    }));
+    EXPECT_TRUE(haveCome(1002));
 }
 
 TEST_F(LogFileTest, AMessageBehindOneThatStandsStillGivesUpSoonAndALostThreadGivesItsTurnBack) {

@@ -79,15 +79,7 @@ protected:
         std::filesystem::copy_file("/bin/false", program);
     }
 
-    /// Runs the program some times under a session with these sources; false if there is none.
-    bool watch(LinuxKernelTrace& trace, int count) {
-        return watch(trace, [&] {
-            for (int i = 0; i < count; ++i)
-                Child({program}).reap();
-            awaitEnds(count);
-        });
-    }
-
+    /// Notes what comes while that happens; false if there is no session.
     bool watch(LinuxKernelTrace& trace, const std::function<void()>& happens) {
         record.starts = record.ends = record.lostNames = 0;
         record.names.clear();
@@ -101,13 +93,6 @@ protected:
         EXPECT_EQ(trace.stop(sessionName), NativeError::success);
         reader.join();
         return true;
-    }
-
-    bool awaitEnds(int count) {
-        return eventually([&] {
-            const std::lock_guard lock(record.mutex);
-            return record.ends + record.lostNames / 2 >= count;
-        });
     }
 
     LinuxProcesses processes;
@@ -130,7 +115,16 @@ TEST_F(KernelTraceTest, EachSourceThatIsOffCostsWhatItTells) {
              Case{"no codes", {true, false, false, true}, true, -1},
          }) {
         LinuxKernelTrace trace(processes, sources);
-        ASSERT_TRUE(watch(trace, count)) << what << trace.shortcomings();
+        ASSERT_TRUE(watch(trace,
+                          [this] {
+                              for (int i = 0; i < count; ++i)
+                                  Child({program}).reap();
+                              eventually([this] {
+                                  const std::lock_guard lock(record.mutex);
+                                  return record.ends + record.lostNames / 2 >= count;
+                              });
+                          }))
+            << what << trace.shortcomings();
         if (!namesAll) {
             EXPECT_EQ(record.starts, 0) << what;
             EXPECT_GE(record.lostNames, 2 * count) << what;

@@ -46,19 +46,12 @@ TEST_F(EventDecoderTest, EachTypeHasItsWidth) {
     const SchemaQualifiers two{{"MAX", 2}};
     using Case = std::tuple<SchemaProperty, size_t, ptrdiff_t>;
     int number = 0;
-    for (const auto& [type, width] : {std::pair{2U, 2},
-                                      {3U, 4},
-                                      {11U, 4},
-                                      {16U, 1},
-                                      {18U, 2},
-                                      {19U, 4},
-                                      {20U, 8},
-                                      {21U, 8},
-                                      {103U, 2},
-                                      {12U, -1},
-                                      {13U, -1}}) {
+    using Width = std::pair<uint32_t, ptrdiff_t>;
+    for (const auto& [type, width] : {Width{2, 2}, Width{3, 4}, Width{11, 4}, Width{16, 1}, Width{18, 2}, Width{19, 4},
+                                      Width{20, 8}, Width{21, 8}, Width{103, 2}, Width{12, -1}, Width{13, -1}}) {
         EXPECT_EQ(take(of(type), std::vector<uint8_t>(40, 1)), width) << type;
-        EXPECT_EQ(take(of(type), std::vector<uint8_t>(static_cast<size_t>(std::max(width, 1)) - 1, 1)), -1) << type;
+        EXPECT_EQ(take(of(type), std::vector<uint8_t>(static_cast<size_t>(std::max<ptrdiff_t>(width, 1)) - 1, 1)), -1)
+            << type;
     }
     for (const auto& [property, given, taken] :
          {Case{of(103 | arrayBit, two), 3, -1}, Case{of(19 | arrayBit, two), 9, 8}, Case{of(19 | arrayBit), 8, -1},
