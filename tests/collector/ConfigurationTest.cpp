@@ -1,5 +1,4 @@
-// The collector's own keys: what they default to, what they turn on, and what keeps it from starting; and the headers
-// of message numbers against the catalogues that are installed.
+// The collector's own keys: what they default to, what they turn on, and what keeps it from starting.
 
 #include "collector/CollectorFixture.h"
 
@@ -7,8 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <regex>
-#include <set>
 
 namespace Velmor {
 
@@ -29,15 +26,6 @@ protected:
 };
 constexpr const char* polled = "logging () = \"\" { process-data () = \"\" { polling (Bool) = true { } } }";
 
-/// The numbers that `pattern` finds, one a line.
-std::multiset<int> numbersIn(const std::string& file, const char* pattern) {
-    std::multiset<int> numbers;
-    const std::regex expression(pattern);
-    for (const std::string& line : linesOf(readFile(std::string(VELMOR_SOURCES) + "/" + file)))
-        if (std::smatch match; std::regex_search(line, match, expression))
-            numbers.insert(std::stoi(match[1]));
-    return numbers;
-}
 } // namespace
 
 TEST_F(ConfigurationTest, ANewConfigurationJudgesAndNamesWhatComesBehindIt) {
@@ -183,20 +171,6 @@ TEST_F(ConfigurationTest, WhatCantBeReadOrMadeKeepsItFromStarting) {
          }) {
         EXPECT_FALSE(configure(entries)) << entries;
         EXPECT_NE(programState().startupFailure.find(cause), std::string::npos) << programState().startupFailure;
-    }
-}
-
-TEST(Catalogue, EachNumberHasItsWordingAndEachWordingItsNumber) {
-    for (const auto& [header, catalogue] : {
-             std::pair{"src/programs/collectors/agent/AgentMessages.h", "agent"},
-             std::pair{"src/process/RuntallyMessages.h", "runtally"},
-             std::pair{"src/shared/library/common/configuration/ConfigurationMessages.h", "configuration"},
-         }) {
-        const auto numbers = numbersIn(header, R"(^ +\w+ = (\d+),)");
-        EXPECT_FALSE(numbers.empty()) << header;
-        EXPECT_EQ(numbers,
-                  numbersIn("examples/etc/velmor/LogMessages/" + std::string(catalogue) + ".mess", R"(^(\d+): \S)"))
-            << catalogue;
     }
 }
 
