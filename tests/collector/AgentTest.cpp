@@ -37,13 +37,11 @@ class IpcCommandsTest : public RuntimeFixture {};
 } // namespace
 
 TEST(CommandLineTest, OptionsHaveValuesInEachOfTheirForms) {
-    for (const auto& [text, arguments] : {std::pair{"runtally -c file", "=runtally;c=file;"},
-                                          {" -cfile\t--long 'a b' ", "c=file;long=a b;"},
-                                          {"-x -y", "x=;y=;"},
-                                          {"a\"b c", "=a;=b c;"},
-                                          {"--c \"\" d", "c=;=d;"},
-                                          {"-", "=;"},
-                                          {"", ""}}) {
+    using Case = std::pair<const char*, const char*>;
+    for (const auto& [text, arguments] :
+         {Case{"runtally -c file", "=runtally;c=file;"}, Case{" -cfile\t--long 'a b' ", "c=file;long=a b;"},
+          Case{"-x -y", "x=;y=;"}, Case{"a\"b c", "=a;=b c;"}, Case{"--c \"\" d", "c=;=d;"}, Case{"-", "=;"},
+          Case{"", ""}}) {
         std::string taken;
         for (const auto& [option, value] : parseCommandLine(text))
             taken += option + "=" + value + ";";
@@ -79,13 +77,11 @@ TEST(LeftoversTest, FilesWithDataGoToTheCoreServiceAndOthersGo) {
     const ScriptedPlatform os;
     const TempDirectory directory;
     programState().dataDirectory = directory.path();
-    for (const auto& [name, text] : {std::pair{"ProcessLog-1-2-3.make", "x"},
-                                     {"ProcessLog-1-2-3.make.lock", "x"},
-                                     {"ProcessLog-1-2-3.make.tmp", "record"},
-                                     {"ProcessLog-1-2-2.make.tmp", ""},
-                                     {"ProcessLog-1-2-5.data", "old"},
-                                     {"notes.makeup", "x"},
-                                     {"other.tmp", "x"}})
+    using Case = std::pair<const char*, const char*>;
+    for (const auto& [name, text] :
+         {Case{"ProcessLog-1-2-3.make", "x"}, Case{"ProcessLog-1-2-3.make.lock", "x"},
+          Case{"ProcessLog-1-2-3.make.tmp", "record"}, Case{"ProcessLog-1-2-2.make.tmp", ""},
+          Case{"ProcessLog-1-2-5.data", "old"}, Case{"notes.makeup", "x"}, Case{"other.tmp", "x"}})
         directory.write(name, text);
     std::filesystem::create_symlink("other.tmp", directory / "ProcessLog-1-2-6.make.tmp");
     std::filesystem::create_directory(directory / "ProcessLog-1-2-7.make.tmp");
@@ -112,8 +108,7 @@ TEST_F(IpcCommandsTest, CommandsAreCarriedOutAndAnswered) {
     programState().mainThreadId = 4711;
     IpcCommands commands;
     MailSlot core(MailSlotMode::receiver, "Core");
-    collector.os.processes.start(7, "/apps/p7");
-    collector.report(7, ProcessState::started, collector.os.clock.now());
+    collector.start(7, "/apps/p7");
     using Case = std::tuple<const char*, const char*, const char*, int32_t, int32_t, size_t, const char*>;
     for (const auto& [type, text, replyTo, quits, reconfigures, deliveries, answer] :
          {Case{"COMMAND", "SEND_PROCESS_INFO", "Core", 0, 0, 0, "Velmor|REPLY|ref|77,4711|Velmor_Runtally|"},
@@ -145,8 +140,7 @@ TEST_F(IpcCommandsTest, EqualCommandsAreOneAndThoseOfStrangersNone) {
     const auto request = [](std::string_view word, std::string reference, bool mayCommand) {
         return IPCMessage{"COMMAND", std::move(reference), std::string(word), "Core", {"S-bob", 12, mayCommand}};
     };
-    collector.os.processes.start(7, "/apps/p7");
-    collector.report(7, ProcessState::started, collector.os.clock.now());
+    collector.start(7, "/apps/p7");
     std::vector<IPCMessage> messages;
     for (int i = 0; i < 50; ++i) {
         messages.push_back(request(CommandWord::die, "", false));
@@ -188,15 +182,6 @@ TEST_F(AgentTest, AReconfigurationThatFailsLeavesTheWorkersDownAndTheNextOneMend
     EXPECT_TRUE(agent.reached);
     EXPECT_TRUE(logFileRegistry().contains("new3") && !logFileRegistry().contains("kept"));
     EXPECT_TRUE(agent.stopAndVerify());
-}
-
-TEST_F(AgentTest, ASecondOneDoesNotStartAndSaysSoInTheLog) {
-    PlainAgent first("dummy");
-    PlainAgent second("dummy");
-    ASSERT_TRUE(first.configure() && first.configure()) << "again and again";
-    EXPECT_FALSE(second.configure());
-    EXPECT_EQ(second.configurations, 0);
-    EXPECT_NE(log().find("FATAL"), std::string::npos) << log();
 }
 
 TEST_F(AgentTest, AReconfigurationWithAMistakeChangesNothingAndNamesTheLine) {

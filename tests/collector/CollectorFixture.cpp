@@ -17,6 +17,9 @@ Collector::Collector(const std::string& rules) {
     RuntallyState& state = runtallyState();
     state.exeFinder = std::make_unique<ExeFinder>(SmartPointer<LoggerUnit>());
     setPollInterval(2);
+    programState().quitFlag = 0;
+    processShared().systemNumber = 0;
+    processShared().hasEventSchema = false;
     Process::setLogger({});
     StaticInfo& info = programState().staticInfo;
     info = {"WORKGROUP", "pc17", "i386", "Windows XP"};
@@ -29,6 +32,8 @@ Collector::Collector(const std::string& rules) {
 }
 
 Collector::~Collector() {
+    programState().quitFlag = 0;
+    processShared().systemNumber = 0;
     resetRuntallyState();
 }
 
@@ -40,8 +45,20 @@ ProcessPointer Collector::report(uint32_t pid, ProcessState state, int32_t when)
     return process;
 }
 
+ProcessPointer Collector::start(uint32_t pid, const std::string& path) {
+    os.processes.start(pid, path);
+    return report(pid, ProcessState::started, now());
+}
+
 std::vector<UsageLine> Collector::records() const {
     return parseRecords(dataText(directory.path(), "ProcessLog"));
+}
+
+std::string Collector::story() const {
+    std::string text;
+    for (const UsageLine& record : records())
+        text += record.executable + " " + std::to_string(record.duration) + " ";
+    return text;
 }
 
 StartFixture::StartFixture() {

@@ -30,14 +30,25 @@ public:
     void setPollInterval(int32_t seconds) { runtallyState().settings.pollInterval = TimeSpan(seconds); }
     /// Tracks a process as a source of events would report it.
     ProcessPointer report(uint32_t pid, ProcessState state, int32_t when);
+    /// Starts a process, and tracks it.
+    ProcessPointer start(uint32_t pid, const std::string& path);
+    int32_t now() { return os.clock.now(); }
     const ProcessMap& tracked() const { return runtallyState().registry.processMap; }
 
     /// The records in all data files, delivered or not, in the order of their files.
     std::vector<UsageLine> records() const;
-    std::string fileNames() const { return directory.names(); }
+    /// Executable and seconds of each: "cad 15 cad 3 ".
+    std::string story() const;
 
     ScriptedPlatform os;
     TempDirectory directory;
+};
+
+class CollectorTest : public testing::Test {
+protected:
+    int32_t now() { return collector.now(); }
+
+    Collector collector;
 };
 
 /// A machine on which a collector can start, with a configuration in a directory of its own.

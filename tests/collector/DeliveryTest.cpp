@@ -2,11 +2,9 @@
 
 #include "collector/CollectorFixture.h"
 
-#include "platform/linux/files/SystemCalls.h"
 #include "support/DataFiles.h"
 #include "support/NoSync.h"
 
-#include <cerrno>
 #include <fstream>
 #include <functional>
 #include <set>
@@ -17,7 +15,7 @@ namespace {
 constexpr int32_t hour = 3600;
 
 /// Lets the n-th call of the system fail that writes, finds or renames files.
-class FailingCalls {
+class FailingCalls : ReplacedCalls {
 public:
     static constexpr int shortWrite = -1; // in place of an error: a write takes one byte only
 
@@ -45,10 +43,6 @@ public:
             return state.error == shortWrite ? state.real.write(file, buffer, 1) : fail();
         };
     }
-    FailingCalls(const FailingCalls&) = delete;
-    FailingCalls& operator=(const FailingCalls&) = delete;
-    ~FailingCalls() { systemCalls() = state.real; }
-
     bool haveFailed() const { return state.count >= state.failAt; }
 
 private:
@@ -76,7 +70,7 @@ private:
     static inline State state{};
 };
 
-class DeliveryTest : public ::testing::Test {
+class DeliveryTest : public CollectorTest {
 protected:
     LogFileEntry& entry() { return logFileRegistry().at("process"); }
     LogFile& file() { return *entry().file; }
@@ -92,8 +86,6 @@ protected:
             count += name.path().extension() == ".data" ? 1 : 0;
         return count;
     }
-
-    Collector collector;
 };
 } // namespace
 
@@ -119,18 +111,10 @@ TEST(DeliveryFaults, ACallThatFailsCostsNoRecordAndNoneComesTwice) {
             collector.os.clock.advance(60);
             collector.deliver();
             collector.deliver(); // what an earlier one could not rename
-            std::set<std::string> slices;
-            size_t records = 0;
-            for (const auto& name : std::filesystem::directory_iterator(collector.directory.path())) {
-                if (name.path().extension() != ".data")
-                    continue;
-                for (const UsageLine& record : parseRecords(readFile(name.path().string()))) {
-                    slices.insert(record.executable + std::to_string(record.start));
-                    ++records;
-                }
-            }
-            ASSERT_EQ(slices.size(), records) << "a record came twice";
-            ASSERT_EQ(records, 12U);
+            const auto records = collector.records();
+            ASSERT_EQ(records.size(), 12U);
+            ASSERT_EQ(std::set(records.begin(), records.end()).size(), 12U) << "a record came twice";
+            ASSERT_EQ(collector.directory.names().find(".tmp"), std::string::npos) << "one isn't handed over";
         }
     }
 }
@@ -155,13 +139,11 @@ TEST_F(DeliveryTest, AnEndingThatWasCutShortIsMadeUpForWhereverItStood) {
 TEST_F(DeliveryTest, WhatTheDiskHasNotTakenIsWrittenAnewBeforeItIsHandedOver) {
     ASSERT_TRUE(file().write("record"));
     const std::string unfinished = file().getName() + ".tmp";
-    const SystemCalls saved = systemCalls();
-    systemCalls().fdatasync = [](int) {
-        errno = EIO;
-        return -1;
-    };
-    EXPECT_THROW(file().end(), FileException);
-    systemCalls() = saved;
+    {
+        const ReplacedCalls calls;
+        systemCalls().fdatasync = [](int) { return failed(EIO); };
+        EXPECT_THROW(file().end(), FileException);
+    }
     EXPECT_EQ(delivered(), 0U);
     const std::string doubtful = collector.directory / "doubtful";
     std::filesystem::create_hard_link(unfinished, doubtful);
@@ -173,21 +155,18 @@ TEST_F(DeliveryTest, WhatTheDiskHasNotTakenIsWrittenAnewBeforeItIsHandedOver) {
 
 TEST_F(DeliveryTest, RecordsOfAFullDiskWaitAndAreToldOfOnceAMinute) {
     const CapturedLog log(0);
-    collector.os.processes.start(7, "/apps/p7");
-    collector.report(7, ProcessState::started, collector.os.clock.now());
-    const SystemCalls saved = systemCalls();
-    static const auto realWrite = saved.write;
-    systemCalls().write = [](int descriptor, const void* data, size_t size) -> ssize_t {
-        if (!std::string_view(static_cast<const char*>(data), size).starts_with("1:"))
-            return realWrite(descriptor, data, size);
-        errno = ENOSPC;
-        return -1;
-    };
-    for (int i = 0; i < 90; ++i) {
-        collector.os.clock.advance(1);
-        Runtally::dumpAll();
+    collector.start(7, "/apps/p7");
+    {
+        const ReplacedCalls calls;
+        systemCalls().write = [](int descriptor, const void* data, size_t size) -> ssize_t {
+            errno = ENOSPC;
+            return static_cast<const char*>(data)[0] == '1' ? -1 : ::write(descriptor, data, size);
+        };
+        for (int i = 0; i < 90; ++i) {
+            collector.os.clock.advance(1);
+            Runtally::dumpAll();
+        }
     }
-    systemCalls() = saved;
     EXPECT_EQ(log.count("(2.21.04)"), 2U);
     EXPECT_EQ(log.count("(2.21.30)"), 2U);
     EXPECT_EQ(log.count("(2.21.18)"), 0U);
@@ -255,8 +234,7 @@ TEST_F(DeliveryTest, AFileThatOthersTookAwayIsToldOfOnceAndAnotherOneBegun) {
 TEST_F(DeliveryTest, PeriodsFollowTheLocalClock) {
     collector.os.clock.zoneMinutes = 60;
     entry().interval = TimeSpan(12 * hour);
-    collector.os.processes.start(7, "/apps/p7");
-    collector.report(7, ProcessState::started, collector.os.clock.now()); // 02:46:40 by the local clock
+    collector.start(7, "/apps/p7"); // 02:46:40 by the local clock
     EXPECT_FALSE(round()) << "the first look";
     EXPECT_EQ(entry().lastDelivered.toString(false, false), "2001-09-09T00:00:00");
     collector.os.clock.advance(9 * hour + 13 * 60 + 19);

@@ -6,15 +6,15 @@
 
 #include "platform/MessageQueues.h"
 #include "platform/Threads.h"
-#include "platform/linux/files/SystemCalls.h"
-#include "process/ProcessShared.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/EventTracer.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/SourceChange.h"
 #include "shared/library/common/files/FileUtils.h"
 #include "support/Environment.h"
 #include "support/NoSync.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <functional>
 #include <map>
 #include <random>
 #include <set>
@@ -29,21 +29,15 @@ constexpr int longestInterval = 5; // seconds between polls
 struct ForcedEnd {};
 
 bool isDiskFull = false;
-SystemCalls realCalls;
 
 /// Lets the disk be full at times while it lives.
-class FickleDisk {
-public:
+struct FickleDisk : ReplacedCalls {
     FickleDisk() {
-        realCalls = systemCalls();
         systemCalls().write = [](int file, const void* buffer, size_t size) -> ssize_t {
             errno = ENOSPC;
-            return isDiskFull ? -1 : realCalls.write(file, buffer, size);
+            return isDiskFull ? -1 : ::write(file, buffer, size);
         };
     }
-    FickleDisk(const FickleDisk&) = delete;
-    FickleDisk& operator=(const FickleDisk&) = delete;
-    ~FickleDisk() { systemCalls() = realCalls; }
 };
 
 /// What is true of a process. Each has an executable of its own, so that a record tells whose it is.
@@ -63,10 +57,7 @@ struct Life {
 class RandomRunBooks {
 public:
     explicit RandomRunBooks(uint32_t seed) : random_(seed), steadyClock_(seed % 2 == 0) {
-        processShared().systemNumber = 0;
-        processShared().hasEventSchema = false;
         os().eventSchema.describeProcesses();
-        os().accounts.accounts["S-1-22-1-500"] = {"ann", "HQ"};
         os().kernelTrace.endsWhenRead = false;
         os().processes.onCall = os().versionResources.onCall = os().kernelTrace.onWait = [this] {
             if (isDeferred_ || callsToLive_ == 0 || --callsToLive_ > 0)
@@ -76,7 +67,6 @@ public:
         };
         uint32_t message = 0;
         platform().messageQueues->peek(message); // this thread, which is the tracer's at times, has a queue
-        programState().quitFlag = 0;
         runtallyState().programStart = os().clock.now();
         useSources(roll(3) != 0, roll(2) == 0);
         look();
@@ -86,7 +76,6 @@ public:
     ~RandomRunBooks() {
         isDiskFull = false;
         os().processes.onCall = os().versionResources.onCall = os().kernelTrace.onWait = nullptr;
-        processShared().systemNumber = 0;
     }
 
     void go() {
@@ -109,24 +98,17 @@ private:
     uint32_t anyPid() { return 100 + static_cast<uint32_t>(roll(40)); }
 
     void step(int kind) {
-        if (kind < 28)
-            start(anyPid());
-        else if (kind < 48)
-            end(anyPid(), static_cast<uint32_t>(roll(3)));
-        else if (kind < 53)
-            reuse(anyPid());
-        else if (kind < 58)
-            stepClock();
-        else if (kind < 62)
-            deliver();
-        else if (kind < 65)
-            useSources(roll(3) != 0, roll(2) == 0);
-        else if (kind < 67)
-            isDiskFull = !isDiskFull;
-        else if (kind < 71)
-            killIn(1 + roll(60));
-        else
-            look();
+        const std::pair<int, std::function<void()>> deeds[] = {
+            {28, [&] { start(anyPid()); }},
+            {48, [&] { end(anyPid(), static_cast<uint32_t>(roll(3))); }},
+            {53, [&] { reuse(anyPid()); }},
+            {58, [&] { stepClock(); }},
+            {62, [&] { deliver(); }},
+            {65, [&] { useSources(roll(3) != 0, roll(2) == 0); }},
+            {67, [&] { isDiskFull = !isDiskFull; }},
+            {71, [&] { killIn(1 + roll(60)); }},
+            {100, [&] { look(); }}};
+        std::ranges::find_if(deeds, [&](const auto& deed) { return kind < deed.first; })->second();
     }
 
     /// Starts a process if the id is free; at times one that can't be opened, or not be read for a while.
@@ -173,9 +155,7 @@ private:
     void tell(uint8_t type, uint32_t pid, const std::string& name) {
         if (!isTraced())
             return;
-        PayloadText payload;
-        payload.number(1U).number(pid).number(4U).number(0U).number(0).sid(500, 8).text("/apps/" + name);
-        ScriptedEvent event{type, 2, os().clock.now(), payload.number<uint8_t>(0).bytes()};
+        ScriptedEvent event{type, 2, os().clock.now(), processPayload(pid, "/apps/" + name)};
         const auto process = os().processes.table().at(pid);
         ScriptedProcesses::Table& traced = os().processes.traced;
         // An event that was begun with is finished with.

@@ -1,4 +1,4 @@
-// The road of one process through the collector, from its start to its last record.
+// The road of one process through the collector, from its start to its last record and its line in the diary.
 
 #include "collector/CollectorFixture.h"
 
@@ -9,10 +9,28 @@ namespace Velmor {
 namespace {
 constexpr const char* cad = "c:\\apps\\cad.exe";
 
-class RecordsTest : public ::testing::Test {
+class RecordsTest : public CollectorTest {};
+
+/// The diary of ends.
+class EventLogTest : public CollectorTest {
 protected:
-    int32_t now() { return collector.os.clock.now(); }
-    Collector collector;
+    EventLogTest() {
+        runtallyState().settings.eventLogOn = true;
+        runtallyState().settings.eventLogStem = "procevents";
+        runtallyState().settings.eventLogDays = 7;
+        programState().tempDirectory = temp.path();
+    }
+    ~EventLogTest() override { runtallyState().settings.eventLogOn = false; }
+
+    /// A process that ends at `when`, a moment before now.
+    void end(uint32_t pid, int32_t when) {
+        collector.os.processes.start(pid, "c:\\apps\\cad.exe");
+        collector.report(pid, ProcessState::started, when - 1);
+        collector.report(pid, ProcessState::ended, when);
+        collector.os.processes.end(pid, 0);
+    }
+
+    TempDirectory temp;
 };
 } // namespace
 
@@ -21,8 +39,7 @@ TEST(RecordsOfManyTest, ARuleOnTheUserKnowsTheIdValuesToo) {
                                         {"include user=bob", 0U},
                                         {"include project=p2", 0U}}) { // the value takes the name's place
         Collector fresh(rule);
-        fresh.os.processes.start(7, cad);
-        fresh.report(7, ProcessState::started, fresh.os.clock.now());
+        fresh.start(7, cad);
         fresh.tracked().at(7)->setUser("bob|user id=b7|project id=p1");
         Runtally::dumpAll();
         EXPECT_EQ(fresh.records().size(), records) << rule;
@@ -30,8 +47,7 @@ TEST(RecordsOfManyTest, ARuleOnTheUserKnowsTheIdValuesToo) {
 }
 
 TEST_F(RecordsTest, ARecordReadsToTheLetter) {
-    collector.os.processes.start(7, "C:\\Windows\\System32\\notepad.exe");
-    collector.report(7, ProcessState::started, now());
+    collector.start(7, "C:\\Windows\\System32\\notepad.exe");
     collector.os.clock.advance(300);
     Runtally::dumpAll();
     EXPECT_EQ(dataText(collector.directory.path(), "ProcessLog"),
@@ -40,16 +56,11 @@ TEST_F(RecordsTest, ARecordReadsToTheLetter) {
 }
 
 TEST(RecordsOfManyTest, OddNamesGiveRecordsThatStillParse) {
-    struct Case {
-        const char* path;
-        const char* fields; // name, application, directory
-    };
-    for (const auto& [path, fields] :
-         {Case{"c:\\a:b\\x y.exe", "x y.exe|x y|c_\\a_b\\"}, Case{"/opt/a:0:b", "a_0_b|a_0_b|/opt/"},
-          Case{"/opt/\xe4\xff.bin", "\xe4\xff.bin|\xe4\xff|/opt/"}}) {
+    for (const auto& [path, fields] : {std::pair{"c:\\a:b\\x y.exe", "x y.exe|x y|c_\\a_b\\"},
+                                       {"/opt/a:0:b", "a_0_b|a_0_b|/opt/"},
+                                       {"/opt/\xe4\xff.bin", "\xe4\xff.bin|\xe4\xff|/opt/"}}) {
         Collector fresh;
-        fresh.os.processes.start(7, path);
-        fresh.report(7, ProcessState::started, fresh.os.clock.now());
+        fresh.start(7, path);
         Runtally::dumpAll();
         const auto records = fresh.records();
         ASSERT_EQ(records.size(), 1U) << path;
@@ -58,16 +69,11 @@ TEST(RecordsOfManyTest, OddNamesGiveRecordsThatStillParse) {
 }
 
 TEST(RecordsOfManyTest, InvertedTimesAreDroppedQuietlyWithinTenSecondsOfARecord) {
-    struct Case {
-        bool logged;
-        int32_t before; // seconds by which the end lies before the start
-        bool isError;
-    };
+    using Case = std::tuple<bool, int32_t, bool>; // before: seconds by which the end lies before the start
     for (const auto& [logged, before, isError] : {Case{true, 10, false}, Case{true, 11, true}, Case{false, 1, true}}) {
         Collector fresh;
         const CapturedLog log(1);
-        fresh.os.processes.start(7, cad);
-        fresh.report(7, ProcessState::started, fresh.os.clock.now());
+        fresh.start(7, cad);
         fresh.os.clock.advance(100);
         if (logged)
             Runtally::dumpAll();
@@ -83,8 +89,7 @@ TEST(RecordsOfManyTest, InvertedTimesAreDroppedQuietlyWithinTenSecondsOfARecord)
 
 TEST_F(RecordsTest, AClockSetBackBehindASliceCostsThatSliceOnly) {
     const CapturedLog log(1);
-    collector.os.processes.start(7, cad);
-    collector.report(7, ProcessState::started, now());
+    collector.start(7, cad);
     collector.os.clock.step(-100);
     for (int i = 0; i < 2; ++i) {
         Runtally::dumpAll();
@@ -92,9 +97,8 @@ TEST_F(RecordsTest, AClockSetBackBehindASliceCostsThatSliceOnly) {
     }
     Runtally::dumpAll();
     EXPECT_EQ(log.count("(2.08.28)"), 1U);
-    const auto records = collector.records();
-    ASSERT_EQ(records.size(), 2U);
-    EXPECT_TRUE(records[0].isFirst && records[0].duration == 10 && records[1].duration == 10);
+    EXPECT_EQ(collector.story(), "cad.exe 10 cad.exe 10 ");
+    EXPECT_TRUE(collector.records()[0].isFirst);
 }
 
 TEST_F(RecordsTest, TimesInTheFutureBecomeNow) {
@@ -106,23 +110,18 @@ TEST_F(RecordsTest, TimesInTheFutureBecomeNow) {
     collector.os.clock.advance(10);
     collector.report(7, ProcessState::ended, now() + 30);
     EXPECT_TRUE(log.has("(2.08.27)"));
-    const auto records = collector.records();
-    ASSERT_EQ(records.size(), 1U);
-    EXPECT_EQ(records[0].end(), now());
+    EXPECT_EQ(collector.story(), "cad.exe 10 ");
 }
 
 TEST(RecordsOfManyTest, WhatTheRulesDontWantLeavesNoTraceNotEvenInTheFirstMark) {
     Collector fresh("include duration=60\n");
-    fresh.os.processes.start(7, cad);
-    fresh.report(7, ProcessState::started, fresh.os.clock.now());
+    fresh.start(7, cad);
     for (const int32_t slice : {59, 60, 10, 61}) {
         fresh.os.clock.advance(slice);
         fresh.deliver();
     }
-    const auto records = fresh.records();
-    ASSERT_EQ(records.size(), 2U);
-    EXPECT_TRUE(records[0].isFirst && !records[1].isFirst);
-    EXPECT_EQ(records[0].duration, 60);
+    EXPECT_EQ(fresh.story(), "cad.exe 60 cad.exe 61 ");
+    EXPECT_TRUE(fresh.records()[0].isFirst && !fresh.records()[1].isFirst);
 }
 
 TEST_F(RecordsTest, WhatAPollFindsIsDatedHalfAnIntervalBack) {
@@ -136,8 +135,7 @@ TEST_F(RecordsTest, WhatAPollFindsIsDatedHalfAnIntervalBack) {
     collector.os.clock.advance(100);
     collector.os.processes.end(7, 0);
     collector.poll();
-    ASSERT_EQ(collector.records().size(), 1U);
-    EXPECT_EQ(collector.records()[0].end(), now() - 30);
+    EXPECT_EQ(collector.records().at(0).end(), now() - 30);
     collector.os.processes.end(6, 0);
     collector.poll();
     EXPECT_EQ(collector.records().at(1).end(), now()) << "it was there at the last look";
@@ -155,6 +153,46 @@ TEST_F(RecordsTest, AnUnknownExecutableIsParkedUntilItCanBeRead) {
     Runtally::retryPendingInfo();
     EXPECT_TRUE(runtallyState().registry.pendingInfoMap.empty());
     ASSERT_TRUE(collector.tracked().contains(10));
+}
+
+TEST_F(EventLogTest, AnEndIsALineInTheFileOfTheLocalDay) {
+    collector.os.clock.zoneMinutes = 120;
+    end(1234, now());
+    EXPECT_EQ(readFile(temp / "procevents-2001-09-09.eventlog"),
+              "1000000000|2001-09-09T03:46:40|1234|c:\\apps\\cad.exe|cad|bob|end\n");
+    collector.os.clock.advance(20 * 3600 + 13 * 60 + 20); // midnight by the local clock
+    end(1236, now());
+    EXPECT_EQ(temp.names(), "procevents-2001-09-09.eventlog procevents-2001-09-10.eventlog");
+}
+
+TEST_F(EventLogTest, FilesOlderThanTheConfiguredDaysGoAndOthersStay) {
+    for (const char* name : {"procevents-2001-09-01.eventlog", "procevents-2001-09-02.eventlog",
+                             "procevents-2001-08-31.txt", "other-2001-01-01.eventlog", "procevents-x.eventlog"})
+        temp.write(name, "x\n");
+    std::filesystem::create_directories(temp / "procevents-1999-01-01.eventlog");
+    end(7, now());
+    EXPECT_EQ(temp.names(), "other-2001-01-01.eventlog procevents-1999-01-01.eventlog procevents-2001-08-31.txt "
+                            "procevents-2001-09-02.eventlog procevents-2001-09-09.eventlog");
+    collector.os.clock.advance(86400);
+    end(7, now());
+    EXPECT_FALSE(std::filesystem::exists(temp / "procevents-2001-09-02.eventlog"));
+}
+
+TEST_F(EventLogTest, LinesThatCantBeWrittenWaitAndAreReportedOnceAMinute) {
+    const CapturedLog log(1);
+    std::filesystem::remove_all(temp.path());
+    end(7, now());
+    EXPECT_TRUE(log.has("(2.08.04) (Message not found.) Parameters: log-to-file"));
+    EXPECT_EQ(collector.records().size(), 1U) << "usage isn't touched by it";
+    end(8, now());
+    EXPECT_EQ(log.count("(2.08.33)"), 1U);
+    std::filesystem::create_directories(temp.path());
+    end(9, now());
+    EXPECT_EQ(linesOf(readFile(temp / "procevents-2001-09-09.eventlog")).size(), 3U);
+    std::filesystem::remove(temp / "procevents-2001-09-09.eventlog");
+    std::filesystem::create_symlink("/dev/full", temp / "procevents-2001-09-09.eventlog");
+    end(7, now());
+    EXPECT_EQ(log.count("(2.08.33)"), 2U);
 }
 
 } // namespace Velmor

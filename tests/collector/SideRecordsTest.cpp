@@ -18,7 +18,7 @@ constexpr uint32_t pid = 1234;
 constexpr const char* fourCounters =
     "Elapsed Time|abs\n% Processor Time|avg\nPrivate Bytes|avg\nIO Data Bytes/sec|avg\n";
 
-class SideRecordsTest : public ::testing::Test {
+class SideRecordsTest : public CollectorTest {
 protected:
     using Lines = std::vector<std::string>;
 
@@ -31,10 +31,7 @@ protected:
 
     ScriptedPlatform& os() { return collector.os; }
     Process& tracked(uint32_t id) { return *collector.tracked().at(id); }
-    ProcessPointer start(uint32_t id, const std::string& path) {
-        os().processes.start(id, path);
-        return collector.report(id, ProcessState::started, os().clock.now());
-    }
+    ProcessPointer start(uint32_t id, const std::string& path) { return collector.start(id, path); }
     void end(uint32_t id, uint32_t exitCode) {
         os().processes.end(id, exitCode);
         collector.report(id, ProcessState::ended, os().clock.now());
@@ -77,7 +74,6 @@ protected:
         return records.empty() ? "none" : records.back().measures[1] + ":" + records.back().measures[2];
     }
 
-    Collector collector;
     std::atomic<int32_t> report{Report::nothing};
 };
 } // namespace

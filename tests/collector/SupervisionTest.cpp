@@ -28,13 +28,13 @@ struct Script {
     std::atomic<int> goodRounds{0};
     std::atomic<bool> holdsRegistry{false};
 };
-Script script;
+std::unique_ptr<Script> script; // of the test that runs
 
 uint32_t goodWorker(void* argument) {
     auto& record = *static_cast<ThreadRecord*>(argument);
     while (record.report != Report::stop) {
         reportStatus(record.report, false);
-        ++script.goodRounds;
+        ++script->goodRounds;
         rest();
     }
     return 0;
@@ -48,17 +48,17 @@ uint32_t goodWorker(void* argument) {
 
 uint32_t oddWorker(void* argument) {
     auto& record = *static_cast<ThreadRecord*>(argument);
-    ++script.starts;
+    ++script->starts;
     while (record.report != Report::stop) {
-        reportStatus(record.report, script.isFatal);
-        ++script.rounds;
-        if (script.takesRegistry.exchange(false))
-            script.holdsRegistry = Runtally::checkOutAll();
-        if (script.hangs.exchange(false))
+        reportStatus(record.report, script->isFatal);
+        ++script->rounds;
+        if (script->takesRegistry.exchange(false))
+            script->holdsRegistry = Runtally::checkOutAll();
+        if (script->hangs.exchange(false))
             nativePlatform().clock->sleep(3600000);
-        if (script.hangsBusy.exchange(false))
+        if (script->hangsBusy.exchange(false))
             spin();
-        if (script.dies.exchange(false))
+        if (script->dies.exchange(false))
             return 1;
         rest();
     }
@@ -88,28 +88,21 @@ public:
     bool configureCollector() override { return true; }
 };
 
-class SupervisionTest : public ::testing::Test {
+class SupervisionTest : public CollectorTest {
 protected:
     SupervisionTest() {
-        for (std::atomic<bool>* word : {&script.hangs, &script.hangsBusy, &script.takesRegistry, &script.dies,
-                                        &script.isFatal, &script.holdsRegistry})
-            *word = false;
-        script.starts = 0;
-        programState().quitFlag = 0;
+        script = std::make_unique<Script>();
         EXPECT_TRUE(agent.startThreads());
-        EXPECT_TRUE(eventually([] { return script.starts == 1; }));
+        EXPECT_TRUE(eventually([] { return script->starts == 1; }));
     }
-    ~SupervisionTest() override {
-        EXPECT_TRUE(agent.stopAndVerify());
-        programState().quitFlag = 0;
-    }
+    ~SupervisionTest() override { EXPECT_TRUE(agent.stopAndVerify()); }
 
     /// Lets all workers that can go round.
     void awaitRounds() {
-        const int rounds = script.rounds;
-        const int good = script.goodRounds;
+        const int rounds = script->rounds;
+        const int good = script->goodRounds;
         EXPECT_TRUE(eventually(
-            [&] { return script.goodRounds > good + 1 && (!oddOneGoesRound || script.rounds > rounds + 1); }));
+            [&] { return script->goodRounds > good + 1 && (!oddOneGoesRound || script->rounds > rounds + 1); }));
     }
     /// A pass, after they have.
     bool pass() {
@@ -118,22 +111,21 @@ protected:
     }
     void letOddOneDie() {
         oddOneGoesRound = false;
-        script.dies = true;
+        script->dies = true;
         EXPECT_TRUE(eventually([&] { return Supervised::hasEnded(agent.odd); }));
     }
 
     bool oddOneGoesRound = true;
-    Collector collector;
     Supervised agent;
 };
 } // namespace
 
 TEST_F(SupervisionTest, AHungWorkerIsKilledAndStartedAgainWithinThreePassesAndItsLockIsFree) {
     for (const bool busy : {false, true}) {
-        const int starts = script.starts;
-        script.takesRegistry = true;
-        EXPECT_TRUE(eventually([] { return script.holdsRegistry.load(); }));
-        std::atomic<bool>& hangs = busy ? script.hangsBusy : script.hangs;
+        const int starts = script->starts;
+        script->takesRegistry = true;
+        EXPECT_TRUE(eventually([] { return script->holdsRegistry.load(); }));
+        std::atomic<bool>& hangs = busy ? script->hangsBusy : script->hangs;
         hangs = true;
         EXPECT_TRUE(eventually([&] { return !hangs; }));
         oddOneGoesRound = false;
@@ -145,8 +137,8 @@ TEST_F(SupervisionTest, AHungWorkerIsKilledAndStartedAgainWithinThreePassesAndIt
         }
         ASSERT_TRUE(isFree);
         Runtally::checkInAll();
-        EXPECT_TRUE(eventually([&] { return script.starts == starts + 1; }));
-        script.holdsRegistry = false;
+        EXPECT_TRUE(eventually([&] { return script->starts == starts + 1; }));
+        script->holdsRegistry = false;
         oddOneGoesRound = true;
         EXPECT_TRUE(pass()); // so that the second round begins in the other phase
     }
@@ -155,10 +147,10 @@ TEST_F(SupervisionTest, AHungWorkerIsKilledAndStartedAgainWithinThreePassesAndIt
 TEST_F(SupervisionTest, WorkersThatAreWellAreLeftAloneAndOneThatDiedIsStartedAgainAtTheNextPass) {
     for (int i = 0; i < 6; ++i)
         EXPECT_TRUE(pass());
-    EXPECT_EQ(script.starts, 1);
+    EXPECT_EQ(script->starts, 1);
     letOddOneDie();
     EXPECT_TRUE(agent.checkThreads());
-    EXPECT_TRUE(eventually([] { return script.starts == 2; }));
+    EXPECT_TRUE(eventually([] { return script->starts == 2; }));
 }
 
 TEST_F(SupervisionTest, WithTheQuitFlagNothingIsStartedAgain) {
@@ -166,7 +158,7 @@ TEST_F(SupervisionTest, WithTheQuitFlagNothingIsStartedAgain) {
     letOddOneDie();
     EXPECT_TRUE(pass());
     EXPECT_TRUE(pass()) << "an answer that the quit flag was seen is an answer";
-    EXPECT_EQ(script.starts, 1);
+    EXPECT_EQ(script->starts, 1);
 }
 
 TEST_F(SupervisionTest, AFatalWorkerEndsTheProgramInOrder) {
@@ -174,25 +166,27 @@ TEST_F(SupervisionTest, AFatalWorkerEndsTheProgramInOrder) {
     uint32_t message = 0;
     platform().messageQueues->peek(message); // this thread has a queue from now on
     programState().mainThreadId = platform().threads->currentId();
-    script.isFatal = true;
+    script->isFatal = true;
     collector.os.clock.onSleep = [this] { awaitRounds(); };
     uint32_t id = 0;
     uint32_t error = 0;
+    const uint32_t begin = collector.os.clock.ticks();
     const ThreadHandle monitor = platform().threads->create(statusMonitor, static_cast<Agent*>(&agent), id, error);
     EXPECT_FALSE(platform().messageQueues->wait(message));
     EXPECT_TRUE(programState().quitFlag);
+    EXPECT_GT(collector.os.clock.ticks() - begin, 125000U) << "five to begin, and a minute to each of two passes";
     EXPECT_TRUE(log.has("Check: Thread \"Odd\" has reported a fatal error. We are shutting down."));
     EXPECT_TRUE(log.has("statusMonitor is exiting due to failed threads."));
     uint32_t code = stillActive;
     EXPECT_TRUE(eventually([&] { return platform().threads->exitCode(monitor, code, error) && code != stillActive; }));
     collector.os.clock.onSleep = nullptr;
-    EXPECT_EQ(script.starts, 1);
+    EXPECT_EQ(script->starts, 1);
 }
 
 TEST_F(SupervisionTest, WorkersThatDontListenAreEndedByForce) {
     const CapturedLog log(2);
-    script.hangs = true;
-    EXPECT_TRUE(eventually([] { return !script.hangs; }));
+    script->hangs = true;
+    EXPECT_TRUE(eventually([] { return !script->hangs; }));
     agent.stopThreads();
     EXPECT_TRUE(eventually([&] { return Supervised::hasEnded(agent.good); }));
     EXPECT_TRUE(agent.verifyStoppedThreads());

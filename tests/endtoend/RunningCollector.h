@@ -18,6 +18,10 @@ public:
         std::string name;
         std::string text;
     };
+    static constexpr const char* polling =
+        "        process-data () = \"\" { polling (Bool) = true { interval (TimeSpan) = P1S { } } }\n";
+    static inline const File everything{"include-exclude", "include datatype=*\n"};
+
     /// Starts it, and waits until it says that it is ready.
     RunningCollector(const std::string& settings, const std::string& logging, const std::vector<File>& files,
                      int debugLevel = 5);

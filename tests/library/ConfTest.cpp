@@ -1,6 +1,5 @@
 #include "shared/library/common/configuration/ConfReader.h"
 #include "shared/library/logger/LoggerCentre.h"
-#include "support/ScriptedPlatform.h"
 #include "support/TempDirectory.h"
 
 #include "shared/library/logger/LoggerUnit.h"
@@ -36,22 +35,17 @@ TEST_F(ConfTest, EntriesNestAndSpread) {
          "/* between */ g (String) = h/i#j { } // end\n"
          "k (String) = a//b\n{ }\n"
          "m (String) = = { } n (String) = \"C:\\\\x\\ty\" { }\n");
-    EXPECT_EQ(value("a.b"), "x");
-    EXPECT_EQ(value("a.b.c"), "y \" z");
-    EXPECT_EQ(value("a.d"), "e # // f");
-    EXPECT_EQ(value("a"), "<none>") << "the second of one name is never tried";
-    EXPECT_EQ(value("g"), "h/i#j");
-    EXPECT_EQ(value("k"), "a");
-    EXPECT_EQ(value("m"), "=");
-    EXPECT_EQ(value("n"), "C:\\x\\y") << "each backslash takes the next character along";
+    // The second of one name is never tried, and each backslash takes the next character along.
+    using Case = std::pair<const char*, const char*>;
+    for (const auto& [key, text] :
+         {Case{"a.b", "x"}, Case{"a.b.c", "y \" z"}, Case{"a.d", "e # // f"}, Case{"a", "<none>"}, Case{"g", "h/i#j"},
+          Case{"k", "a"}, Case{"m", "="}, Case{"n", "C:\\x\\y"}})
+        EXPECT_EQ(value(key), text) << key;
     EXPECT_EQ(reader.getLastError(), "");
 }
 
 TEST_F(ConfTest, MistakesNameTheirLineAndKeepWhatStandsBefore) {
-    struct Case {
-        const char* text;
-        int line; // 0: no mistake
-    };
+    using Case = std::pair<const char*, int>; // the line 0: no mistake
     for (const auto& [text, line] :
          {Case{"ok (String) = 1 { }\na (String) b { }", 2}, Case{"ok (String) = 1 { }\n\na String", 3},
           Case{"ok (String) = 1 { } a (String = b { }", 1}, Case{"ok (String) = 1 { }\na (String) = b c { }", 2},
@@ -59,25 +53,16 @@ TEST_F(ConfTest, MistakesNameTheirLineAndKeepWhatStandsBefore) {
         read(text);
         EXPECT_EQ(value("ok"), "1") << text;
         const std::string& error = reader.getLastError();
-        if (line == 0)
-            EXPECT_EQ(error, "") << text;
-        else
-            EXPECT_NE(error.find("line " + std::to_string(line) + ";"), std::string::npos) << text << ": " << error;
+        const bool isTold = error.find("line " + std::to_string(line) + ";") != std::string::npos;
+        EXPECT_TRUE(line == 0 ? error.empty() : isTold) << text << ": " << error;
     }
     read("a (String) = b {");
     EXPECT_EQ(value("a"), "b") << "an entry cut off inside its block is kept";
-}
-
-TEST_F(ConfTest, DamagedFilesNeverCrashOrHang) {
     std::string deep;
     for (int i = 0; i < 100000; ++i)
         deep += "a()=b{";
     read(deep);
-    EXPECT_NE(reader.getLastError(), "");
-    for (const std::string& damage : {std::string(1 << 20, '('), std::string("\0\xff\"'{}()=\\", 10)}) {
-        read("ok (String) = 1 { }\n" + damage);
-        EXPECT_EQ(value("ok"), "1");
-    }
+    EXPECT_NE(reader.getLastError(), "") << "and never a crash";
 }
 
 TEST_F(ConfTest, EachTypeHasItsRules) {
@@ -118,12 +103,10 @@ TEST_F(ConfTest, ReferencesAreResolvedInTurn) {
     EXPECT_EQ(value("b"), "/x\\y") << "a directory brings its separator";
     EXPECT_EQ(value("c"), "/x\\y/x\\y");
     std::string text;
-    const std::pair<const char*, int32_t> cases[] = {{"d", ConfReader::NOT_FOUND},
-                                                     {"e", ConfReader::BAD_REFERENCE},
-                                                     {"f", ConfReader::BAD_REFERENCE},
-                                                     {"h", ConfReader::NO_TYPE},
-                                                     {"i", ConfReader::BAD_REFERENCE}};
-    for (const auto& [key, code] : cases)
+    using Case = std::pair<const char*, int32_t>;
+    for (const auto& [key, code] :
+         {Case{"d", ConfReader::NOT_FOUND}, Case{"e", ConfReader::BAD_REFERENCE}, Case{"f", ConfReader::BAD_REFERENCE},
+          Case{"h", ConfReader::NO_TYPE}, Case{"i", ConfReader::BAD_REFERENCE}})
         EXPECT_EQ(reader.getString(key, text, false, false), code) << key;
 }
 

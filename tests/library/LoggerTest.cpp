@@ -23,18 +23,24 @@ std::string formatted(std::string format, const ParamStream& parameters) {
     return format;
 }
 
+/// The settings of a program that has just begun, but for these.
+void beginAnew(uint32_t scheme, int32_t period, uint32_t limit) {
+    const LogFileSettings fresh;
+    LogFileSettings& settings = logFileSettings();
+    settings.programName = "Test";
+    settings.rotationScheme = scheme;
+    settings.rotationPeriod = period;
+    settings.sizeLimit = limit;
+    settings.rotateAtStart = fresh.rotateAtStart.load();
+    settings.lastPeriod = fresh.lastPeriod.load();
+    settings.lastSizeLimit = fresh.lastSizeLimit.load();
+}
+
 class LogFileTest : public RuntimeFixture {
 protected:
     LogFileTest() {
         std::filesystem::create_directory(directory / "log");
-        LogFileSettings& settings = logFileSettings();
-        settings.programName = "Test";
-        settings.rotationScheme = 0;
-        settings.rotationPeriod = 0;
-        settings.sizeLimit = 10;
-        settings.rotateAtStart = true;
-        settings.lastPeriod = 0;
-        settings.lastSizeLimit = 0;
+        beginAnew(0, 0, 10);
         os.clock.set(1211180123); // 2008-05-19T06:55:23Z
         LoggerUnit::setDebugLevel(5);
         LoggerUnit::setSeverityLevel(0);
@@ -127,14 +133,9 @@ TEST_F(LogFileTest, ACatalogueWordsTheMessagesOfTheModulesThatAreAskedFor) {
 }
 
 TEST_F(LogFileTest, RotationGoesByItsScheme) {
-    struct Case {
-        uint32_t scheme;
-        uint32_t limit; // megabytes
-        bool isBig;
-        int32_t pause;       // seconds before the line that may rotate
-        const char* atFirst; // the counter of rotations, when the first line has come to a file that was there
-        const char* afterwards;
-    };
+    // The limit in megabytes, the seconds before the line that may rotate, and the counter of rotations: when the first
+    // line has come to a file that was there, and afterwards.
+    using Case = std::tuple<uint32_t, uint32_t, bool, int32_t, const char*, const char*>;
     using A = LoggerAgentFile;
     int number = 0;
     for (const auto& [scheme, limit, isBig, pause, atFirst, afterwards] :
@@ -146,12 +147,7 @@ TEST_F(LogFileTest, RotationGoesByItsScheme) {
           Case{A::schemeInit | A::schemeSize, 0, false, 1, "1", "1"},
           Case{A::schemeInit | A::schemeTime, 1, true, 1, "", ""}}) {
         os.registry.values.clear();
-        LogFileSettings& settings = logFileSettings();
-        settings.rotationScheme = scheme;
-        settings.rotationPeriod = 60;
-        settings.sizeLimit = limit;
-        settings.rotateAtStart = true;
-        settings.lastPeriod = 0;
+        beginAnew(scheme, 60, limit);
         const std::string name = "log/r" + std::to_string(++number) + "/x.log";
         std::filesystem::create_directories(std::filesystem::path(directory / name).parent_path());
         directory.write(name, "of before\n");
@@ -259,10 +255,14 @@ TEST_F(LogFileTest, NumberedMessagesAreForwardedAsTheyAreOrStayInTheLog) {
     LogCommons::encodeMessage(message, debugText);
     EXPECT_TRUE(messenger.post(debugText));
     std::vector<std::string> received;
-    eventually([&] {
-        core.receive(received);
-        return !received.empty();
-    });
+    const auto haveCome = [&](size_t count) {
+        return eventually([&] {
+            messenger.sendWaiting();
+            core.receive(received);
+            return received.size() == count;
+        });
+    };
+    EXPECT_TRUE(haveCome(1));
     EXPECT_EQ(received, std::vector<std::string>{"Velmor\x1bLOGMSG\x1b\x1b" + text + "\x1b"});
     Monopoly turn("Velmor_MailSlot", NamedLockAccess::family);
     ASSERT_TRUE(turn.enforce());
@@ -271,20 +271,13 @@ TEST_F(LogFileTest, NumberedMessagesAreForwardedAsTheyAreOrStayInTheLog) {
     EXPECT_EQ(os.clock.ticks(), begin) << "whoever logs waits for nobody";
     turn.relax();
     EXPECT_EQ(messenger.sendWaiting(), 0U);
-    EXPECT_TRUE(eventually([&] {
-        core.receive(received);
-        return received.size() == 2;
-    })) << "what had to wait is sent on";
+    EXPECT_TRUE(haveCome(2)) << "what had to wait is sent on";
     ASSERT_TRUE(turn.enforce());
     for (int i = 0; i < 1003; ++i)
         EXPECT_FALSE(messenger.post(text));
     EXPECT_EQ(messenger.sendWaiting(), 3U) << "the oldest make room";
     turn.relax();
-    EXPECT_TRUE(eventually([&] {
-        messenger.sendWaiting();
-        core.receive(received);
-        return received.size() == 1002;
-    }));
+    EXPECT_TRUE(haveCome(1002));
 }
 
 TEST_F(LogFileTest, AMessageBehindOneThatStandsStillGivesUpSoonAndALostThreadGivesItsTurnBack) {

@@ -13,8 +13,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
-#include <csignal>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -28,7 +26,7 @@ namespace Velmor {
 namespace {
 constexpr const char* sessionName = "test";
 
-/// What came, for the callback, which is a plain function.
+/// What came.
 struct Seen {
     std::mutex mutex;
     std::string prefix; // of the executables that count, or of their file names
@@ -39,11 +37,9 @@ struct Seen {
     std::map<std::string, int> names; // with the number of starts
     std::set<int64_t> codes;          // -1 for one that can't be learnt
 };
-Seen* seen = nullptr;
-std::atomic<bool> goesOn{true};
 
-void onEvent(const TraceEvent& event) {
-    const std::lock_guard lock(seen->mutex);
+void take(Seen& seen, const TraceEvent& event) {
+    const std::lock_guard lock(seen.mutex);
     constexpr size_t sidPlace = 8; // behind the ids; 0 without one
     uint32_t sid = 0;
     std::memcpy(&sid, event.payload.data() + sidPlace, sizeof(sid));
@@ -52,24 +48,24 @@ void onEvent(const TraceEvent& event) {
     uint32_t pid = 0;
     std::memcpy(&pid, event.payload.data(), sizeof(pid));
     if (name == "<<lost>>") {
-        ++seen->lostNames;
+        ++seen.lostNames;
         return;
     }
-    if (!name.substr(name.rfind('/') + 1).starts_with(seen->prefix))
+    if (!name.substr(name.rfind('/') + 1).starts_with(seen.prefix))
         return;
     uint32_t error = 0;
-    const ProcessHandle handle = seen->processes->open(pid, error);
+    const ProcessHandle handle = seen.processes->open(pid, error);
     std::string path;
-    if (!handle || !seen->processes->modulePath(handle, 0, path, error) || path != name)
+    if (!handle || !seen.processes->modulePath(handle, 0, path, error) || path != name)
         ADD_FAILURE() << "an event's process can't be opened: " << name;
     if (event.type == 1) {
-        ++seen->starts;
-        ++seen->names[name];
+        ++seen.starts;
+        ++seen.names[name];
         return;
     }
-    ++seen->ends;
+    ++seen.ends;
     uint32_t code = 0;
-    seen->codes.insert(handle && seen->processes->exitCode(handle, code, error) ? int64_t{code} : -1);
+    seen.codes.insert(handle && seen.processes->exitCode(handle, code, error) ? int64_t{code} : -1);
 }
 
 class KernelTraceTest : public testing::Test {
@@ -79,21 +75,11 @@ protected:
             GTEST_SKIP() << "process events need root";
         record.prefix = "w" + std::to_string(getpid());
         record.processes = &processes;
-        seen = &record;
-        goesOn = true;
         program = directory / record.prefix;
         std::filesystem::copy_file("/bin/false", program);
     }
 
-    /// Runs the program some times under a session with these sources; false if there is none.
-    bool watch(LinuxKernelTrace& trace, int count) {
-        return watch(trace, [&] {
-            for (int i = 0; i < count; ++i)
-                Child({program}).reap();
-            awaitEnds(count);
-        });
-    }
-
+    /// Notes what comes while that happens; false if there is no session.
     bool watch(LinuxKernelTrace& trace, const std::function<void()>& happens) {
         record.starts = record.ends = record.lostNames = 0;
         record.names.clear();
@@ -102,23 +88,17 @@ protected:
             return false;
         uint32_t error = 0;
         TraceHandle handle = trace.open(sessionName, error);
-        std::thread reader([&] { trace.process(handle, onEvent, [] { return goesOn.load(); }); });
+        std::thread reader([&] { trace.process(handle, onEvent, [] { return true; }); });
         happens();
         EXPECT_EQ(trace.stop(sessionName), NativeError::success);
         reader.join();
         return true;
     }
 
-    bool awaitEnds(int count) {
-        return eventually([&] {
-            const std::lock_guard lock(record.mutex);
-            return record.ends + record.lostNames / 2 >= count;
-        });
-    }
-
     LinuxProcesses processes;
     TempDirectory directory;
     Seen record;
+    const KernelTrace::EventCallback onEvent = [this](const TraceEvent& event) { take(record, event); };
     std::string program;
 };
 } // namespace
@@ -135,7 +115,16 @@ TEST_F(KernelTraceTest, EachSourceThatIsOffCostsWhatItTells) {
              Case{"no codes", {true, false, false, true}, true, -1},
          }) {
         LinuxKernelTrace trace(processes, sources);
-        ASSERT_TRUE(watch(trace, count)) << what << trace.shortcomings();
+        ASSERT_TRUE(watch(trace,
+                          [this] {
+                              for (int i = 0; i < count; ++i)
+                                  Child({program}).reap();
+                              eventually([this] {
+                                  const std::lock_guard lock(record.mutex);
+                                  return record.ends + record.lostNames / 2 >= count;
+                              });
+                          }))
+            << what << trace.shortcomings();
         if (!namesAll) {
             EXPECT_EQ(record.starts, 0) << what;
             EXPECT_GE(record.lostNames, 2 * count) << what;

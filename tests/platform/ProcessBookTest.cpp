@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <set>
 #include <sstream>
@@ -11,12 +12,12 @@ namespace Velmor {
 namespace {
 constexpr int64_t millisecond = 1'000'000;
 
+/// Processes of which 50 can be named as it runs, and 51 when it has ended.
 struct PaperFacts : ProcessFacts {
     bool executable(uint32_t pid, int64_t, std::string& path) override {
-        const auto found = links.find(pid);
-        if (found != links.end())
-            path = found->second;
-        return found != links.end();
+        if (pid == 50)
+            path = "/bin/lives";
+        return pid == 50;
     }
     bool describe(uint32_t, TableEntry&) override { return false; }
     bool hasEnded(uint32_t pid, uint64_t) override {
@@ -24,16 +25,10 @@ struct PaperFacts : ProcessFacts {
         return ended.contains(pid);
     }
     bool epitaph(uint32_t pid, uint64_t, std::string& path, uid_t& owner, uint32_t& code) override {
-        if (!epitaphs.contains(pid))
-            return false;
-        path = epitaphs[pid];
-        owner = 9;
-        code = 5;
-        return true;
+        std::tie(path, owner, code) = std::tuple("/bin/dead", 9, 5);
+        return pid == 51;
     }
 
-    std::map<uint32_t, std::string> links;
-    std::map<uint32_t, std::string> epitaphs;
     std::set<uint32_t> ended;
     int looks = 0; // for an end
 };
@@ -93,38 +88,28 @@ struct Desk {
     void act(const std::string& step) {
         std::istringstream words(step);
         std::string what;
-        std::string path;
         int64_t at = 0;
         uint32_t pid = 0;
+        uint32_t thread = 0;
         words >> what >> at >> pid;
+        at *= millisecond;
         const auto number = [&](int64_t otherwise) {
             int64_t given = otherwise;
             return words >> given ? given : otherwise;
         };
-        at *= millisecond;
-        if (what == "fork") {
-            book.forked(at, static_cast<uint32_t>(number(10)), pid);
-        } else if (what == "thread") {
-            book.threadStarted(at, pid);
-        } else if (what == "exec") {
-            words >> path;
-            book.executed(at, pid, path);
-        } else if (what == "owner") {
-            book.ownerChanged(at, pid, static_cast<uid_t>(number(0)));
-        } else if (what == "exit") {
-            book.exited(at, pid, pid, number(0));
-        } else if (what == "exit-thread") {
-            const auto thread = static_cast<uint32_t>(number(0));
-            book.exited(at, pid, thread, number(0));
-        } else if (what == "dead") {
-            facts.ended.insert(pid);
-        } else if (what == "tick") {
-            book.tick(at);
-        } else if (what == "doubt") {
-            book.doubt(at != 0);
-        } else {
-            ADD_FAILURE() << step;
-        }
+        const auto id = [&](int64_t otherwise) { return static_cast<uint32_t>(number(otherwise)); };
+        std::string path;
+        const std::map<std::string, std::function<void()>> deeds{
+            {"fork", [&] { book.forked(at, id(10), pid); }},
+            {"thread", [&] { book.threadStarted(at, pid); }},
+            {"exec", [&] { words >> path, book.executed(at, pid, path); }},
+            {"owner", [&] { book.ownerChanged(at, pid, id(0)); }},
+            {"exit", [&] { book.exited(at, pid, pid, number(0)); }},
+            {"exit-thread", [&] { words >> thread, book.exited(at, pid, thread, number(0)); }},
+            {"dead", [&] { facts.ended.insert(pid); }},
+            {"tick", [&] { book.tick(at); }},
+            {"doubt", [&] { book.doubt(at != 0); }}};
+        deeds.at(what)();
     }
 
     PaperFacts facts;
@@ -133,11 +118,7 @@ struct Desk {
 } // namespace
 
 TEST(ProcessBookTest, Stories) {
-    struct Story {
-        const char* what;
-        const char* happens;
-        const char* news;
-    };
+    using Story = std::tuple<const char*, const char*, const char*>;
     for (const auto& [what, happens, news] : {
              Story{"an execution is the start", "fork 100 20,|,exec 101 20 /bin/true,exit 102 20 3",
                    "| +20 /bin/true 1000 at 101; -20 /bin/true 3 at 102; "},
@@ -176,8 +157,6 @@ TEST(ProcessBookTest, Stories) {
                    "+20 /bin/sh 1000 at 9700; -20 /bin/sh -2 at 9800; "},
          }) {
         Desk desk;
-        desk.facts.links[50] = "/bin/lives";
-        desk.facts.epitaphs[51] = "/bin/dead";
         EXPECT_EQ(desk.tell(happens), news) << what;
     }
 }

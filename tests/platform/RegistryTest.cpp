@@ -50,12 +50,8 @@ TEST_F(RegistryTest, WrittenValuesWinAndTheAdministratorsFileStaysAsItIs) {
     EXPECT_EQ(read("InstallDir"), "1:/opt");
     EXPECT_EQ(readFile(path), text);
     EXPECT_FALSE(registry.writeText("LogCounter", "\xff", error)) << "no text that the file could hold";
-    LinuxRegistry another;
-    uint32_t type = 0;
-    std::string data;
-    ASSERT_TRUE(another.writeText("JOB_Runtally", "13", error));
-    ASSERT_TRUE(another.read("LogCounter", type, data, error)) << "what others wrote stays";
-    EXPECT_EQ(data, nasty);
+    ASSERT_TRUE(LinuxRegistry().writeText("JOB_Runtally", "13", error));
+    EXPECT_EQ(read("LogCounter"), "1:" + nasty) << "what others wrote stays";
     EXPECT_EQ(read("JOB_Runtally"), "1:13") << "what another program wrote is seen";
 }
 
@@ -75,22 +71,17 @@ TEST_F(RegistryTest, TheServiceManagersDirectoriesCountWithoutOnesOfOurOwn) {
 TEST_F(RegistryTest, TheCauseNamesFileAndLineOrWhatToDo) {
     EXPECT_FALSE(registry.isReadable(cause));
     EXPECT_NE(cause.find("VELMOR_RESOURCES"), std::string::npos) << cause;
-    directory.write("resources.toml", "A = \"1\"\nB = = 2\n");
-    EXPECT_FALSE(registry.isReadable(cause));
-    EXPECT_NE(cause.find(directory / "resources.toml"), std::string::npos) << cause;
-    EXPECT_NE(cause.find("line 2"), std::string::npos) << cause;
-    EXPECT_EQ(cause.find('\n'), std::string::npos);
     for (const char* value : {"2147483648", "1.5", "true", "[1, 2]", "{ x = \"y\" }"}) {
         directory.write("resources.toml", std::string("A = \"1\"\n\nLevel = ") + value + "\n");
         EXPECT_FALSE(registry.isReadable(cause)) << value;
         EXPECT_NE(cause.find("line 3 (Level"), std::string::npos) << cause;
     }
-    for (const char* line : {"[\xEF\xBB\xBF"
-                             "B]",
-                             "\xCE\xA2\xCE\xA2 = 1"}) { // foreign letters in a name
-        directory.write("resources.toml", std::string("A = \"1\"\n") + line + "\n");
+    for (const char* line : {"B = = 2", "[\xEF\xBB\xBF_]", "\xCE\xA2\xCE\xA2 = 1"}) { // foreign letters in a name
+        const std::string path = directory.write("resources.toml", std::string("A = \"1\"\n") + line + "\n");
         EXPECT_FALSE(registry.isReadable(cause)) << line;
+        EXPECT_NE(cause.find(path), std::string::npos) << cause;
         EXPECT_NE(cause.find("line 2"), std::string::npos) << cause;
+        EXPECT_EQ(cause.find('\n'), std::string::npos);
     }
     setenv("VELMOR_RESOURCES", directory.path().c_str(), 1);
     EXPECT_FALSE(registry.isReadable(cause)) << "a directory";

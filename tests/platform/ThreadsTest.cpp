@@ -5,12 +5,10 @@
 #include "platform/linux/machine/LinuxClock.h"
 #include "platform/linux/threads/LinuxCriticalSections.h"
 #include "platform/linux/threads/LinuxMessageQueues.h"
-#include "support/Child.h"
 #include "support/Eventually.h"
 #include "support/RuntimeFixture.h"
 
 #include <atomic>
-#include <csignal>
 
 namespace Velmor {
 

@@ -40,8 +40,7 @@ protected:
         if (!resource)
             return {};
         const auto translations = resource->translations();
-        if (translations.size() != 1 || translations[0].language != 1033 || translations[0].codePage != 1200)
-            return "bad translations";
+        EXPECT_TRUE(translations.size() == 1 && translations[0].language == 1033 && translations[0].codePage == 1200);
         std::string all;
         for (const char* name : {"FileDescription", "ProductName", "FileVersion"}) {
             std::string value;

@@ -16,8 +16,7 @@ protected:
     EventDecoderTest() {
         Process::setLogger({});
         processShared().systemNumber = 0;
-        processShared().hasEventSchema = false;
-        os.accounts.accounts["S-1-22-1-500"] = {"ann", "HQ"};
+        processShared().hasEventSchema = ProcessShared().hasEventSchema.load();
     }
     ~EventDecoderTest() override { processShared().systemNumber = 0; }
 
@@ -37,15 +36,9 @@ SchemaProperty of(uint32_t cimType, SchemaQualifiers qualifiers = {}) {
 
 /// The object that an event gives.
 std::unique_ptr<Process> made(const ScriptedEvent& event) {
-    static std::unique_ptr<Process> process;
-    event.handOver([](const TraceEvent& e) { process = std::make_unique<Process>(e); });
-    return std::move(process);
-}
-
-std::vector<uint8_t> processPayload(uint32_t pid, uint32_t parent, std::string_view image) {
-    PayloadText payload;
-    payload.number(0xdeadbeefU).number(pid).number(parent).number(0U).number(0).sid(500, 8);
-    return payload.text(image).number<uint8_t>(0).bytes();
+    std::unique_ptr<Process> process;
+    event.handOver([&](const TraceEvent& e) { process = std::make_unique<Process>(e); });
+    return process;
 }
 } // namespace
 
@@ -53,19 +46,12 @@ TEST_F(EventDecoderTest, EachTypeHasItsWidth) {
     const SchemaQualifiers two{{"MAX", 2}};
     using Case = std::tuple<SchemaProperty, size_t, ptrdiff_t>;
     int number = 0;
-    for (const auto& [type, width] : {std::pair{2U, 2},
-                                      {3U, 4},
-                                      {11U, 4},
-                                      {16U, 1},
-                                      {18U, 2},
-                                      {19U, 4},
-                                      {20U, 8},
-                                      {21U, 8},
-                                      {103U, 2},
-                                      {12U, -1},
-                                      {13U, -1}}) {
+    using Width = std::pair<uint32_t, ptrdiff_t>;
+    for (const auto& [type, width] : {Width{2, 2}, Width{3, 4}, Width{11, 4}, Width{16, 1}, Width{18, 2}, Width{19, 4},
+                                      Width{20, 8}, Width{21, 8}, Width{103, 2}, Width{12, -1}, Width{13, -1}}) {
         EXPECT_EQ(take(of(type), std::vector<uint8_t>(40, 1)), width) << type;
-        EXPECT_EQ(take(of(type), std::vector<uint8_t>(static_cast<size_t>(std::max(width, 1)) - 1, 1)), -1) << type;
+        EXPECT_EQ(take(of(type), std::vector<uint8_t>(static_cast<size_t>(std::max<ptrdiff_t>(width, 1)) - 1, 1)), -1)
+            << type;
     }
     for (const auto& [property, given, taken] :
          {Case{of(103 | arrayBit, two), 3, -1}, Case{of(19 | arrayBit, two), 9, 8}, Case{of(19 | arrayBit), 8, -1},
@@ -178,41 +164,39 @@ TEST_F(EventDecoderTest, AStartTakesItsNamesFromTheSystemWhileItHasThem) {
     os.processes.start(5, "C:\\Windows\\Shell.exe");
     os.processes.start(40, "C:\\Apps\\CAD.exe");
     const int32_t now = os.clock.now();
-    const auto running = made({1, 2, now - 3, processPayload(40, 5, "Cad.exe")});
-    EXPECT_EQ(running->getState(), ProcessState::started);
-    EXPECT_EQ(running->pid(), 40U);
-    EXPECT_EQ(running->getExecutable(), "c:\\apps\\cad.exe");
-    EXPECT_EQ(running->getAccount(), "\\\\HQ\\ann");
-    EXPECT_EQ(running->getStart().getSeconds(), now - 3);
-    EXPECT_TRUE(running->isOpen());
-    const auto gone = made({1, 2, now + 60, processPayload(41, 5, "Cad.exe")});
-    EXPECT_EQ(gone->getExecutable(), "cad.exe") << "neither lost nor its parent's";
-    EXPECT_EQ(gone->getStart().getSeconds(), now) << "not in the future";
-    const auto ended = made({2, 2, now - 1, processPayload(40, 5, "Cad.exe")});
-    EXPECT_EQ(ended->getState(), ProcessState::ended);
-    EXPECT_EQ(ended->getExecutable(), "cad.exe");
-    EXPECT_EQ(ended->getEnd().getSeconds(), now - 1);
-    EXPECT_FALSE(ended->isOpen());
+    const auto told = [&](uint8_t type, uint32_t pid, int32_t second) {
+        const auto process = made({type, 2, now + second, processPayload(pid, "Cad.exe", 5)});
+        const bool isStart = process->getState() == ProcessState::started;
+        return std::to_string(process->pid()) + " " + process->getExecutable() + " " + process->getAccount() +
+               (isStart                                      ? " starts "
+                : process->getState() == ProcessState::ended ? " ends "
+                                                             : " ? ") +
+               std::to_string((isStart ? process->getStart() : process->getEnd()).getSeconds() - now) +
+               (process->isOpen() ? " open" : "");
+    };
+    EXPECT_EQ(told(1, 40, -3), "40 c:\\apps\\cad.exe \\\\HQ\\ann starts -3 open");
+    EXPECT_EQ(told(1, 41, 60), "41 cad.exe \\\\HQ\\ann starts 0") << "neither lost nor its parent's, and not to come";
+    EXPECT_EQ(told(2, 40, -1), "40 cad.exe \\\\HQ\\ann ends -1");
 }
 
 TEST_F(EventDecoderTest, WhatThePayloadDoesNotTellStaysAsItIs) {
     os.eventSchema.describeProcesses();
     const int32_t now = os.clock.now();
-    const auto other = made({3, 2, now, processPayload(40, 5, "x")});
+    const auto other = made({3, 2, now, processPayload(40, "x", 5)});
     EXPECT_EQ(other->getState(), ProcessState::unresolved);
     EXPECT_EQ(os.eventSchema.enumerations, 0);
-    auto torn = processPayload(40, 5, "cad.exe");
+    auto torn = processPayload(40, "cad.exe", 5);
     torn.resize(14);
     const auto half = made({2, 2, now, torn});
     EXPECT_EQ(half->pid(), 40U);
     EXPECT_EQ(half->getExecutable(), "<<unknown>>");
-    EXPECT_EQ(made({2, 9, now, processPayload(40, 5, "x")})->pid(), 0U) << "no class of that version";
+    EXPECT_EQ(made({2, 9, now, processPayload(40, "x", 5)})->pid(), 0U) << "no class of that version";
     EXPECT_EQ(made({2, 2, now, {}})->pid(), 0U);
-    processShared().hasEventSchema = false;
+    processShared().hasEventSchema = ProcessShared().hasEventSchema.load();
     os.eventSchema.connections = 0;
     for (const uint32_t failure : {SchemaConnection::noLocator, SchemaConnection::noConnection}) {
         os.eventSchema.connection = failure;
-        const auto unread = made({1, 2, now - 5, processPayload(40, 5, "x")});
+        const auto unread = made({1, 2, now - 5, processPayload(40, "x", 5)});
         EXPECT_EQ(unread->getStart().getSeconds(), now) << "no time is taken either";
     }
     EXPECT_EQ(os.eventSchema.connections, 2) << "tried again";

@@ -1,7 +1,11 @@
 #include "rules/IncludeExclude.h"
+#include "rules/ModPollFilterChecker.h"
+#include "rules/PrimeTime.h"
+#include "rules/ProcessRulesChecker.h"
 
 #include "support/ScriptedPlatform.h"
 #include "support/TempDirectory.h"
+#include "support/Zone.h"
 
 #include <gtest/gtest.h>
 
@@ -36,6 +40,18 @@ protected:
     ScriptedPlatform os;
     TempDirectory directory;
     IncludeExclude rules;
+};
+
+constexpr int32_t sundayNight = 1000000000; // 2001-09-09T01:46:40Z
+constexpr int32_t hour = 3600;
+
+class PrimeTimeTest : public ::testing::Test {
+protected:
+    void read(const std::string& text) { ASSERT_TRUE(calendar.readFile(directory.write("primetime", text))); }
+    int32_t classOf(int32_t seconds) { return calendar.getClass(DateTime(seconds)); }
+
+    TempDirectory directory;
+    PrimeTime calendar;
 };
 } // namespace
 
@@ -123,6 +139,83 @@ TEST_F(RulesTest, EscapesCountInsideQuotesOnly) {
     RuleFacts record(RuleKey::app, "a\"b\tc\\xd");
     record.setText(RuleKey::user, "b\\nob");
     EXPECT_TRUE(includes(record));
+}
+
+TEST(ProcessRulesTest, TheFirstBlockThatKnowsTheNameOnThisHostDecides) {
+    const TempDirectory directory;
+    using Case = std::tuple<const char*, const char*, bool, bool>;
+    for (const auto& [text, name, monitored, wanted] : {
+             Case{"+ host=*\nNOTEPAD.EXE", "notepad.exe", true, true},
+             Case{"+ host=PC1? # office\n  cal*  \r\n", "Calc.exe", true, true},
+             Case{"+ host=web*\ncal*", "calc.exe", false, false},
+             Case{"+\ncal*", "calc.exe", false, false}, // no host fits an empty pattern
+             Case{"- host=*\ntmp*\n+ host=*\n*", "tmp1.exe", false, false},
+             Case{"+ host=*\n*\n- host=*\ntmp*", "tmp1.exe", true, true},
+             Case{"- host=web*\ncal*", "calc.exe", true, true},     // "-" turns around on other hosts
+             Case{"cal*", "calc.exe", true, true},                  // ahead of the first opening line
+             Case{"- host=*\n+ host=*\n*", "calc.exe", true, true}, // no names, no block
+             Case{"+ host=*\n", "calc.exe", false, true},
+         }) {
+        const std::string file = directory.write("rules", text);
+        ProcessRulesChecker rules;
+        ModPollFilterChecker filter;
+        ASSERT_TRUE(rules.readFile(file) && filter.readFile(file)) << text;
+        EXPECT_EQ(rules.isMonitored("pc17", name), monitored) << text;
+        EXPECT_EQ(filter.isWanted("pc17", name), wanted) << text;
+    }
+}
+
+TEST(ProcessRulesTest, DirectoriesPlayNoPartForProcessesAndAreComparedForModules) {
+    const TempDirectory directory;
+    const std::string file = directory.write("rules", "+ host=*\nnotepad.exe\nc:\\tools\\*");
+    ProcessRulesChecker rules;
+    ModPollFilterChecker filter;
+    ASSERT_TRUE(rules.readFile(file) && filter.readFile(file));
+    EXPECT_TRUE(rules.isMonitored("pc17", "c:\\windows\\notepad.exe"));
+    EXPECT_FALSE(rules.isMonitored("pc17", "c:\\tools\\hammer.exe"));
+    EXPECT_FALSE(filter.isWanted("pc17", "c:\\windows\\notepad.exe"));
+    EXPECT_TRUE(filter.isWanted("pc17", "c:\\tools\\hammer.dll"));
+}
+
+TEST_F(PrimeTimeTest, TheLastLineThatMatchesDecides) {
+    const ScriptedPlatform os;
+    using Case = std::tuple<const char*, int32_t>;
+    for (const auto& [text, timeClass] : {
+             Case{"", PrimeTime::UNDEFINED},
+             Case{"*:*:*:*:*  Exclude # holidays", PrimeTime::NON_PRIME},
+             Case{"*:*:*:*:* 0", PrimeTime::NON_PRIME},
+             Case{"*:*:*:*:* # 0", PrimeTime::PRIME},
+             Case{"*:*:*:*:*\n*:9:9:*:* exclude", PrimeTime::NON_PRIME},
+             Case{"*:9:9:*:* exclude\n*:*:*:*:*", PrimeTime::PRIME},
+             Case{"2000-2002:1-9:5,9:0-6:0-1", PrimeTime::PRIME},
+             Case{"*:*:*:6:*", PrimeTime::UNDEFINED}, // Sunday is 0
+             Case{"*:*:*:*:17-1", PrimeTime::UNDEFINED},
+             Case{"*:*:*:*:0,1-5", PrimeTime::PRIME}, // a range, from 0
+             Case{"*:*:*:*:1-2-3", PrimeTime::UNDEFINED},
+             Case{"*:*:*:*", PrimeTime::UNDEFINED}, // a field is missing
+             Case{"\xff\xfe\x01:::::::\n*:*:*:*:*", PrimeTime::PRIME},
+         }) {
+        read(text);
+        EXPECT_EQ(classOf(sundayNight), timeClass) << text;
+    }
+    EXPECT_FALSE(calendar.readFile(directory / "none"));
+    EXPECT_EQ(classOf(sundayNight), PrimeTime::PRIME) << "the calendar stays";
+}
+
+TEST_F(PrimeTimeTest, WorkingHoursAreLocalInAnyZoneAndAcrossAChangeOfDaylightSaving) {
+    for (const auto& [zone, firstPrime] : {
+             std::pair{"UTC", 1774857600}, // Monday 2026-03-30, 8:00
+             {"Europe/Oslo", 1774850400},  // the day after the clocks went forward
+             {"Europe/Oslo", 1792998000},  // the Monday after they went back
+             {"Asia/Kolkata", 1774837800}, // half an hour off
+         }) {
+        const Zone inForce(zone);
+        read("*:*:*:1-5:8-17\n");
+        for (const int32_t inside : {0, hour, 10 * hour - 1})
+            EXPECT_EQ(classOf(firstPrime + inside), PrimeTime::PRIME) << zone << " " << firstPrime + inside;
+        for (const int32_t outside : {-1, 10 * hour, -12 * hour})
+            EXPECT_EQ(classOf(firstPrime + outside), PrimeTime::UNDEFINED) << zone << " " << firstPrime + outside;
+    }
 }
 
 } // namespace Velmor

@@ -12,7 +12,6 @@
 #include "support/ScriptedPlatform.h"
 
 #include <algorithm>
-#include <memory>
 #include <thread>
 
 namespace Velmor {

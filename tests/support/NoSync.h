@@ -2,21 +2,32 @@
 
 #include "platform/linux/files/SystemCalls.h"
 
+#include <cerrno>
+
 namespace Velmor {
 
-/// Spares the disk while it lives: what a power cut would leave isn't asked then.
-class NoSync {
-public:
-    NoSync() : saved_(systemCalls()) {
+/// What a replaced call answers that fails with an errno.
+inline int failed(int error) {
+    errno = error;
+    return -1;
+}
+
+/// Calls of the system may be replaced while it lives.
+struct ReplacedCalls {
+    ReplacedCalls() = default;
+    ReplacedCalls(const ReplacedCalls&) = delete;
+    ReplacedCalls& operator=(const ReplacedCalls&) = delete;
+    ~ReplacedCalls() { systemCalls() = real; }
+
+    const SystemCalls real = systemCalls();
+};
+
+/// Spares the disk: what a power cut would leave isn't asked then.
+struct NoSync : ReplacedCalls {
+    NoSync() {
         systemCalls().fdatasync = [](int) { return 0; };
         systemCalls().fsync = [](int) { return 0; };
     }
-    NoSync(const NoSync&) = delete;
-    NoSync& operator=(const NoSync&) = delete;
-    ~NoSync() { systemCalls() = saved_; }
-
-private:
-    SystemCalls saved_;
 };
 
 } // namespace Velmor

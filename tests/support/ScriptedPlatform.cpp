@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
 
 namespace Velmor {
 
@@ -32,14 +31,6 @@ void ScriptedClock::sleep(uint32_t milliseconds) {
 void ScriptedClock::advance(int32_t seconds) {
     milliseconds_ += int64_t{seconds} * 1000;
     ticks_ += int64_t{seconds} * 1000;
-}
-
-CalendarFields ScriptedClock::utc(int32_t seconds) {
-    const time_t time = seconds;
-    tm broken{};
-    gmtime_r(&time, &broken);
-    return {broken.tm_year + 1900, broken.tm_mon + 1, broken.tm_mday, (broken.tm_wday + 6) % 7,
-            broken.tm_hour,        broken.tm_min,     broken.tm_sec};
 }
 
 bool ScriptedProcesses::enumerate(std::vector<uint32_t>& ids) {
@@ -185,19 +176,18 @@ uint32_t ScriptedFileSystem::driveType(std::string_view drive) {
 namespace {
 class PaperResource : public VersionResource {
 public:
-    explicit PaperResource(ScriptedVersionResources::Entry entry) : entry_(std::move(entry)) {}
-    std::vector<Translation> translations() override { return entry_.translations; }
-    bool string(Translation translation, std::string_view name, std::string& value) override {
-        const auto& strings = entry_.strings[translation.language];
-        const auto found = strings.find(name);
-        if (found == strings.end())
+    explicit PaperResource(const ScriptedVersionResources::Strings& strings) : strings_(strings) {}
+    std::vector<Translation> translations() override { return {{1033, 1200}}; }
+    bool string(Translation, std::string_view name, std::string& value) override {
+        const auto found = strings_.find(name);
+        if (found == strings_.end())
             return false;
         value = found->second + '\0';
         return true;
     }
 
 private:
-    ScriptedVersionResources::Entry entry_;
+    const ScriptedVersionResources::Strings& strings_;
 };
 } // namespace
 
@@ -210,7 +200,7 @@ std::unique_ptr<VersionResource> ScriptedVersionResources::open(std::string_view
 
 void ScriptedVersionResources::describe(const std::string& path, const std::string& description,
                                         const std::string& product) {
-    auto& strings = entries[path].strings[1033];
+    Strings& strings = entries[path];
     if (!description.empty())
         strings["FileDescription"] = description;
     if (!product.empty())

@@ -28,7 +28,7 @@ public:
     int32_t now() override { return static_cast<int32_t>(milliseconds_ / 1000); }
     uint32_t ticks() override { return static_cast<uint32_t>(ticks_.load()); }
     void sleep(uint32_t milliseconds) override;
-    CalendarFields utc(int32_t seconds) override;
+    CalendarFields utc(int32_t seconds) override { return nativePlatform().clock->utc(seconds); }
     CalendarFields local(int32_t seconds) override { return utc(seconds + 60 * zoneMinutes); }
 
     void set(int32_t seconds) { milliseconds_ = int64_t{seconds} * 1000; }
@@ -90,7 +90,6 @@ public:
     ScriptedProcess& start(uint32_t pid, const std::string& path);
     void end(uint32_t pid, uint32_t exitCode);
     ScriptedProcess& at(uint32_t pid) { return *table_.at(pid); }
-    bool contains(uint32_t pid) const { return table_.contains(pid); }
     const Table& table() const { return table_; }
 
     bool canEnumerate = true;
@@ -107,7 +106,8 @@ private:
 class ScriptedAccounts : public Accounts {
 public:
     bool lookup(std::string_view sid, std::string& user, std::string& domain, uint32_t& error) override;
-    std::map<std::string, std::pair<std::string, std::string>, std::less<>> accounts{{"S-bob", {"bob", "PC17"}}};
+    std::map<std::string, std::pair<std::string, std::string>, std::less<>> accounts{{"S-bob", {"bob", "PC17"}},
+                                                                                     {"S-1-22-1-500", {"ann", "HQ"}}};
 };
 
 class ScriptedRegistry : public Registry {
@@ -162,14 +162,11 @@ public:
 
 class ScriptedVersionResources : public VersionResources {
 public:
-    struct Entry {
-        std::vector<Translation> translations{{1033, 1200}};
-        std::map<uint16_t, std::map<std::string, std::string, std::less<>>> strings; // by language
-    };
+    using Strings = std::map<std::string, std::string, std::less<>>;
     std::unique_ptr<VersionResource> open(std::string_view path) override;
     void describe(const std::string& path, const std::string& description, const std::string& product);
 
-    std::map<std::string, Entry, std::less<>> entries;
+    std::map<std::string, Strings, std::less<>> entries;
     std::function<void()> onCall;
 };
 

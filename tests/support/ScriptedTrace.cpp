@@ -15,6 +15,12 @@ PayloadText& PayloadText::sid(uint32_t last, size_t head) {
     return number<uint8_t>(1).number<uint8_t>(2).text(std::string_view("\0\0\0\0\0\26", 6)).number(1U).number(last);
 }
 
+std::vector<uint8_t> processPayload(uint32_t pid, std::string_view image, uint32_t parent) {
+    PayloadText payload;
+    payload.number(0xdeadbeefU).number(pid).number(parent).number(0U).number(0).sid(500, 8);
+    return payload.text(image).number<uint8_t>(0).bytes();
+}
+
 void ScriptedEvent::handOver(const KernelTrace::EventCallback& use) const {
     TraceEvent event;
     event.type = type;

@@ -38,6 +38,9 @@ private:
     std::string bytes_;
 };
 
+/// The payload of a process event, of the user ann's.
+std::vector<uint8_t> processPayload(uint32_t pid, std::string_view image, uint32_t parent = 4);
+
 /// An event as the test writes it down.
 struct ScriptedEvent {
     uint8_t type = 1;

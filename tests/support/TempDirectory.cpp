@@ -5,6 +5,7 @@
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <sys/stat.h>
 
 namespace Velmor {
 
@@ -41,6 +42,11 @@ std::string readFile(const std::string& path) {
     std::ostringstream text;
     text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();
+}
+
+uint32_t modeOf(const std::string& path) {
+    struct stat state {};
+    return stat(path.c_str(), &state) == 0 ? state.st_mode & 07777U : 0;
 }
 
 } // namespace Velmor

@@ -28,5 +28,7 @@ private:
 };
 
 std::string readFile(const std::string& path);
+/// The bits of a file's mode; 0 if there is none.
+uint32_t modeOf(const std::string& path);
 
 } // namespace Velmor
