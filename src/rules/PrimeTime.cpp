@@ -119,7 +119,7 @@ private:
         for (const std::string& part : parts)
             if (toNumber(part) < range.least || toNumber(part) > range.most) {
                 const bool isSunday = range.pattern == &PrimePeriod::weekdays && part == "7";
-                sink_.warning(line_, what + " is beyond " + limits,
+                sink_.warning(line_, std::string(what).append(" is beyond ").append(limits),
                               isSunday ? "Sunday is 0" : "write a number of " + limits);
                 return;
             }

@@ -58,6 +58,11 @@ public:
                                   : "the block names no computers, so it fits none",
                           nearestWord(rest.substr(0, rest.find('=')), {"host"}).empty() ? "write host=* behind it"
                                                                                         : "did you mean host=*?");
+        else if (const size_t equals = rest.find('='); withoutComment(rest.substr(0, equals)) != "host")
+            sink_.warning(line_, "\"" + rest.substr(0, equals) + "\" isn't the word host", "write host=PATTERN");
+        else if (block.host.find_first_of("{}()=,;:|\"'") != std::string::npos)
+            sink_.warning(line_, "no computer is called like \"" + block.host + "\", so the block fits none",
+                          "write one pattern of names, with * and ?");
         else if (block.host.find_first_of(" \t") != std::string::npos)
             sink_.warning(line_, "the pattern of computers \"" + block.host + "\" holds a blank, and fits none",
                           "write names on lines of their own");
@@ -77,6 +82,9 @@ public:
                           "write host= behind the + or - of the block");
         else if (name.find('"') != std::string::npos)
             sink_.warning(line_, "quotes belong to the pattern here", "leave them out");
+        else if (name.find_first_of("{},;|") != std::string::npos)
+            sink_.warning(line_, "\"" + name + "\" is one pattern here, with all its signs",
+                          "write one pattern on each line, without braces");
         tellDecided(block, name);
     }
 

@@ -331,9 +331,9 @@ void RuleFileReader::tellValue(const RuleCondition& condition, const std::string
     else if ((condition.key == RuleKey::exe || condition.key == RuleKey::module) && hasCapitals)
         sink_.warning(lineNumber_, "the pattern never fits, since executables and libraries are told in lower case",
                       "write " + toLowerCopy(value));
-    else if (condition.key == RuleKey::exe && value.find('/') == std::string::npos && !isPattern(value))
+    else if (condition.key == RuleKey::exe && std::string_view("/*?(<").find((value + " ")[0]) == std::string::npos)
         sink_.warning(lineNumber_, "exe is compared with the whole path, which " + what + " never is",
-                      "write exe=*/" + value);
+                      value.find('/') == std::string::npos ? "write exe=*/" + value : "begin it with / or *");
     else if (condition.key == RuleKey::user && value.find_first_of("\\/") != std::string::npos)
         sink_.warning(lineNumber_, "user is compared with the name alone", "leave the domain out");
     else if (value.empty())

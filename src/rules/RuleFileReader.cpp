@@ -59,9 +59,8 @@ std::string takeValue(std::string_view& rest, bool& quoted) {
 
 std::string adviceForKey(std::string_view key) {
     static const std::vector<std::string_view> words = [] {
-        std::vector<std::string_view> list;
-        for (const RuleWord& row : ruleWords)
-            list.push_back(row.word);
+        std::vector<std::string_view> list(ruleWords.size());
+        std::transform(ruleWords.begin(), ruleWords.end(), list.begin(), [](const RuleWord& row) { return row.word; });
         return list;
     }();
     if (const size_t word = key.find_first_not_of(blanks); word == std::string_view::npos)

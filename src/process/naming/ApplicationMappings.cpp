@@ -112,6 +112,9 @@ void ApplicationMappingsReader::tellEntry(const std::string& name, const Mapping
                       "leave the directory out");
     else if (name.find_first_of("*?") != std::string::npos)
         sink_.warning(line_, "the entry never fits, since names aren't patterns here", "write the whole name");
+    else if (name.find_first_of("{}(),;:|") != std::string::npos || mapping.value.starts_with('='))
+        sink_.warning(line_, "\"" + name + "\" is hardly the name of a file, or its own name begins with =",
+                      "write one FILE = NAME on each line");
     else if (isQuoted)
         sink_.warning(line_, "quotes belong to the name here", "leave them out");
     else if (mapping.value.find(" #") != std::string::npos || name.find(" #") != std::string::npos)

@@ -83,16 +83,19 @@ void ConfTreeBuilder::tellCutOff(const DOMNode* node) const {
 
 void ConfTreeBuilder::fail(std::string_view missing, int32_t sourceLine) {
     logger_.debug(1, missing);
-    const bool ownsSay = missing.starts_with("ConfReader: ");
-    sink_.error(tokenLine_,
-                std::string(missing.substr(ownsSay ? std::string_view("ConfReader: ").size() : 0)) + " before \"" +
-                    token_.getText().substr(0, longestShown) + "\"; the reading ends here",
+    const size_t begin = missing.find("Missing");
+    const std::string what(missing.substr(begin, missing.size() - begin - 1)); // without the full stop
+    const auto shown = [](const std::string& text) { return "\"" + text.substr(0, longestShown) + "\""; };
+    sink_.error(lastLine_,
+                what + " between " + shown(lastText_) + " and " + shown(token_.getText()) + ", which ends the reading",
                 "write NAME (TYPE) = VALUE { }, with quotes around a value that holds blanks or = ( ) { }");
     throw ConfigException(CF_CONF, "", __FILE__, sourceLine);
 }
 
 /// Takes the next token that means something; blanks, newlines and comments are passed over.
 bool ConfTreeBuilder::nextToken() {
+    lastText_ = token_.getText();
+    lastLine_ = tokenLine_;
     while (tokenizer_.nextToken(token_)) {
         tokenLine_ = nextLine_;
         nextLine_ += static_cast<int32_t>(StringSearcher::countChar('\n', token_.getText()));

@@ -6,6 +6,7 @@
 #include "shared/library/common/text/Tokenizer.h"
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -43,6 +44,8 @@ private:
     FindingSink sink_;
     int32_t tokenLine_ = 1; // where the token at hand begins
     int32_t nextLine_ = 1;  // where it ends
+    std::string lastText_;  // of the one before that meant something
+    int32_t lastLine_ = 1;
 };
 
 } // namespace Velmor

@@ -2,10 +2,9 @@
 
 #include "platform/FileSystem.h"
 #include "platform/Platform.h"
+#include "shared/library/common/text/TextUtils.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <tuple>
 
 namespace Velmor {
@@ -13,23 +12,6 @@ namespace Velmor {
 namespace {
 auto keyOf(const Finding& finding) {
     return std::tie(finding.file, finding.line, finding.what);
-}
-
-std::string jsonText(std::string_view text) {
-    std::string out = "\"";
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out.append(1, '\\').append(1, c);
-        } else if (byte < ' ') {
-            std::array<char, 8> escape{};
-            std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(byte));
-            out += escape.data();
-        } else {
-            out += c;
-        }
-    }
-    return out + '"';
 }
 
 std::string_view severityWord(const Finding& finding) {
@@ -80,6 +62,22 @@ size_t letterLength(std::string_view text) {
     return length;
 }
 
+/// What is no UTF-8 shows as the letter for that.
+std::string jsonText(std::string_view text) {
+    std::string out = "\"";
+    while (!text.empty()) {
+        const size_t length = letterLength(text);
+        if (length == 0)
+            out += "\\ufffd";
+        else if (text.front() == '"' || text.front() == '\\')
+            out.append(1, '\\').append(1, text.front());
+        else
+            out += text.substr(0, length);
+        text.remove_prefix(std::max<size_t>(length, 1));
+    }
+    return out + '"';
+}
+
 bool isUtf8(std::string_view text) {
     while (!text.empty()) {
         const size_t length = letterLength(text);
@@ -106,6 +104,8 @@ int32_t foreignLine(std::string_view text, std::initializer_list<std::string_vie
 } // namespace
 
 void Findings::add(Finding finding) {
+    for (std::string* text : {&finding.file, &finding.what, &finding.advice})
+        *text = printable(std::move(*text));
     list_.push_back(std::move(finding));
 }
 

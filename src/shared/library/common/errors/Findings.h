@@ -20,6 +20,7 @@ struct Finding {
 /// What is found in the files of a configuration.
 class Findings {
 public:
+    /// Control bytes of what the file holds show as "?".
     void add(Finding finding);
 
     /// By file and line; of the same one once.

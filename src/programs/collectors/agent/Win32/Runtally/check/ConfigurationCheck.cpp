@@ -94,12 +94,15 @@ void checkValue(const RegistryEntry& entry, const FindingSink& sink) {
     if (entry.name == "ConfigurationDir" && getResourceValue(entry.name, directory) == ResourceResult::success &&
         !FileOps::exists(directory))
         sink.error(entry.line, "the directory \"" + directory + "\" isn't there", "correct ConfigurationDir");
+    else if ((entry.name == "InstallDir" || entry.name == "StartupLogDir") &&
+             getResourceValue(entry.name, directory) == ResourceResult::success && !FileOps::exists(directory))
+        sink.warning(entry.line, "the directory \"" + directory + "\" isn't there",
+                     "make it, or correct " + entry.name);
 }
 
 void checkEntry(const RegistryEntry& entry, const std::set<std::string>& referred, const FindingSink& sink) {
-    std::vector<std::string_view> names;
-    for (const KnownValue& known : knownValues)
-        names.push_back(known.name);
+    std::vector<std::string_view> names(knownValues.size());
+    std::transform(knownValues.begin(), knownValues.end(), names.begin(), [](const KnownValue& v) { return v.name; });
     const auto known = std::find_if(knownValues.begin(), knownValues.end(),
                                     [&](const KnownValue& value) { return value.name == entry.name; });
     if (entry.name.empty())
@@ -151,6 +154,7 @@ void ConfigurationCheck::checkConfiguration(const std::string& file, const std::
     conf_.buildDOMTree(file, sink_);
     if (!conf_.getTree())
         return;
+    isWhole_ = !findings_.hasErrors();
     checkKeys(conf_, sink_);
     checkDirectories();
     checkSources();
@@ -177,7 +181,7 @@ void ConfigurationCheck::checkSources() {
         sink_.warning(lineOfKey(conf_, eventsKey), "events without native do nothing", "set events.native to true");
     if (!events && isOn(nativeKey, false))
         sink_.warning(lineOfKey(conf_, nativeKey), "native without events does nothing", "set events to true");
-    if (!polling && !native)
+    if (isWhole_ && !polling && !native)
         sink_.error(lineOfKey(conf_, pollingKey), "no source of processes is on, so nothing is recorded",
                     std::string("set ") + pollingKey + ", or events and events.native, to true");
 }
@@ -198,8 +202,9 @@ bool ConfigurationCheck::isThere(const std::string& file, const char* key, bool 
 
 void ConfigurationCheck::checkRules(const std::string& file) {
     if (file.empty()) {
-        sink_.error(lineOfKey(conf_, ConfigurationKey::rules), "no rule file is named, so no record is wanted",
-                    std::string("set ") + ConfigurationKey::rules);
+        if (isWhole_)
+            sink_.error(lineOfKey(conf_, ConfigurationKey::rules), "no rule file is named, so no record is wanted",
+                        std::string("set ") + ConfigurationKey::rules);
         return;
     }
     IncludeExclude rules;
@@ -290,9 +295,10 @@ void ConfigurationCheck::checkCounters(const std::string& file) {
 void ConfigurationCheck::checkCatalogue() {
     std::string directory;
     if (conf_.getDirName("Velmor.directories.conf", directory) != ConfReader::FOUND) {
-        sink_.warning(lineOfKey(conf_, "Velmor.directories.conf"),
-                      "without Velmor.directories.conf messages have no wording, and applications no mappings",
-                      "set it");
+        if (isWhole_)
+            sink_.warning(lineOfKey(conf_, "Velmor.directories.conf"),
+                          "without Velmor.directories.conf messages have no wording, and applications no mappings",
+                          "set it");
         return;
     }
     if (!FileOps::exists(directory + "LogMessages")) {
@@ -321,14 +327,15 @@ void ConfigurationCheck::checkDirectories() {
     std::string directory;
     constexpr const char* temp = "Velmor.directories.temp";
     constexpr const char* log = "Velmor.directories.log";
-    if (conf_.getDirName(temp, directory) != ConfReader::FOUND)
+    if (conf_.getDirName(temp, directory) == ConfReader::FOUND)
+        checkDirectory(directory, temp, false);
+    else if (isWhole_)
         sink_.error(lineOfKey(conf_, temp), std::string("the key ") + temp + " is missing, or has no value",
                     "add it as a DirName");
-    else
-        checkDirectory(directory, temp, false);
     if (conf_.getDirName(log, directory) == ConfReader::FOUND)
         checkDirectory(directory, log, false);
-    checkDirectory(dataDirectoryOf(conf_), "runtally.working-dir", true);
+    if (isWhole_)
+        checkDirectory(dataDirectoryOf(conf_), "runtally.working-dir", true);
 }
 
 /// Goes up to the first directory that is there; the rest would be made in it.
@@ -346,8 +353,8 @@ void ConfigurationCheck::checkDirectory(const std::string& directory, const char
     const bool isDirectory = (info.attributes & InfoAttribute::directory) != 0;
     if (isDirectory && platform().fileSystem->isWritable(there))
         return;
-    const std::string what = "the directory \"" + shownPath(directory) + "\" can't be written, since \"" + there +
-                             "\" " + (isDirectory ? "may not be written" : "is no directory");
+    std::string what = "the directory \"" + shownPath(directory) + "\" can't be written, since \"";
+    what.append(there).append(isDirectory ? "\" may not be written" : "\" is no directory");
     const std::string advice = isDirectory ? "run the check as the collector's user, or give that user the right"
                                            : std::string("correct ") + key;
     if (isNeeded)

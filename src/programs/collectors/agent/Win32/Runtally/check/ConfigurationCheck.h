@@ -50,7 +50,8 @@ private:
     Kept kept_;
     Findings findings_;
     ConfReader conf_;
-    FindingSink sink_; // of the configuration file
+    FindingSink sink_;    // of the configuration file
+    bool isWhole_ = true; // the file was read to its end, so what isn't there isn't there for a mistake before it
 };
 
 } // namespace Velmor

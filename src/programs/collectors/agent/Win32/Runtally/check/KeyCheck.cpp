@@ -177,16 +177,29 @@ private:
     void tellUnknown(const DOMNode& node, const std::string& key) {
         const size_t point = key.rfind('.');
         const std::string section = point == std::string::npos ? "" : key.substr(0, point);
-        const auto elsewhere = std::find_if(
-            keys.begin(), keys.end(), [&](const KnownKey& known) { return known.key.ends_with("." + node.getName()); });
+        const auto isMeant = [&](const KnownKey& known) { return known.key.ends_with("." + node.getName()); };
+        auto elsewhere = std::find_if(keys.begin(), keys.end(), [&](const KnownKey& known) {
+            return isMeant(known) && known.type == node.getType();
+        });
+        if (elsewhere == keys.end())
+            elsewhere = std::find_if(keys.begin(), keys.end(), isMeant);
         const std::string_view near = nearestWord(node.getName(), namesBelow(section));
         const std::string what = "nothing reads the key " + quoted(key);
-        if (elsewhere != keys.end())
+        if (isSection(node.getName()))
+            sink_.warning(node.getLine(), what, "write it beside the outermost blocks; one before it isn't closed");
+        else if (elsewhere != keys.end())
             sink_.warning(node.getLine(), what, "did you mean " + std::string(elsewhere->key) + "?");
         else if (!near.empty())
             sink_.warning(node.getLine(), what, "did you mean " + std::string(near) + "?");
         else
-            sink_.warning(node.getLine(), what, "remove it; the documentation lists the keys");
+            sink_.warning(node.getLine(), what, adviceForSection(node.getName()));
+    }
+
+    static std::string adviceForSection(const std::string& name) {
+        for (const KnownKey& known : keys)
+            if (const size_t found = known.key.find("." + name + "."); found != std::string_view::npos)
+                return "did you mean " + std::string(known.key.substr(0, found + 1)) + name + "?";
+        return "remove it; the documentation lists the keys";
     }
 
     void tellType(const DOMNode& node, const std::string& key, std::string_view type) {
