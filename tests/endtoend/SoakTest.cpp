@@ -1,6 +1,6 @@
 // The real collector for a long time under everything at once: short processes, long ones, kills, changes of its
-// sources, commands, signals, threads that stand still for a while, and restarts, judged by the system's own
-// accounting. VELMOR_SOAK says for how many seconds it runs; without it, for half a minute.
+// sources, commands, signals, threads that stand still for a while or until they are ended by force, and restarts,
+// judged by the system's own accounting. VELMOR_SOAK says for how many seconds it runs; without it, for half a minute.
 
 #include "ProcessAccounting.h"
 #include "RunningCollector.h"
@@ -38,6 +38,7 @@ constexpr double memoryGrowth = 1.05;
 constexpr double arenas = 4096; // KiB that the allocator may hold more or less of, by the threads that there were
 constexpr double accountingGrain = 1.1; // seconds: the accounting's starts are whole ones
 constexpr auto hang = 2500ms;
+constexpr auto stubbornness = 5000ms;              // longer than a worker has to end at a reconfiguration
 constexpr std::chrono::seconds settlingTime = 60s; // after which figures must not grow
 
 std::chrono::seconds soakTime() {
@@ -167,27 +168,49 @@ protected:
             collector_->program().signal(SIGHUP);
         else
             collector_->control("reconfigure");
+        awaitChange();
+    }
+
+    void awaitChange() {
         ASSERT_TRUE(becomesReady()) << "it takes a configuration over";
-        if (source != Source::polling) {
+        if (source_ != Source::polling) {
             ASSERT_TRUE(collector_->awaitLog("Native event tracer is now running."));
         }
     }
 
-    /// Holds one of its threads, whichever, as a file system does that doesn't answer for a while.
-    void hangAThread() {
+    std::string tasks() const { return "/proc/" + std::to_string(collector_->program().pid()) + "/task"; }
+
+    /// Holds one of its threads, whichever, as a file system does that doesn't answer. 0 if that thread has ended
+    /// meanwhile.
+    pid_t holdAThread() {
         std::vector<pid_t> threads;
-        const auto pid = static_cast<pid_t>(collector_->program().pid());
-        for (const auto& entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task"))
-            if (const pid_t thread = std::stoi(entry.path().filename()); thread != pid)
-                threads.push_back(thread);
+        for (const auto& entry : std::filesystem::directory_iterator(tasks()))
+            if (entry.path().filename() != std::to_string(collector_->program().pid()))
+                threads.push_back(std::stoi(entry.path().filename()));
         const pid_t held = threads.at(random_() % threads.size());
         if (ptrace(PTRACE_SEIZE, held, nullptr, nullptr) != 0)
-            return; // it has ended meanwhile
+            return 0;
         ptrace(PTRACE_INTERRUPT, held, nullptr, nullptr);
         waitpid(held, nullptr, __WALL);
+        ++holds_;
+        return held;
+    }
+
+    void hangAThread() {
+        const pid_t held = holdAThread();
         passTime(hang);
         ptrace(PTRACE_DETACH, held, nullptr, nullptr);
-        ++hangs_;
+    }
+
+    /// A reconfiguration ends its workers: the one that stands still by force.
+    void killAWorker() {
+        collector_->passLog();
+        const pid_t held = holdAThread();
+        collector_->program().signal(SIGHUP);
+        passTime(stubbornness);
+        ptrace(PTRACE_DETACH, held, nullptr, nullptr);
+        awaitChange();
+        killed_ += held != 0 && !std::filesystem::exists(tasks() + "/" + std::to_string(held)) ? 1 : 0;
     }
 
     void restart() {
@@ -306,7 +329,8 @@ protected:
     int longCount_ = 0;
     Source source_ = Source::events;
     std::vector<Gap> gaps_;
-    int hangs_ = 0;
+    int holds_ = 0;
+    int killed_ = 0;
     std::map<std::string, size_t> short_;
 };
 } // namespace
@@ -336,6 +360,8 @@ TEST_F(Soak, NothingIsMissingDoubledOrWrongAndNothingGrows) {
         }
         if (random_() % 5 == 0)
             hangAThread();
+        if (random_() % 5 == 0)
+            killAWorker();
         if (SteadyClock::now() < lastRestart && random_() % 8 == 0)
             restart();
         change(static_cast<Source>(random_() % 3));
@@ -352,10 +378,10 @@ TEST_F(Soak, NothingIsMissingDoubledOrWrongAndNothingGrows) {
     std::this_thread::sleep_for(3s);
     EXPECT_EQ(collector_->stop(), 0);
     judge(accounting.ended(prefix_));
-    std::cout << short_["t"] + short_["f"] << " short processes, " << longCount_ << " long ones, " << hangs_
-              << " threads held, " << gaps_.size() << " restarts; threads " << early.threads << " and " << late.threads
-              << ", descriptors " << early.descriptors << " and " << late.descriptors << ", resident " << early.memory
-              << " and " << late.memory << " KiB\n";
+    std::cout << short_["t"] + short_["f"] << " short processes, " << longCount_ << " long ones, " << holds_
+              << " threads held, " << killed_ << " workers ended by force, " << gaps_.size() << " restarts; threads "
+              << early.threads << " and " << late.threads << ", descriptors " << early.descriptors << " and "
+              << late.descriptors << ", resident " << early.memory << " and " << late.memory << " KiB\n";
     if (soakTime() >= 4 * settlingTime) {
         EXPECT_LE(late.threads, early.threads + 1);                // one more or less by the sources that are on
         EXPECT_LE(late.descriptors, early.descriptors + mostLong); // one for each process that it follows

@@ -78,6 +78,13 @@ void pauseFor(long milliseconds) {
         syscall(SYS_exit, 0);
 }
 
+/// The end of a thread where it is: one that is in no critical section leaves nothing behind.
+[[noreturn]] void giveUp(ThreadControl& control) {
+    if (mayLeave && enteredSections == 0)
+        leave(control);
+    standStill(control);
+}
+
 /// Whether the interrupted thread is in the program's own code or in a wait in the kernel, where it holds no lock of
 /// the C library. Other calls of the kernel are no such places: the allocator makes some with its lock held.
 bool isHarmlessPlace(const ucontext_t& context) {
@@ -99,7 +106,7 @@ bool isHarmlessPlace(const ucontext_t& context) {
 void obeyStop(ThreadControl& control, const ucontext_t& context) {
     const Order order = control.order.load();
     if (order == Order::stopInHarmlessPlace && deferrals == 0 && isHarmlessPlace(context))
-        standStill(control);
+        giveUp(control);
 }
 
 void onWakeSignal(int, siginfo_t*, void* context) {
@@ -185,9 +192,7 @@ void checkpoint() {
     ThreadControl* control = current;
     if (!control || deferrals != 0 || control->order.load(std::memory_order_acquire) == Order::none)
         return;
-    if (mayLeave && enteredSections == 0)
-        leave(*control);
-    standStill(*control);
+    giveUp(*control);
 }
 
 StopDeferral::StopDeferral() : count_(&deferrals) {
