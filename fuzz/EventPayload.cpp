@@ -34,6 +34,7 @@ public:
     void close(TraceHandle&) override {}
     uint32_t pointerSize() override { return width; }
     std::string shortcomings() override { return {}; }
+    bool canStart(std::string&) override { return false; }
 
     uint32_t width = 4;
 };

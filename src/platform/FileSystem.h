@@ -126,6 +126,8 @@ public:
     virtual void moveTogether(const std::vector<FileMove>& moves, std::vector<uint32_t>& errors) = 0;
 
     virtual bool remove(std::string_view path, uint32_t& error) = 0;
+    /// Whether this program may make files in a directory. Tells by the rights, and makes none.
+    virtual bool isWritable(std::string_view directory) = 0;
     virtual bool makeDirectory(std::string_view path, uint32_t& error) = 0;
 
     /// Sets the native attribute bits; `normal` makes a file writable.

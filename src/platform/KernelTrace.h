@@ -87,6 +87,9 @@ public:
     /// In plain sentences, what keeps events from being had, or what they lack, and what to do; empty if all is well.
     /// Speaks of the last `start`.
     virtual std::string shortcomings() = 0;
+
+    /// Whether a session could be started now; what it would lack, or why not, in plain sentences. Starts none.
+    virtual bool canStart(std::string& shortcomings) = 0;
 };
 
 } // namespace Velmor

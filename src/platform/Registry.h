@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace Velmor {
 
@@ -14,6 +15,14 @@ constexpr uint32_t number = 4;         // REG_DWORD
 constexpr uint32_t multiText = 7;      // REG_MULTI_SZ
 } // namespace RegistryType
 
+/// A value where the administrator wrote it. Without a name: what is wrong in that line.
+struct RegistryEntry {
+    std::string name;
+    uint32_t type = 0; // of RegistryType
+    int32_t line = 1;
+    std::string problem;
+};
+
 /// The family's shared values: typed values under short names.
 class Registry {
 public:
@@ -22,6 +31,10 @@ public:
     /// True if the store itself can be read. False if it is missing or damaged; `cause` then says so in one line,
     /// with file and line where there are any.
     virtual bool isReadable(std::string& cause) = 0;
+
+    /// All that the administrator wrote in `file`, and what is wrong in it. Without a file that can be read there is
+    /// one entry, which says why.
+    virtual std::vector<RegistryEntry> survey(std::string& file) = 0;
 
     /// Reads a value whole: a text's bytes, the parts of a multi-text each with a zero byte behind it, or the four
     /// bytes of a number in the machine's order. `error` is 2 if there is no such value.

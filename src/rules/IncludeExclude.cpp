@@ -1,5 +1,6 @@
 #include "rules/IncludeExclude.h"
 
+#include "rules/RuleCheck.h"
 #include "rules/RuleFileReader.h"
 #include "rules/RuleTest.h"
 
@@ -7,9 +8,22 @@
 
 namespace Velmor {
 
-bool IncludeExclude::load(const std::string& fileName, std::string& errorText) {
-    RuleFileReader reader(rules_, references_);
-    return reader.read(fileName, errorText);
+bool IncludeExclude::load(const std::string& fileName, std::string& errorText, const FindingSink& sink) {
+    RuleFileReader reader(rules_, references_, sink);
+    const bool isRead = reader.read(fileName, errorText);
+    if (isRead && sink)
+        tellVainRules(rules_, references_, sink);
+    return isRead;
+}
+
+bool IncludeExclude::canInclude() const {
+    for (const Rule& rule : rules_) {
+        if (rule.status == RuleStatus::include && whyItNeverHolds(rule, references_).empty())
+            return true;
+        if (alwaysHolds(rule))
+            return false;
+    }
+    return false;
 }
 
 bool IncludeExclude::isIncluded(const RuleFacts& facts) {

@@ -2,6 +2,7 @@
 
 #include "rules/RuleCondition.h"
 #include "rules/RuleFacts.h"
+#include "shared/library/common/errors/Findings.h"
 
 #include <atomic>
 #include <cstdint>
@@ -30,8 +31,11 @@ public:
     virtual ~IncludeExclude() = default;
 
     /// Adds the rules of a file. False with a text that names what is wrong, and the line, if there is one; the rules
-    /// read so far stay.
-    bool load(const std::string& fileName, std::string& errorText);
+    /// read so far stay. Tells the sink what holds never, or otherwise than it looks.
+    bool load(const std::string& fileName, std::string& errorText, const FindingSink& sink = {});
+
+    /// Whether any record can be wanted, as far as the rules themselves tell.
+    bool canInclude() const;
 
     bool isIncluded(const RuleFacts& facts);
 

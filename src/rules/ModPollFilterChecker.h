@@ -13,7 +13,7 @@ public:
     virtual ~ModPollFilterChecker() = default;
 
     /// Adds the blocks of a file; false if it is absent, empty or can't be read.
-    bool readFile(const std::string& fileName);
+    bool readFile(const std::string& fileName, const FindingSink& sink = {});
 
     /// Whether a module is to be logged on this computer; its name is compared as it stands. Without rules every one
     /// is.

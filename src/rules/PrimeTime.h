@@ -1,5 +1,6 @@
 #pragma once
 
+#include "shared/library/common/errors/Findings.h"
 #include "shared/library/common/time/DateTime.h"
 
 #include <atomic>
@@ -31,7 +32,8 @@ public:
     virtual ~PrimeTime() = default;
 
     /// Replaces the calendar by that of a file. False if the file can't be opened; the calendar then stays.
-    bool readFile(const std::string& fileName);
+    /// Tells the sink what never matches, or otherwise than it looks.
+    bool readFile(const std::string& fileName, const FindingSink& sink = {});
 
     /// The class of a moment: what the last line that matches it says, else UNDEFINED.
     int32_t getClass(const DateTime& time);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "shared/library/common/errors/Findings.h"
+
 #include <cstdint>
 #include <set>
 #include <string>
@@ -20,8 +22,8 @@ struct ProcessRuleBlock {
 using ProcessRuleBlocks = std::vector<ProcessRuleBlock>;
 
 /// Appends the blocks of a file that have names. False if the file is absent or empty. Throws FileException if it can't
-/// be read; the blocks read until then stay.
-bool readRuleBlocks(const std::string& fileName, ProcessRuleBlocks& blocks);
+/// be read; the blocks read until then stay. Tells the sink what does nothing, or else than it looks.
+bool readRuleBlocks(const std::string& fileName, ProcessRuleBlocks& blocks, const FindingSink& sink = {});
 
 /// The answer of the first block that decides, false if none does; case plays no part. A block decides on the names
 /// that it lists: "+" says yes on the hosts that it names; "-" says no there, and yes on all others.

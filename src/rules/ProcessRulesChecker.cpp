@@ -4,9 +4,9 @@
 
 namespace Velmor {
 
-bool ProcessRulesChecker::readFile(const std::string& fileName) {
+bool ProcessRulesChecker::readFile(const std::string& fileName, const FindingSink& sink) {
     try {
-        return readRuleBlocks(fileName, blocks_);
+        return readRuleBlocks(fileName, blocks_, sink);
     } catch (...) {
         return false;
     }

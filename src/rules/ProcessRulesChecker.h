@@ -13,7 +13,8 @@ public:
     virtual ~ProcessRulesChecker() = default;
 
     /// Adds the blocks of a file; false if it is absent, empty or can't be read.
-    bool readFile(const std::string& fileName);
+    bool readFile(const std::string& fileName, const FindingSink& sink = {});
+    const ProcessRuleBlocks& blocks() const { return blocks_; }
 
     /// Whether the process of this executable is to be watched on this computer; the directories play no part. Without
     /// rules none is.

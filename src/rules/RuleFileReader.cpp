@@ -35,10 +35,11 @@ std::string unescape(char c) {
     }
 }
 
-/// Takes a value off the front of `rest`, up to the first blank outside quotes, which goes too.
-std::string takeValue(std::string_view& rest) {
+/// Takes a value off the front of `rest`, up to the first blank outside quotes, which goes too. `quoted` stays true if
+/// a quote never ends.
+std::string takeValue(std::string_view& rest, bool& quoted) {
     std::string value;
-    bool quoted = false;
+    quoted = false;
     while (!rest.empty()) {
         const char c = rest.front();
         rest.remove_prefix(1);
@@ -55,19 +56,40 @@ std::string takeValue(std::string_view& rest) {
     }
     return value;
 }
+
+std::string adviceForKey(std::string_view key) {
+    static const std::vector<std::string_view> words = [] {
+        std::vector<std::string_view> list(ruleWords.size());
+        std::transform(ruleWords.begin(), ruleWords.end(), list.begin(), [](const RuleWord& row) { return row.word; });
+        return list;
+    }();
+    if (const size_t word = key.find_first_not_of(blanks); word == std::string_view::npos)
+        return "write KEY=VALUE";
+    else if (word > 0 || isBlank(key.back()))
+        return "write exactly one blank between conditions, and none around =";
+    if (key.front() == '#')
+        return "put comments on lines of their own";
+    if (key.find_first_of(blanks) != std::string_view::npos)
+        return "put a value that holds blanks in quotes";
+    return hintOr(key, words, "the documentation lists the conditions");
+}
 } // namespace
 
 bool RuleFileReader::read(const std::string& fileName, std::string& errorText) {
     if (!FileOps::exists(fileName)) {
+        sink_.error(1, "the rule file isn't there", "make it, or correct the key runtally.include-exclude");
         errorText = "File not accessible";
         return false;
     }
     if (!file_.open(fileName, BasicFile::MODE_READ)) {
+        sink_.error(1, "the rule file can't be opened", "make it readable");
         errorText = "Failed to open file";
         return false;
     }
     const bool read = readLines() && !unreadable_;
     file_.close();
+    if (unreadable_)
+        sink_.error(1, "the rule file can't be read", "make it readable");
     if (!read)
         errorText = unreadable_ ? "Failed to read file" : error_;
     return read;
@@ -120,11 +142,17 @@ bool RuleFileReader::readInlineRule() {
 bool RuleFileReader::readPairs(std::string_view pairs, Rule& rule) {
     while (true) {
         const size_t equals = pairs.find('=');
-        if (equals == std::string_view::npos)
-            return true; // a key without a value at the line's end is dropped
+        if (equals == std::string_view::npos) { // a key without a value at the line's end is dropped
+            tellDropped(pairs);
+            return true;
+        }
         const std::string_view key = pairs.substr(0, equals);
         pairs.remove_prefix(equals + 1);
-        if (!addCondition(rule, key, takeValue(pairs)))
+        bool isOpen = false;
+        const std::string value = takeValue(pairs, isOpen);
+        if (isOpen)
+            sink_.warning(lineNumber_, "a quote never ends, and takes the rest of the line", "close it with \"");
+        if (!addCondition(rule, key, value))
             return false;
     }
 }
@@ -135,6 +163,9 @@ bool RuleFileReader::readBlockRule() {
         return false;
     if (!rule.conditions.empty())
         rules_.push_back(std::move(rule));
+    else
+        sink_.warning(rule.line, "the block has no conditions, and leaves no rule",
+                      "write datatype=* in it for a rule that always holds");
     return true;
 }
 
@@ -143,22 +174,33 @@ bool RuleFileReader::readReferenceBlock() {
     Rule block;
     if (!readBlock(block))
         return false;
-    if (!block.conditions.empty())
-        references_[name] = std::move(block);
+    if (block.conditions.empty()) {
+        sink_.warning(block.line, "the block has no conditions, and is dropped", "write one, or remove it");
+        return true;
+    }
+    if (const auto former = references_.find(name); former != references_.end())
+        sink_.warning(block.line,
+                      "the block \"" + name + "\" replaces that of line " + std::to_string(former->second.line),
+                      "put the conditions of both into one");
+    if (name.empty() || name.front() == ' ' || name.front() == '\t')
+        sink_.warning(block.line, "the name of the block is empty or begins with a blank",
+                      "write the name directly behind ref:");
+    references_[name] = std::move(block);
     return true;
 }
 
 bool RuleFileReader::readBlock(Rule& rule) {
     rule.line = lineNumber_;
     if (!nextLine() || line_ != blockOpen)
-        return failAtLine("Missing '{' in line ");
+        return failAtLine("Missing '{' in line ",
+                          "write { alone on the line behind the word, or conditions behind it on the same line");
     while (nextLine()) {
         if (line_ == blockClose)
             return true;
         if (!readBlockCondition(rule))
             return false;
     }
-    return failAtLine("Missing '}' in/after line ");
+    return failAtLine("Missing '}' in/after line ", "close the block with } alone on a line");
 }
 
 bool RuleFileReader::readBlockCondition(Rule& rule) {
@@ -167,18 +209,25 @@ bool RuleFileReader::readBlockCondition(Rule& rule) {
     trimBlanks(key);
     std::string value = equals == std::string::npos ? std::string() : line_.substr(equals + 1);
     trimBlanks(value);
+    if (equals == std::string::npos && ruleKeyFromWord(key))
+        sink_.warning(lineNumber_, "the condition \"" + key + "\" has no value", "write " + key + "=VALUE");
     StringSearcher::unquote(value);
+    if (value.find('"') != std::string::npos)
+        sink_.warning(lineNumber_, "a quote within a value belongs to it here", "put quotes around the whole value");
     return addCondition(rule, key, value);
 }
 
 bool RuleFileReader::addCondition(Rule& rule, std::string_view key, const std::string& value) {
     const auto number = ruleKeyFromWord(key);
     if (!number)
-        return fail("Invalid key \"", key);
+        return fail("Invalid key \"", key, adviceForKey(key));
     RuleCondition condition;
     condition.key = *number;
+    condition.line = lineNumber_;
     if (!readValue(condition, value))
         return false;
+    if (sink_)
+        tellValue(condition, value);
     rule.conditions.push_back(std::move(condition));
     return true;
 }
@@ -189,18 +238,33 @@ bool RuleFileReader::readStatus(std::string_view word, RuleStatus& status) {
     else if (word == "exclude")
         status = RuleStatus::exclude;
     else
-        return fail("Invalid status \"", word);
+        return fail("Invalid status \"", word,
+                    hintOr(word.substr(0, word.find_first_of("={:")), {"include", "exclude", "ref:"},
+                           "begin rules with include, exclude or ref:NAME"));
     return true;
 }
 
-bool RuleFileReader::fail(std::string_view head, std::string_view offender) {
-    error_.assign(head).append(offender).append("\" in line ").append(std::to_string(lineNumber_));
+bool RuleFileReader::fail(std::string_view head, std::string_view offender, std::string_view advice) {
+    error_.assign(head).append(offender).append("\"");
+    sink_.error(lineNumber_, error_, advice);
+    error_.append(" in line ").append(std::to_string(lineNumber_));
     return false;
 }
 
-bool RuleFileReader::failAtLine(std::string_view head) {
+bool RuleFileReader::failAtLine(std::string_view head, std::string_view advice) {
+    sink_.error(std::max(lineNumber_, 1), head.substr(0, head.find("' ") + 1), advice);
     error_.assign(head).append(std::to_string(lineNumber_));
     return false;
+}
+
+void RuleFileReader::tellDropped(std::string_view rest) const {
+    if (rest.empty())
+        return;
+    std::string_view word = rest.substr(0, rest.find_first_of(blanks));
+    sink_.warning(lineNumber_, "\"" + std::string(rest) + "\" is no condition, and is dropped",
+                  word.starts_with('#') ? "put comments on lines of their own"
+                  : word == "{"         ? "write { alone on the next line"
+                                        : "write KEY=VALUE");
 }
 
 } // namespace Velmor

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Velmor {
@@ -12,8 +13,8 @@ namespace Velmor {
 /// Reads a rule file into rules and "ref:" blocks. The first mistake ends the reading; what was read stays.
 class RuleFileReader {
 public:
-    RuleFileReader(std::vector<Rule>& rules, IncludeExclude::References& references)
-        : rules_(rules), references_(references) {}
+    RuleFileReader(std::vector<Rule>& rules, IncludeExclude::References& references, FindingSink sink = {})
+        : rules_(rules), references_(references), sink_(std::move(sink)) {}
 
     /// False with a text that tells what is wrong and in which line.
     bool read(const std::string& fileName, std::string& errorText);
@@ -37,11 +38,14 @@ private:
 
     /// Fetches the next line that isn't empty or a comment into line_, trimmed. False at the end of the file.
     bool nextLine();
-    bool fail(std::string_view head, std::string_view offender);
-    bool failAtLine(std::string_view head);
+    bool fail(std::string_view head, std::string_view offender, std::string_view advice);
+    bool failAtLine(std::string_view head, std::string_view advice);
+    void tellDropped(std::string_view rest) const;
+    void tellValue(const RuleCondition& condition, const std::string& value) const;
 
     std::vector<Rule>& rules_;
     IncludeExclude::References& references_;
+    FindingSink sink_;
     BasicFile file_;
     std::string line_;
     int32_t lineNumber_ = 0;  // of line_, from 1

@@ -43,7 +43,7 @@ bool RuleFileReader::readDate(RuleCondition& condition, const std::string& value
         condition.date = DateTime(DateTime::fromString(value));
         return true;
     } catch (const Exception&) {
-        return fail("Invalid date-time \"", value);
+        return fail("Invalid date-time \"", value, "write it as 2030-01-31 or 2030-01-31T12:00:00");
     }
 }
 
@@ -53,7 +53,8 @@ bool RuleFileReader::readWeekDays(RuleCondition& condition, const std::string& v
     for (const std::string& word : words) {
         const auto day = std::find(weekDays.begin(), weekDays.end(), word);
         if (day == weekDays.end())
-            return fail("Invalid week day \"", word);
+            return fail("Invalid week day \"", word,
+                        hintOr(word, {weekDays.begin(), weekDays.end()}, "write them as mon,tue,wed"));
         condition.value |= 1 << (day - weekDays.begin());
     }
     return true;
@@ -66,7 +67,7 @@ bool RuleFileReader::readTimeOfDay(RuleCondition& condition, const std::string& 
                               return p.find_first_not_of("0123456789") == std::string::npos;
                           });
     if (!readable)
-        return fail("Invalid time-of-day value \"", value);
+        return fail("Invalid time-of-day value \"", value, "write it as 17, 08:30 or 08:30:15");
     parts.resize(timeOfDayParts);
     int64_t seconds = 0;
     for (const std::string& part : parts)
@@ -77,7 +78,7 @@ bool RuleFileReader::readTimeOfDay(RuleCondition& condition, const std::string& 
 
 bool RuleFileReader::readNumber(RuleCondition& condition, const std::string& value) {
     if (value.find_first_not_of("-0123456789.") != std::string::npos)
-        return fail("Invalid numerical value \"", value);
+        return fail("Invalid numerical value \"", value, "write digits, perhaps with - before them");
     condition.number = std::atof(value.c_str());
     return true;
 }

@@ -1,5 +1,6 @@
 // The headers of message numbers against the catalogues that are installed.
 
+#include "programs/collectors/agent/Win32/Runtally/check/MessageNumbers.h"
 #include "support/DataFiles.h"
 #include "support/TempDirectory.h"
 
@@ -33,6 +34,8 @@ TEST(Catalogue, EachNumberHasItsWordingAndEachWordingItsNumber) {
         EXPECT_EQ(numbers,
                   numbersIn("examples/etc/velmor/LogMessages/" + std::string(catalogue) + ".mess", R"(^(\d+): \S)"))
             << catalogue;
+        const auto known = messageNumbers(LogCommons::moduleFromName(catalogue));
+        EXPECT_EQ(numbers, std::multiset<int>(known.begin(), known.end())) << "as the check knows them";
     }
 }
 

@@ -45,12 +45,10 @@ TEST_F(ConfigurationTest, ANewConfigurationJudgesAndNamesWhatComesBehindIt) {
     for (const auto& [what, entries, rules, mappings, applications] : {
              Case{"nothing new", withRules + polled, "include datatype=*\n", "", ""},
              Case{"a mapping", withRules + polled, "include datatype=*\n", "mapalways\n{\ncad = Drawing\n}\n", "cad "},
-             Case{"a rule", withRules + polled, "exclude exe=*\n", "mapalways\n{\ncad = Drawing\n}\n", "cad Drawing "},
+             Case{"a rule", withRules + polled, "exclude exe=*cad\ninclude datatype=*\n",
+                  "mapalways\n{\ncad = Drawing\n}\n", "cad Drawing "},
              Case{"another rule", withRules + polled, "include datatype=*\n", "", "cad Drawing "},
              Case{"the key has gone, and its value stays", withRules, "include datatype=*\n", "", "cad Drawing "},
-             Case{"no source any more",
-                  withRules + std::string(polled).replace(std::string(polled).find("true"), 4, "false"),
-                  "include datatype=*\n", "", "cad Drawing cad "},
          }) {
         os.clock.advance(3);
         directory.write("rules", rules);
@@ -63,15 +61,25 @@ TEST_F(ConfigurationTest, ANewConfigurationJudgesAndNamesWhatComesBehindIt) {
             written += record.application + " ";
         EXPECT_EQ(written, applications) << what;
     }
-    EXPECT_TRUE(runtallyState().registry.processMap.empty());
     const auto records = parseRecords(dataText(directory / "data", "ProcessLog"));
     EXPECT_EQ(records[0].start, start);
     EXPECT_EQ(records[1].start, records[0].end()) << "slices touch";
-    for (const char* part : {"polling", "(2.08.47)", "(2.08.48)"})
+    for (const char* part : {"polling", "(2.08.47)"})
         EXPECT_NE(log().find(part), std::string::npos);
-    directory.write("rules", "include exe=*\nnonsense\n");
-    EXPECT_FALSE(collector.reconfigure()) << "refused";
-    EXPECT_NE(log().find("line 2"), std::string::npos);
+    const std::string off = std::string(polled).replace(std::string(polled).find("true"), 4, "false");
+    for (const auto& [entries, refusedRules, cause] : {
+             std::tuple{withRules + polled, "include exe=*\nnonsense\n", "line 2"},
+             std::tuple{withRules + polled, "exclude exe=*\n", "no rule can include a record"},
+             std::tuple{withRules + off, "include exe=*\n", "no source of processes is on"},
+             std::tuple{withRules + polled + " } }", "include exe=*\n", "ends the reading"},
+             std::tuple{withRules + "logging () = '' { process-data () = '' {", "include exe=*\n", "never closes"},
+         }) {
+        directory.write("rules", refusedRules);
+        writeOwn(entries);
+        EXPECT_FALSE(collector.reconfigure()) << cause;
+        EXPECT_NE(log().find(cause), std::string::npos) << cause;
+    }
+    EXPECT_EQ(runtallyState().registry.processMap.size(), 1U) << "as before";
     EXPECT_TRUE(runtallyState().includeExclude.isIncluded(RuleFacts(RuleKey::datatype, "process"))) << "as before";
 }
 
@@ -130,6 +138,19 @@ TEST_F(ConfigurationTest, TheExamplesAreLoadedWithoutAMessage) {
     for (const char* severity : {"WARNING", "ERROR", "CRITICAL", "FATAL"})
         EXPECT_EQ(said.find(severity), std::string::npos) << said;
     EXPECT_TRUE(runtallyState().includeExclude.isIncluded(RuleFacts(RuleKey::datatype, "process")));
+}
+
+TEST_F(ConfigurationTest, AStartTellsTheFirstFindingsOfTheCheckAndTheNumberOfTheOthers) {
+    std::string entries;
+    for (int i = 0; i < 30; ++i)
+        entries += "key" + std::to_string(i) + " (Integer) = 1 { }\n";
+    EXPECT_TRUE(configure(entries)) << "which all are passed over";
+    size_t told = 0;
+    for (const std::string& line : linesOf(log()))
+        told += line.find("(2.21.37)") != std::string::npos ? 1 : 0;
+    EXPECT_EQ(told, 20U);
+    EXPECT_NE(log().find("runtally.conf:3: warning: nothing reads the key \"runtally.key1\""), std::string::npos);
+    EXPECT_NE(log().find("(2.21.38)"), std::string::npos);
 }
 
 TEST_F(ConfigurationTest, EventsThatAreGivenUpLeaveWhatEndedMeanwhileToThePoller) {

@@ -113,6 +113,10 @@ public:
 class ScriptedRegistry : public Registry {
 public:
     bool isReadable(std::string&) override { return true; }
+    std::vector<RegistryEntry> survey(std::string& file) override {
+        file = "resources.toml";
+        return {};
+    }
     bool read(std::string_view name, uint32_t& type, std::string& data, uint32_t& error) override;
     bool writeText(std::string_view name, std::string_view text, uint32_t&) override {
         set(std::string(name), std::string(text));

@@ -65,6 +65,10 @@ public:
     void close(TraceHandle& trace) override;
     uint32_t pointerSize() override { return pointerBytes; }
     std::string shortcomings() override { return lacking; }
+    bool canStart(std::string& why) override {
+        why = lacking;
+        return true;
+    }
 
     bool runs = false; // a session does
     bool isStoppable = true;

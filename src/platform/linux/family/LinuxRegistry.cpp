@@ -100,6 +100,10 @@ std::string mistake(const std::string& path, uint32_t line, const std::string& w
            what + "); correct it.";
 }
 
+void noteMistake(std::vector<RegistryEntry>& entries, uint32_t line, std::string what) {
+    entries.push_back({{}, 0, static_cast<int32_t>(line), std::move(what)});
+}
+
 bool isToml(const std::string& text) {
     try {
         static_cast<void>(toml::parse(text));
@@ -145,6 +149,7 @@ void LinuxRegistry::refresh(Source& source, const std::string& path) {
         source.isMissing = error == ENOENT || error == ENOTDIR;
         source.problem = "The file of the family's values \"" + path + "\" can't be read (" + std::strerror(error) +
                          "); create it, or name another by VELMOR_RESOURCES.";
+        noteMistake(source.entries, 1, "the file can't be read (" + std::string(std::strerror(error)) + ")");
         return;
     }
     if (source.path == path && source.problem.empty() && sameState(source.state, state))
@@ -161,21 +166,28 @@ void LinuxRegistry::parse(Source& source) {
     text << file.rdbuf();
     if (!file || S_ISDIR(source.state.st_mode)) {
         source.problem = "The file of the family's values \"" + source.path + "\" can't be read; make it readable.";
+        noteMistake(source.entries, 1, "the file can't be read");
         return;
     }
     try {
         const toml::table table = toml::parse(text.str());
         for (const auto& [key, node] : table) {
             Value value;
-            if (takeValue(node, value.type, value.data))
-                source.values.emplace(std::string(key.str()), std::move(value));
-            else
-                source.problem =
-                    mistake(source.path, node.source().begin.line,
-                            std::string(key.str()) + " is no text, no array of texts and no number of 32 bits");
+            const std::string name(key.str());
+            const uint32_t line = node.source().begin.line;
+            const bool isTaken = takeValue(node, value.type, value.data);
+            source.entries.push_back({name, value.type, static_cast<int32_t>(line), {}});
+            if (isTaken) {
+                source.values.emplace(name, std::move(value));
+                continue;
+            }
+            const std::string what = name + " is no text, no array of texts and no number of 32 bits";
+            source.problem = mistake(source.path, line, what);
+            noteMistake(source.entries, line, what);
         }
     } catch (const toml::parse_error& error) {
         source.problem = mistake(source.path, error.source().begin.line, std::string(error.description()));
+        noteMistake(source.entries, error.source().begin.line, std::string(error.description()));
     }
 }
 
@@ -191,6 +203,14 @@ bool LinuxRegistry::isReadable(std::string& cause) {
     if (cause.empty() && !written_.isMissing)
         cause = written_.problem;
     return cause.empty();
+}
+
+std::vector<RegistryEntry> LinuxRegistry::survey(std::string& file) {
+    checkpoint();
+    const ServiceLock lock(mutex_);
+    refresh(administrators_, resourcesFile());
+    file = resourcesFile();
+    return administrators_.entries;
 }
 
 const LinuxRegistry::Value* LinuxRegistry::find(std::string_view name) {

@@ -13,6 +13,7 @@ namespace Velmor {
 class LinuxRegistry : public Registry {
 public:
     bool isReadable(std::string& cause) override;
+    std::vector<RegistryEntry> survey(std::string& file) override;
     bool read(std::string_view name, uint32_t& type, std::string& data, uint32_t& error) override;
     bool writeText(std::string_view name, std::string_view text, uint32_t& error) override;
 
@@ -28,7 +29,8 @@ private:
         Values values;
         struct stat state {};
         std::string path;
-        std::string problem; // why it can't be read; empty if it can
+        std::string problem;                // why it can't be read; empty if it can
+        std::vector<RegistryEntry> entries; // in no order
         bool isMissing = false;
     };
 

@@ -17,10 +17,12 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fnmatch.h>
 #include <optional>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 namespace Velmor {
 
@@ -349,6 +351,11 @@ void LinuxFileSystem::moveTogether(const std::vector<FileMove>& moves, std::vect
 bool LinuxFileSystem::remove(std::string_view path, uint32_t& error) {
     checkpoint();
     return answer(systemCalls().unlink(toNativePath(path).c_str()) == 0, error);
+}
+
+bool LinuxFileSystem::isWritable(std::string_view directory) {
+    checkpoint();
+    return faccessat(AT_FDCWD, toNativePath(directory).c_str(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
 bool LinuxFileSystem::makeDirectory(std::string_view path, uint32_t& error) {

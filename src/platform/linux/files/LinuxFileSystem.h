@@ -16,6 +16,7 @@ public:
     bool move(std::string_view from, std::string_view to, bool replace, uint32_t& error) override;
     void moveTogether(const std::vector<FileMove>& moves, std::vector<uint32_t>& errors) override;
     bool remove(std::string_view path, uint32_t& error) override;
+    bool isWritable(std::string_view directory) override;
     bool makeDirectory(std::string_view path, uint32_t& error) override;
     bool setAttributes(std::string_view path, uint32_t attributes, uint32_t& error) override;
     bool fullPath(std::string_view path, std::string& full, uint32_t& error) override;

@@ -120,6 +120,12 @@ uint32_t LinuxKernelTrace::pointerSize() {
     return TracePayload::pointerSize;
 }
 
+bool LinuxKernelTrace::canStart(std::string& shortcomings) {
+    checkpoint();
+    TraceSession session(processes_, sources_);
+    return session.openSources(shortcomings);
+}
+
 std::string LinuxKernelTrace::shortcomings() {
     const ServiceLock lock(mutex_);
     return shortcomings_;

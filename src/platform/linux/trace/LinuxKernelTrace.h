@@ -37,6 +37,7 @@ public:
     void close(TraceHandle& trace) override;
     uint32_t pointerSize() override;
     std::string shortcomings() override;
+    bool canStart(std::string& shortcomings) override;
 
 private:
     std::shared_ptr<TraceSession> find(std::string_view name);

@@ -27,6 +27,8 @@ public:
 
     /// Opens the sources and notes what runs already. False with the reasons in `shortcomings` if there are none.
     bool start(std::string& shortcomings);
+    /// The first half of that.
+    bool openSources(std::string& shortcomings);
     /// Ends the reading. The session stays, without further events.
     void stop();
 
@@ -46,7 +48,6 @@ private:
     bool hasEnded(uint32_t pid, uint64_t startTicks) override;
     bool epitaph(uint32_t pid, uint64_t startTicks, std::string& executable, uid_t& owner, uint32_t& exitCode) override;
 
-    bool openSources(std::string& shortcomings);
     void enterTable();
     void endMissing(const std::vector<TableEntry>& table);
     bool readTable(std::vector<TableEntry>& table);

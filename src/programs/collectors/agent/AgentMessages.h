@@ -31,6 +31,8 @@ enum : int32_t {
     messagesRefused = 34,
     slotRenewed = 35,
     messagesFellOut = 36,
+    configurationFinding = 37,
+    furtherFindings = 38,
 };
 
 } // namespace Velmor::AgentMessage

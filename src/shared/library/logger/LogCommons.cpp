@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <limits>
 
 namespace Velmor {
 
@@ -58,6 +59,13 @@ int32_t numberOf(const std::array<NamedNumber, Size>& table, std::string_view na
 
 std::string twoDigits(int32_t number) {
     return (number < 10 ? "0" : "") + std::to_string(number);
+}
+
+void tellRejected(const std::string& name, std::string_view modulesWanted, const FindingSink& sink) {
+    std::vector<std::string> wanted;
+    split(modulesWanted, ',', wanted, std::numeric_limits<int32_t>::max());
+    sink.warning(1, "no program of the family reads a catalogue of this name",
+                 hintOr(name, {wanted.begin(), wanted.end()}, "remove it"));
 }
 
 std::string messageKey(int32_t module, int32_t number) {
@@ -130,7 +138,7 @@ std::string LogCommons::formatLine(const LogMessage& message, bool found) {
     return line;
 }
 
-LoadResult LogCommons::loadMessages(std::string_view directory, std::string_view modulesWanted) {
+LoadResult LogCommons::loadMessages(std::string_view directory, std::string_view modulesWanted, Findings* findings) {
     LoadResult result;
     try {
         std::string folder(directory);
@@ -143,10 +151,13 @@ LoadResult LogCommons::loadMessages(std::string_view directory, std::string_view
             std::string name = entry.name;
             FileUtils::stripExtension(name);
             const bool wanted = modulesWanted == "all" || modulesWanted.find(name) != std::string_view::npos;
-            if (moduleFromName(name) == LogModule::unknown || !wanted)
+            const FindingSink sink = findings ? FindingSink(*findings, folder + entry.name) : FindingSink();
+            if (moduleFromName(name) == LogModule::unknown || !wanted) {
                 result.rejected.push_back(name);
-            else
-                loadFile(folder + entry.name, name, result);
+                tellRejected(name, modulesWanted, sink);
+            } else {
+                loadFile(folder + entry.name, name, result, sink);
+            }
         }
         result.ok = true;
     } catch (const FileException& failure) {
@@ -159,12 +170,13 @@ LoadResult LogCommons::loadMessages(std::string_view directory, std::string_view
     return result;
 }
 
-void LogCommons::loadFile(const std::string& path, const std::string& name, LoadResult& result) {
+void LogCommons::loadFile(const std::string& path, const std::string& name, LoadResult& result,
+                          const FindingSink& sink) {
     const int32_t module = moduleFromName(name);
     int32_t count = 0;
     FilePlain file(path);
     file.open(FileBase::ACCESS_READ);
-    while (!file.eof()) {
+    for (int32_t lineNumber = 1; !file.eof(); ++lineNumber) {
         std::string line;
         file.readLine(line);
         if (line.empty() || line.starts_with("//"))
@@ -173,12 +185,37 @@ void LogCommons::loadFile(const std::string& path, const std::string& name, Load
         std::string text = number.size() < line.size() ? line.substr(number.size() + 1) : std::string();
         trimBlanks(number);
         trimBlanks(text);
+        if (sink)
+            tellMessage(number, text, module, lineNumber, sink);
         messages_.try_emplace(messageKey(module, toNumber(number)), std::move(text));
         ++count;
     }
     file.close();
     result.loaded.push_back(name);
     result.counts.push_back(count);
+}
+
+void LogCommons::tellMessage(const std::string& number, const std::string& text, int32_t module, int32_t line,
+                             const FindingSink& sink) {
+    if (number.empty() && text.empty())
+        return;
+    if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos) {
+        sink.warning(line, "the line has no number of a message before its \":\"",
+                     number.starts_with('#') ? "begin comments with //" : "write NUMBER: TEXT");
+        return;
+    }
+    if (text.empty())
+        sink.warning(line, "message " + number + " has no wording", "write it behind the \":\"");
+    if (const auto [first, isNew] = lines_[module].try_emplace(toNumber(number), line); !isNew)
+        sink.warning(line,
+                     "message " + number + " has a wording in line " + std::to_string(first->second) + ", which counts",
+                     "remove one of them");
+    for (size_t i = text.find('%'); i != std::string::npos; i = text.find('%', i + 2))
+        if (i + 1 == text.size() || std::string_view("sifdp%").find(text[i + 1]) == std::string_view::npos) {
+            sink.warning(line, "\"" + text.substr(i, 2) + "\" stands for nothing",
+                         "write %s, %i, or %% for a percent sign");
+            return;
+        }
 }
 
 bool LogCommons::findMessage(int32_t module, int32_t number, std::string& text) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "shared/library/common/errors/Findings.h"
 #include "shared/library/logger/LogMessage.h"
 
 #include <cstdint>
@@ -81,15 +82,22 @@ public:
     static void formatMessage(std::string& format, std::string_view parameters);
 
     /// Reads the catalogue files "LogMessages\*.mess" below `directory` of the modules named in `modules`, a list
-    /// separated by commas, or "all". The first text of a number stays.
-    LoadResult loadMessages(std::string_view directory, std::string_view modules);
+    /// separated by commas, or "all". The first text of a number stays. Adds to `findings`, if there are any, what is
+    /// otherwise than it looks.
+    LoadResult loadMessages(std::string_view directory, std::string_view modules, Findings* findings = nullptr);
+
+    /// The numbers of a module that have a wording, each with the line of its file.
+    const std::map<int32_t, int32_t>& linesOf(int32_t module) { return lines_[module]; }
 
     /// The wording of a message; false if the catalogue hasn't got it.
     bool findMessage(int32_t module, int32_t number, std::string& text) const;
 
 private:
-    void loadFile(const std::string& path, const std::string& name, LoadResult& result);
+    void loadFile(const std::string& path, const std::string& name, LoadResult& result, const FindingSink& sink);
+    void tellMessage(const std::string& number, const std::string& text, int32_t module, int32_t line,
+                     const FindingSink& sink);
 
+    std::map<int32_t, std::map<int32_t, int32_t>> lines_;      // of messages, by module and number
     std::map<std::string, std::string, std::less<>> messages_; // "module.number" to wording
 };
 

@@ -20,17 +20,23 @@
 #include "shared/library/common/system/SystemInfo.h"
 #include "shared/library/common/text/TextUtils.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Velmor {
 
 namespace {
 constexpr size_t catalogueGenerations = 2;
+constexpr size_t mostFindings = 20; // that are told one by one
 } // namespace
 
 Agent::Agent(std::string_view commandLine) : arguments_(parseCommandLine(commandLine)) {
     if (!arguments_.empty())
         arguments_.erase(arguments_.begin()); // the program's own word
+    if (arguments_.empty() || arguments_.front().first != "c")
+        return;
+    configurationFile_ = arguments_.front().second; // for the whole life, reconfigurations too
+    arguments_.erase(arguments_.begin());
 }
 
 Agent::~Agent() {
@@ -73,6 +79,7 @@ bool Agent::configure() {
     int32_t level = 0;
     if (conf().getInteger(lowerName() + ".log.debug-level", level) == 0)
         LoggerUnit::setDebugLevel(level);
+    tellFindings(check(false));
     if (!loadPrimeTime(directory))
         return false;
     readStaticInfo();
@@ -135,11 +142,6 @@ std::string Agent::configurationFile(const std::string& directory) const {
 }
 
 void Agent::loadConfiguration(const std::string& directory) {
-    const bool isNamed = !arguments_.empty() && arguments_.front().first == "c";
-    if (isNamed && configurationFile_.empty()) { // one file for the whole life, reconfigurations too
-        configurationFile_ = arguments_.front().second;
-        arguments_.erase(arguments_.begin());
-    }
     configurationInForce_ = configurationFile(directory);
     loggerContext_.conf->buildDOMTree(configurationInForce_);
     // What was read before the mistake is in force; without the keys that must be there the start-up fails by them.
@@ -170,6 +172,15 @@ void Agent::loadLogMessages() {
     LogMessenger::setCatalogue(&messages);
     if (logMessages_.size() > catalogueGenerations)
         logMessages_.pop_front();
+}
+
+/// A start goes on with what it could read; so whatever the findings cost, they are warnings here.
+void Agent::tellFindings(const Findings& findings) {
+    const std::vector<Finding> list = findings.sorted();
+    for (size_t i = 0; i < std::min(list.size(), mostFindings); ++i)
+        agentLogger().warning(AgentMessage::configurationFinding, findingLine(list[i]));
+    if (list.size() > mostFindings)
+        agentLogger().warning(AgentMessage::furtherFindings, std::to_string(list.size() - mostFindings));
 }
 
 std::string Agent::primeTimeFile(const ConfReader& configuration, const std::string& directory) const {
@@ -227,6 +238,13 @@ bool Agent::isConfigurationUsable() {
     problem = fresh.getLastError();
     if (!problem.empty() || !acceptsConfiguration(fresh, problem))
         return refuse(problem);
+    const Findings findings = check(false);
+    if (findings.hasErrors()) {
+        tellFindings(findings);
+        const std::vector<Finding> list = findings.sorted();
+        return refuse(findingLine(
+            *std::find_if(list.begin(), list.end(), [](const Finding& finding) { return finding.isError; })));
+    }
     isJudgedOtherwise_ = judgesOtherwise(fresh);
     isSliceDue_ = true;
     return true;

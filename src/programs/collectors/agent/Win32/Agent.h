@@ -2,6 +2,7 @@
 
 #include "programs/collectors/agent/ThreadRecord.h"
 #include "programs/collectors/agent/Win32/CommandLine.h"
+#include "shared/library/common/errors/Findings.h"
 #include "shared/library/common/ipc/IPCServer.h"
 #include "shared/library/common/pointers/SmartPointer.h"
 #include "shared/library/common/system/Monopoly.h"
@@ -42,6 +43,9 @@ public:
 
     /// Whether a new configuration, which has been accepted, judges or names otherwise than the one in force.
     virtual bool judgesOtherwise(const ConfReader& /*fresh*/) const { return false; }
+
+    /// All that is wrong in what a start would read, and with `withRights` what its sources lack. Changes nothing.
+    virtual Findings check(bool /*withRights*/) const { return {}; }
 
     /// The collector's own part of the configuration. False if it can't go on.
     virtual bool configureCollector() = 0;
@@ -113,6 +117,9 @@ protected:
     /// The stem of registry values, configuration keys and the instance lock.
     void setName(std::string_view name) { name_ = name; }
 
+    /// The directory of the configuration files, with a separator at its end; false if there is none.
+    static bool readConfigurationDirectory(std::string& directory);
+    std::string configurationFile(const std::string& directory) const;
     /// The prime time file that a configuration names.
     std::string primeTimeFile(const ConfReader& configuration, const std::string& directory) const;
     /// Gives what is tracked a slice that ends now, under what has been in force until now; once for a configuration.
@@ -128,9 +135,8 @@ private:
     static bool refuse(const std::string& problem);
     bool startOwnLogging();
     bool takeInstanceGuard();
-    bool readConfigurationDirectory(std::string& directory);
     void loadConfiguration(const std::string& directory);
-    std::string configurationFile(const std::string& directory) const;
+    static void tellFindings(const Findings& findings);
     void loadLogMessages();
     bool loadPrimeTime(const std::string& directory);
     void readStaticInfo();

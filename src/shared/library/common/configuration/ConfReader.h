@@ -1,6 +1,7 @@
 #pragma once
 
 #include "shared/library/common/configuration/DOMNode.h"
+#include "shared/library/common/errors/Findings.h"
 #include "shared/library/common/pointers/SmartPointer.h"
 #include "shared/library/common/system/Monopoly.h"
 #include "shared/library/common/time/TimeSpan.h"
@@ -34,11 +35,16 @@ public:
     virtual ~ConfReader();
 
     /// Replaces the settings by those of a file. A mistake is reported with file and line; the entries complete before
-    /// it stay.
-    void buildDOMTree(const std::string& fileName);
+    /// it stay. The sink is told of it too, and of what is passed over without being one.
+    void buildDOMTree(const std::string& fileName, const FindingSink& sink = {});
 
     /// What went wrong in the last build, in one line with file and line; empty if nothing did.
     const std::string& getLastError() const { return lastError_; }
+
+    /// All entries, below a node of no meaning; null before the first build.
+    const DOMNode* getTree() const { return root_.get(); }
+    /// The entry of a dotted key; null if there is none.
+    const DOMNode* find(std::string_view key) const;
 
     int32_t getString(std::string_view key, std::string& text, bool trim, bool lowerCase) const;
     int32_t getBool(std::string_view key, bool& value) const;
@@ -50,7 +56,6 @@ public:
     int32_t getTimeSpan(std::string_view key, TimeSpanParts& parts) const;
 
 private:
-    const DOMNode* find(std::string_view key) const;
     int32_t getRaw(std::string_view key, std::string_view typeWord, std::string& text) const;
     int32_t resolveReferences(std::string_view key, std::string& text) const;
     int32_t resolveReference(std::string_view reference, std::string& value) const;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,7 +10,7 @@ namespace Velmor {
 /// An entry of a configuration file: name, type, value and the entries in its block, in the order of the file.
 class DOMNode {
 public:
-    explicit DOMNode(std::string_view name) : name_(name) {}
+    explicit DOMNode(std::string_view name, int32_t line = 1) : name_(name), line_(line) {}
     DOMNode(const DOMNode&) = delete;
     DOMNode& operator=(const DOMNode&) = delete;
     virtual ~DOMNode();
@@ -17,6 +18,7 @@ public:
     const std::string& getName() const { return name_; }
     const std::string& getType() const { return type_; } // empty if there was none
     const std::string& getValue() const { return value_; }
+    int32_t getLine() const { return line_; } // where the name stands
     void setType(std::string_view type) { type_ = type; }
     /// Each backslash and the character behind it become one backslash.
     void setValue(std::string_view value);
@@ -31,6 +33,7 @@ private:
     std::string value_;
     std::unique_ptr<DOMNode> firstChild_;
     std::unique_ptr<DOMNode> nextSibling_;
+    int32_t line_;
     DOMNode* lastChild_ = nullptr; // where the next child goes
 };
 

@@ -25,15 +25,13 @@ public:
     bool isInUse() const;
     bool configureCollector() override;
     bool acceptsConfiguration(const ConfReader& fresh, std::string& problem) const override;
+    Findings check(bool withRights) const override;
     bool judgesOtherwise(const ConfReader& fresh) const override { return judgement(fresh) != judgement_; }
     void awaitWorkers() override;
     void supervisionRound() override;
     std::string statusSentence() override;
     StatusReport status() const;
     void publishFigures() override;
-
-    /// A configured interval; false if there is none above 0 seconds.
-    bool getConfInterval(std::string_view key, TimeSpan& span) const;
 
 private:
     size_t judgement(const ConfReader& configuration) const;

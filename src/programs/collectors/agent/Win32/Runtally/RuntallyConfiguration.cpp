@@ -7,7 +7,9 @@
 #include "process/naming/SMScan.h"
 #include "programs/collectors/agent/DataDelivery.h"
 #include "programs/collectors/agent/ProgramState.h"
+#include "programs/collectors/agent/Win32/Runtally/ConfigurationFiles.h"
 #include "programs/collectors/agent/Win32/Runtally/Runtally.h"
+#include "programs/collectors/agent/Win32/Runtally/check/ConfigurationCheck.h"
 #include "programs/collectors/agent/Win32/Runtally/records/PerformanceRecord.h"
 #include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/workers/SourceChange.h"
@@ -31,14 +33,6 @@ constexpr int32_t defaultPerformancePoll = 5;        // seconds
 constexpr int32_t forcedPoll = 10;                   // seconds, on systems without an event trace
 constexpr int32_t defaultEventLogDays = 7;
 
-constexpr const char* filterKey = "runtally.logging.module-data.interval.filter";
-constexpr const char* defaultFilter = "/runtally_modpoller.conf";
-constexpr const char* countersKey = "runtally.logging.performance-monitor.counters";
-constexpr const char* defaultCounters = "Runtally_Counters.conf";
-constexpr const char* performanceRulesKey = "runtally.logging.performance-monitor.rules";
-constexpr const char* defaultPerformanceRules = "Runtally_ProcessRules.conf";
-constexpr const char* mappingsFile = "components/appmapping.conf";
-
 /// Whether the system is of the old line that has no trace of process events; other names may hold its letters.
 bool hasNoTrace(std::string_view osName) {
     return osName.starts_with("Windows NT") || osName.starts_with("NT");
@@ -58,18 +52,9 @@ std::string configurationDirectory() {
     return directory;
 }
 
-std::string installDirectory() {
-    std::string directory;
-    if (getResourceValue("InstallDir", directory) != ResourceResult::success)
-        directory = FileOps::getCurrentDirectory();
-    FileUtils::normalisePath(directory);
-    FileUtils::addSeparator(directory);
-    return directory;
-}
-
 /// The rules that a configuration names; none if it names no file. False with the file and what is wrong.
 bool readRules(const ConfReader& conf, IncludeExclude& rules, std::string& file, std::string& error) {
-    conf.getFileName("runtally.include-exclude", file);
+    file = ConfigurationFiles(conf).rules;
     return file.empty() || rules.load(file, error);
 }
 
@@ -129,30 +114,16 @@ size_t Runtally::judgement(const ConfReader& configuration) const {
         bool value = false;
         text += std::to_string(configuration.getBool(key, value)) + (value ? "+" : "-");
     }
-    const std::string directory = configurationDirectory();
-    const auto addNamed = [&](std::string_view key, const std::string& otherwise) {
-        std::string name;
-        configuration.getFileName(key, name);
-        addFile(name.empty() ? otherwise : name);
-    };
-    addFile(primeTimeFile(configuration, directory + "\\"));
-    addNamed("runtally.include-exclude", "");
-    addNamed(filterKey, directory + defaultFilter);
-    addNamed(countersKey, directory + defaultCounters);
-    addNamed(performanceRulesKey, directory + defaultPerformanceRules);
-    std::string mappings;
-    configuration.getDirName("Velmor.directories.conf", mappings);
-    addFile(mappings + mappingsFile);
+    const ConfigurationFiles files(configuration);
+    addFile(primeTimeFile(configuration, configurationDirectory() + "\\"));
+    for (const std::string& file : {files.rules, files.filter, files.counters, files.performanceRules, files.mappings})
+        addFile(file);
     return std::hash<std::string>()(text);
 }
 
 bool Runtally::prepareDirectories() {
     std::string& directory = programState().dataDirectory;
-    const std::string install = installDirectory();
-    if (conf().getDirName("runtally.working-dir", directory) != ConfReader::FOUND)
-        directory = install + "Log" + "\\" + "temp" + "\\" + "Runtally";
-    FileUtils::normalisePath(directory);
-    FileUtils::addSeparator(directory);
+    directory = dataDirectoryOf(conf());
     logger().debug(4, "Working dir: %s.", directory);
     if (FileUtils::makeDirectories(directory))
         return true;
@@ -161,19 +132,9 @@ bool Runtally::prepareDirectories() {
                 "\" can't be made; make the directory that it lies in writable, or set runtally.working-dir.");
 }
 
-bool Runtally::getConfInterval(std::string_view key, TimeSpan& span) const {
-    TimeSpanParts parts;
-    if (conf().getTimeSpan(key, parts) != ConfReader::FOUND)
-        return false;
-    constexpr int64_t longest = std::numeric_limits<int32_t>::max();
-    const int64_t seconds = ((int64_t{parts.days} * 24 + parts.hours) * 60 + parts.minutes) * 60 + parts.seconds;
-    span = TimeSpan(parts);
-    return seconds <= longest && span.getSeconds() > 0;
-}
-
 /// Reads an interval, and says which one is in force.
 void Runtally::readInterval(std::string_view key, TimeSpan& span, const TimeSpan& otherwise) const {
-    if (getConfInterval(key, span)) {
+    if (intervalOf(conf(), key, span)) {
         logger().debug(1, "   Poll interval is %s.", span.toString());
         return;
     }
@@ -183,11 +144,11 @@ void Runtally::readInterval(std::string_view key, TimeSpan& span, const TimeSpan
 
 void Runtally::readIntervals() {
     TimeSpan& delivery = programState().defaultInterval;
-    if (!getConfInterval("runtally.interval", delivery))
+    if (!intervalOf(conf(), "runtally.interval", delivery))
         delivery = TimeSpan(defaultDelivery);
     logger().debug(4, "Data delivery at interval: %s.", delivery.toString());
     TimeSpan& performance = settings().performanceDeliveryInterval;
-    if (!getConfInterval("runtally.interval.performance-monitor", performance))
+    if (!intervalOf(conf(), "runtally.interval.performance-monitor", performance))
         performance = TimeSpan(defaultPerformanceDelivery);
 }
 
@@ -224,11 +185,7 @@ void Runtally::readModules() {
         return;
     logger().debug(1, "Will be polling process modules...");
     readInterval("runtally.logging.module-data.interval", settings().modulePollInterval, TimeSpan());
-    std::string& file = settings().moduleFilterFile;
-    file.clear();
-    conf().getFileName(filterKey, file);
-    if (file.empty())
-        file = configurationDirectory() + defaultFilter;
+    settings().moduleFilterFile = ConfigurationFiles(conf()).filter;
 }
 
 void Runtally::readEvents() {
@@ -258,18 +215,12 @@ void Runtally::chooseEvents() {
 void Runtally::readPerformance() {
     if (!readSwitch("runtally.logging.performance-monitor", settings().performanceMonitoring))
         return;
-    const std::string directory = configurationDirectory();
     logger().debug(1, "Will be monitoring performance...");
     readInterval("runtally.logging.performance-monitor.interval", settings().performancePollInterval,
                  TimeSpan(defaultPerformancePoll));
-    const auto readFile = [&](std::string_view key, std::string& file, const char* otherwise) {
-        file.clear();
-        conf().getFileName(key, file);
-        if (file.empty())
-            file = directory + otherwise;
-    };
-    readFile(countersKey, settings().countersFile, defaultCounters);
-    readFile(performanceRulesKey, settings().performanceRulesFile, defaultPerformanceRules);
+    const ConfigurationFiles files(conf());
+    settings().countersFile = files.counters;
+    settings().performanceRulesFile = files.performanceRules;
 }
 
 bool Runtally::prepareExeFinder() {
@@ -292,30 +243,22 @@ bool Runtally::prepareExeFinder() {
 
 void Runtally::loadApplicationMappings() {
     logger().debug(1, "Loading application mappings...");
-    std::string name;
-    if (conf().getDirName("Velmor.directories.conf", name) != ConfReader::FOUND) {
+    const std::string name = ConfigurationFiles(conf()).mappings;
+    if (name.empty()) {
         logger().debug(1, "Unable to get configuration dir. Cannot load mappings.");
         return;
     }
-    name += mappingsFile;
     if (!FileOps::exists(name)) {
         logger().debug(1, "File \"%s\" does not exist. Cannot load mappings.", name);
         runtallyState().exeFinder->setMappings({});
         return;
     }
     try {
-        FilePlain file(name);
-        file.open(FileBase::ACCESS_READ);
         ApplicationMappingsReader reader;
-        for (int32_t line = 1; !file.eof(); ++line) {
-            std::string text;
-            file.readLine(text);
-            if (reader.addLine(std::move(text)))
-                continue;
-            logger().error(RuntallyMessage::mappingsMistake, line, "Illegal '{'.");
+        if (const int32_t mistake = reader.readFile(name); mistake > 0) {
+            logger().error(RuntallyMessage::mappingsMistake, mistake, "Illegal '{'.");
             return;
         }
-        file.close();
         runtallyState().exeFinder->setMappings(reader.mappings());
         logger().debug(1, "Application mappings loaded.");
     } catch (const FileException& failure) {
@@ -338,6 +281,17 @@ bool Runtally::acceptsConfiguration(const ConfReader& fresh, std::string& proble
         return true;
     problem = ruleProblem(file, error);
     return false;
+}
+
+Findings Runtally::check(bool withRights) const {
+    ConfigurationCheck check({settings().pollingOn, settings().eventsAskedFor, settings().nativeEvents});
+    std::string directory;
+    if (check.checkResources() && readConfigurationDirectory(directory)) {
+        check.checkConfiguration(configurationFile(directory), directory);
+        if (withRights)
+            check.checkRights();
+    }
+    return check.findings();
 }
 
 /// Rules that can't be loaded leave the former ones.

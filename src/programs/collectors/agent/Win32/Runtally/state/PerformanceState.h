@@ -15,6 +15,7 @@ struct CounterEntry {
     uint32_t counterId = 0; // title index; 0 for a name that isn't known
     int32_t mode = 0;       // of GatherMode
     std::string name;
+    int32_t line = 0; // of the file
 };
 
 /// What the performance monitor and its records share. The counters are written while no worker runs; the memory is

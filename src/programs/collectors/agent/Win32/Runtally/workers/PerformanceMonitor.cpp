@@ -62,20 +62,23 @@ CounterEntry readEntry(std::string line) {
     return entry;
 }
 
-/// Appends the counters of a file. False if it is absent or empty. Throws FileException.
-bool readEntries(const std::string& fileName, std::vector<CounterEntry>& entries) {
-    FilePlain file(fileName);
-    if (!file.exists() || file.size() == 0)
-        return false;
-    file.open(FileBase::ACCESS_READ);
-    while (!file.eof()) {
-        std::string line;
-        file.readLine(line);
-        trimBlanks(line);
-        if (!line.empty() && line.front() != '#')
-            entries.push_back(readEntry(std::move(line)));
-    }
-    return true;
+void tellEntry(const std::vector<CounterEntry>& entries, const std::string& line, const FindingSink& sink) {
+    if (!sink)
+        return;
+    static const std::vector<std::string_view> words{"abs", "sum", "avg", "max", "min"};
+    const CounterEntry& entry = entries.back();
+    const size_t bar = line.find('|');
+    std::string word = bar == std::string::npos ? "abs" : line.substr(bar + 1);
+    trimBlanks(word);
+    if (!word.empty() && std::find(words.begin(), words.end(), word) == words.end())
+        sink.warning(entry.line, "\"" + word + "\" is no way to gather samples, so the last one counts",
+                     hintOr(word, words, "write abs, sum, avg, max or min"));
+    if (entry.name.ends_with(' ') || entry.name.ends_with('\t'))
+        sink.warning(entry.line, "a blank before the | belongs to the counter's name", "remove it");
+    for (const CounterEntry& earlier : entries)
+        if (&earlier != &entry && toLowerCopy(earlier.name) == toLowerCopy(entry.name))
+            sink.warning(entry.line, "the counter stands in line " + std::to_string(earlier.line) + " already",
+                         "remove one of them");
 }
 
 /// What a trace shows of a query: the same number for the same one.
@@ -161,12 +164,30 @@ void reportStructured(const StructuredException& failure) {
 }
 } // namespace
 
+bool readCounterEntries(const std::string& fileName, std::vector<CounterEntry>& entries, const FindingSink& sink) {
+    FilePlain file(fileName);
+    if (!file.exists() || file.size() == 0)
+        return false;
+    file.open(FileBase::ACCESS_READ);
+    for (int32_t number = 1; !file.eof(); ++number) {
+        std::string line;
+        file.readLine(line);
+        trimBlanks(line);
+        if (line.empty() || line.front() == '#')
+            continue;
+        entries.push_back(readEntry(line));
+        entries.back().line = number;
+        tellEntry(entries, line, sink);
+    }
+    return true;
+}
+
 bool readCountersFile(const std::string& fileName) {
     std::vector<CounterEntry>& entries = performance().counters;
     entries.clear();
     performance().counterIds.clear();
     try {
-        if (!readEntries(fileName, entries))
+        if (!readCounterEntries(fileName, entries))
             return false;
     } catch (const Exception&) {
         return false;
