@@ -115,23 +115,23 @@ TEST_F(KernelTraceTest, EachSourceThatIsOffCostsWhatItTells) {
              Case{"no codes", {true, false, false, true}, true, -1},
          }) {
         LinuxKernelTrace trace(processes, sources);
-        ASSERT_TRUE(watch(trace,
-                          [this] {
-                              for (int i = 0; i < count; ++i)
-                                  Child({program}).reap();
-                              eventually([this] {
-                                  const std::lock_guard lock(record.mutex);
-                                  return record.ends + record.lostNames / 2 >= count;
-                              });
-                          }))
-            << what << trace.shortcomings();
+        const bool isSure = sources.rings; // else a look may come too late, for this program as for others
+        const bool began = watch(trace, [&] {
+            for (int i = 0; i < count; ++i)
+                Child({program}).reap();
+            eventually([&] {
+                const std::lock_guard lock(record.mutex);
+                return record.ends + (isSure ? 0 : record.lostNames / 2) >= count;
+            });
+        });
+        ASSERT_TRUE(began) << what << trace.shortcomings();
         if (!namesAll) {
             EXPECT_EQ(record.starts, 0) << what;
             EXPECT_GE(record.lostNames, 2 * count) << what;
             continue;
         }
-        EXPECT_EQ(record.starts, count) << what;
-        EXPECT_EQ(record.ends, count) << what;
+        EXPECT_TRUE(isSure ? record.starts == count && record.ends == count : record.starts > 0)
+            << what << ": " << record.starts << " starts and " << record.ends << " ends";
         if (code == -1)
             record.codes.erase(1); // of one that its parent hadn't waited for
         EXPECT_EQ(record.codes, std::set<int64_t>{code}) << what;
