@@ -3,7 +3,7 @@
 
 project=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-packages=(g++ cmake ninja-build ccache zlib1g-dev libtomlplusplus-dev libgtest-dev libbenchmark-dev libcli11-dev
+packages=(g++ cmake ninja-build ccache zlib1g-dev libmd-dev libtomlplusplus-dev libgtest-dev libbenchmark-dev libcli11-dev
           nlohmann-json3-dev)
 
 # install PACKAGE...: installs those that are missing, as root or by sudo.

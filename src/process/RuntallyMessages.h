@@ -21,6 +21,7 @@ enum : int32_t {
     valueKept = 47,
     trackingEnded = 48,
     reconfigurationBrokenOff = 49,
+    configurationInForce = 52,
 
     // Processes
     exitCodeUnknown = 13,

@@ -45,6 +45,9 @@ public:
     /// Takes the rules of another over in place of its own. While nobody asks.
     void take(IncludeExclude& other);
 
+    /// How many rules there are, without those that are only referred to.
+    size_t count() const { return rules_.size(); }
+
     /// Drops all rules.
     void clear();
 

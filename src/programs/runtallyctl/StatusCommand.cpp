@@ -61,7 +61,10 @@ void printFacts(const json& status) {
                               spanText(now - status.at("started").get<int64_t>()) + "; version " +
                               text(status.at("version")) + ", process " + text(status.at("process")) +
                               ", main thread " + text(status.at("mainThread"))});
-    table.add({"Configuration", text(status.at("configuration"))});
+    if (const json& configuration = status.at("configuration"); !configuration.is_null())
+        table.add({"Configuration", text(configuration.at("file")) + ", since " +
+                                        momentText(configuration.at("since")) + ", " + text(configuration.at("rules")) +
+                                        " rules, hash " + text(configuration.at("hash"))});
     for (const json& source : status.at("sources")) {
         const std::string lacks = text(source.at("lacks"));
         table.add({"Source " + text(source.at("name")),
@@ -144,7 +147,38 @@ int printOnce(const StatusOptions& options) {
         print(status);
     return status.at("well").get<bool>() ? CommandStatus::done : CommandStatus::failed;
 }
+
+void printInForce(const json& status) {
+    const json& configuration = status.at("configuration");
+    std::cout << "In force since " << momentText(configuration.at("since")) << ", with "
+              << text(configuration.at("rules")) << " rules; hash " << text(configuration.at("hash")) << "\n\n";
+    Table table({Align::left, Align::right, Align::left, Align::left});
+    table.add({"File", "Bytes", "Changed", "SHA-256"});
+    for (const json& file : configuration.at("files"))
+        table.add(
+            {text(file.at("path")), text(file.at("size")), momentText(file.at("modified")), text(file.at("sha256"))});
+    table.print(std::cout);
+    for (const json& source : status.at("sources"))
+        std::cout << "Source " << text(source.at("name")) << ": " << (source.at("on").get<bool>() ? "on" : "off")
+                  << '\n';
+    for (const json& kind : status.at("records"))
+        std::cout << "Records " << text(kind.at("kind")) << ": next delivery " << momentText(kind.at("nextDelivery"))
+                  << '\n';
+}
 } // namespace
+
+int reconfigure(int32_t timeout) {
+    std::string answer;
+    if (const int status = ask(std::string(CommandWord::reconfigure), timeout, answer); status != CommandStatus::done)
+        return status;
+    const json outcome = json::parse(answer);
+    if (const std::string problem = text(outcome.at("problem")); !problem.empty()) {
+        std::cerr << "The configuration isn't in force: " << problem << '\n';
+        return CommandStatus::failed;
+    }
+    printInForce(outcome);
+    return CommandStatus::done;
+}
 
 int printStatus(const StatusOptions& options) {
     if (options.watches)

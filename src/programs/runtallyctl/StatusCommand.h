@@ -14,4 +14,9 @@ struct StatusOptions {
 /// well, 1 if something was lost or a source lacks a right, else of `CommandStatus`.
 int printStatus(const StatusOptions& options);
 
+/// Has the collector read its configuration again, waits up to `timeout` seconds, and prints what is in force now. The
+/// exit status is 1, with the reason on standard error, if the new one has a mistake and isn't; else of
+/// `CommandStatus`.
+int reconfigure(int32_t timeout);
+
 } // namespace Velmor

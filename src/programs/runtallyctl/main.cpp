@@ -21,6 +21,7 @@ struct Options {
     std::vector<std::string> paths;
     bool asJson = false;
     int32_t timeout = defaultTimeout;
+    int32_t longTimeout = 60; // seconds; workers have to end
     int32_t seconds = 0;
     std::string catalogue = "/etc/velmor";
     Velmor::StatusOptions status;
@@ -40,13 +41,15 @@ void addReading(CLI::App& tool, Options& options) {
 }
 
 void addCommands(CLI::App& tool, Options& options) {
-    const auto addSilent = [&](const char* name, const char* text, std::string_view word) {
-        tool.add_subcommand(name, text)->callback([&options, word] {
-            options.action = [word] { return Velmor::sendCommand(std::string(word)); };
-        });
-    };
-    addSilent("die", "End the collector, after its last delivery", Velmor::CommandWord::die);
-    addSilent("reconfigure", "Let the collector read its configuration again", Velmor::CommandWord::reconfigure);
+    tool.add_subcommand("die", "End the collector, after its last delivery")->callback([&options] {
+        options.action = [] { return Velmor::sendCommand(std::string(Velmor::CommandWord::die)); };
+    });
+    CLI::App* again =
+        tool.add_subcommand("reconfigure", "Let the collector read its configuration again, and say what is in force");
+    again->add_option("--timeout", options.longTimeout, "Seconds to wait for the outcome")
+        ->capture_default_str()
+        ->check(CLI::Range(1, longestTime));
+    again->callback([&options] { options.action = [&options] { return Velmor::reconfigure(options.longTimeout); }; });
     const auto addAnswered = [&](const char* name, const char* text, std::string_view word) {
         CLI::App* command = tool.add_subcommand(name, text);
         command->add_option("--timeout", options.timeout, "Seconds to wait for the reply")

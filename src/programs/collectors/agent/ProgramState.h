@@ -31,6 +31,7 @@ struct ProgramState {
     TimeSpan defaultInterval;  // of deliveries, for a data file that has none of its own
     Monopoly deliveryMonopoly; // keeps a delivery by command and a reconfiguration apart
     WorkerBook workers;
+    std::string refusal;        // why the last reconfiguration has not put anything in force; the supervisor's
     std::string startupFailure; // what a start-up that failed says to whoever started it: the cause and the remedy
 };
 

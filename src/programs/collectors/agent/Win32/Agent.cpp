@@ -142,8 +142,7 @@ std::string Agent::configurationFile(const std::string& directory) const {
 }
 
 void Agent::loadConfiguration(const std::string& directory) {
-    configurationInForce_ = configurationFile(directory);
-    loggerContext_.conf->buildDOMTree(configurationInForce_);
+    loggerContext_.conf->buildDOMTree(configurationFile(directory));
     // What was read before the mistake is in force; without the keys that must be there the start-up fails by them.
     const std::string problem = loggerContext_.conf->getLastError();
     if (!problem.empty())
@@ -215,6 +214,7 @@ void Agent::readStaticInfo() {
 
 bool Agent::reconfigure() {
     programState().reconfigureFlag = 0;
+    programState().refusal.clear();
     platform().serviceManager->reloading();
     isReconfiguring_ = true;
     const bool runs = restartWorkers();
@@ -252,6 +252,7 @@ bool Agent::isConfigurationUsable() {
 
 /// Says why a new configuration isn't in force. Always false.
 bool Agent::refuse(const std::string& problem) {
+    programState().refusal = problem;
     agentLogger().error(AgentMessage::configurationRefused, problem);
     agentLogger().debug(0, problem);
     return false;

@@ -109,8 +109,6 @@ public:
     /// Whether a new configuration is being put in force.
     bool isReconfiguring() const { return isReconfiguring_; }
     const LoggerContext& loggerContext() const { return loggerContext_; }
-    /// The name of the file that `conf` was read from.
-    const std::string& configurationInForce() const { return configurationInForce_; }
     const ConfReader& conf() const { return *loggerContext_.conf; }
 
 protected:
@@ -154,8 +152,7 @@ private:
     Monopoly instanceGuard_; // keeps a second copy of the collector from starting
     LoggerContext loggerContext_;
     std::vector<Argument> arguments_;
-    std::string configurationFile_; // as the command line names it; empty: the usual one
-    std::string configurationInForce_;
+    std::string configurationFile_;     // as the command line names it; empty: the usual one
     std::list<LogCommons> logMessages_; // the message catalogue; behind the former one, which may still be looked at
     SmartPointer<IPCServer> ipcServer_;
     std::atomic<bool> isReconfiguring_{false};

@@ -93,9 +93,32 @@ void IpcCommands::carryOut(const std::string& command, const Requests& requests)
     } else if (command == CommandWord::dump) {
         dump(requests);
     } else {
-        agentLogger().debug(1, "Reconfiguring...");
-        programState().reconfigureFlag = 1;
+        reconfigure(requests);
     }
+}
+
+/// Those who want an answer get it when all is done; others never got one.
+void IpcCommands::reconfigure(const Requests& requests) {
+    agentLogger().debug(1, "Reconfiguring...");
+    {
+        const TimedMonopolyHold hold(waitingLock_);
+        for (const IPCMessage* request : requests)
+            if (!request->replyTo.empty())
+                waiting_.push_back(*request);
+    }
+    programState().reconfigureFlag = 1;
+}
+
+std::vector<IPCMessage> IpcCommands::takeReconfigurations() {
+    const TimedMonopolyHold hold(waitingLock_);
+    return std::exchange(waiting_, {});
+}
+
+void IpcCommands::answerReconfigurations(const std::vector<IPCMessage>& requests, const std::string& outcome) {
+    Requests list;
+    for (const IPCMessage& request : requests)
+        list.push_back(&request);
+    reply(list, outcome);
 }
 
 void IpcCommands::sendProcessInfo(const Requests& requests) {

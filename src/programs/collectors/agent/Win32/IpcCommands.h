@@ -1,6 +1,7 @@
 #pragma once
 
 #include "shared/library/common/ipc/IPCServer.h"
+#include "shared/library/common/system/Monopoly.h"
 #include "shared/library/common/time/ReportLimit.h"
 
 #include <cstdint>
@@ -24,6 +25,11 @@ public:
     /// What an answer to a question after the state says; before the first command.
     void setStatusSource(std::function<std::string()> source) { statusSource_ = std::move(source); }
 
+    /// The requests for a reconfiguration that wait for the next one. For the thread that carries it out.
+    std::vector<IPCMessage> takeReconfigurations();
+    /// Tells those who asked for it what became of it.
+    void answerReconfigurations(const std::vector<IPCMessage>& requests, const std::string& outcome);
+
 private:
     using Requests = std::vector<const IPCMessage*>; // of one command, the first one first
 
@@ -31,10 +37,13 @@ private:
     void carryOut(const std::string& command, const Requests& requests);
     void sendProcessInfo(const Requests& requests);
     void dump(const Requests& requests);
+    void reconfigure(const Requests& requests);
     void reply(const Requests& requests, const std::string& text);
     void reportReply(const IPCException& failure);
 
     std::function<std::string()> statusSource_;
+    Monopoly waitingLock_; // guards the next
+    std::vector<IPCMessage> waiting_;
     ReportLimit refusals_;
     ReportLimit failedReplies_;
     ReportLimit floods_;

@@ -64,7 +64,14 @@ std::string Runtally::statusSentence() {
 }
 
 StatusReport Runtally::status() const {
-    return takeStatus(configurationInForce(), missingRights_);
+    return takeStatus(configuration_, missingRights_);
+}
+
+bool Runtally::reconfigure() {
+    const std::vector<IPCMessage> requests = commands_.takeReconfigurations();
+    const bool runs = Agent::reconfigure();
+    commands_.answerReconfigurations(requests, toJson(status(), programState().refusal));
+    return runs;
 }
 
 void Runtally::publishFigures() {

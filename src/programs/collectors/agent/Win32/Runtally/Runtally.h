@@ -23,6 +23,7 @@ public:
     void run() override;
     /// Whether a thread that couldn't be ended works on, so that nothing may be taken apart.
     bool isInUse() const;
+    bool reconfigure() override;
     bool configureCollector() override;
     bool acceptsConfiguration(const ConfReader& fresh, std::string& problem) const override;
     Findings check(bool withRights) const override;
@@ -35,6 +36,7 @@ public:
 
 private:
     size_t judgement(const ConfReader& configuration) const;
+    void noteConfiguration();
     bool prepareDirectories();
     void readIntervals();
     bool readSwitch(std::string_view key, bool& value) const;
@@ -64,7 +66,8 @@ private:
     IpcCommands commands_;
     MetricsFile metrics_;
     std::string missingRights_; // as the system told at the start
-    size_t judgement_ = 0;      // of the configuration in force
+    ConfigurationInForce configuration_;
+    size_t judgement_ = 0; // of the configuration in force
     ThreadHandle statusMonitor_;
     uint32_t statusMonitorId_ = 0;
     std::string processStem_; // names of the data files

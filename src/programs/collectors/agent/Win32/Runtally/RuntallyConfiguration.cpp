@@ -90,7 +90,25 @@ bool Runtally::configureCollector() {
     }
     if (const size_t former = std::exchange(judgement_, judgement(conf())); former != judgement_)
         renewTracked();
+    noteConfiguration();
     return true;
+}
+
+/// What is in force from now on, for those who ask and for those who audit.
+void Runtally::noteConfiguration() {
+    std::string directory;
+    readConfigurationDirectory(directory);
+    const ConfigurationFiles files(conf());
+    std::vector<std::string> paths{configurationFile(directory), files.rules, primeTimeFile(conf(), directory),
+                                   files.mappings};
+    if (settings().moduleLogging)
+        paths.push_back(files.filter);
+    if (settings().performanceMonitoring)
+        paths.insert(paths.end(), {files.counters, files.performanceRules});
+    configuration_ = describeConfiguration(paths, runtallyState().includeExclude.count());
+    logger().notice(RuntallyMessage::configurationInForce, configuration_.hash,
+                    std::to_string(configuration_.files.size()), configuration_.file(),
+                    std::to_string(configuration_.rules));
 }
 
 /// A number for all that decides what records say and whether they are wanted: the keys of it and the files' contents.

@@ -35,6 +35,7 @@ constexpr auto runtallyNumbers = [] {
                                    valueKept,
                                    trackingEnded,
                                    reconfigurationBrokenOff,
+                                   configurationInForce,
                                    exitCodeUnknown,
                                    registryHeld,
                                    idInUseAgain,

@@ -18,6 +18,10 @@ json moment(int32_t seconds) {
     return seconds != 0 ? json(seconds) : json();
 }
 
+json toJson(const ConfigurationInForce::File& file) {
+    return {{"path", file.path}, {"size", file.size}, {"modified", file.modified}, {"sha256", file.sha256}};
+}
+
 json toJson(const StatusReport::Source& source) {
     return {{"name", source.name}, {"on", source.isOn}, {"lacks", source.lacks}};
 }
@@ -63,6 +67,14 @@ json listOf(const Rows& rows) {
     return list;
 }
 
+json toJson(const ConfigurationInForce& configuration) {
+    return {{"file", configuration.file()},
+            {"since", configuration.since},
+            {"hash", configuration.hash},
+            {"rules", configuration.rules},
+            {"files", listOf(configuration.files)}};
+}
+
 json lossesOf(const StatusReport& report) {
     json losses = json::object();
     for (size_t i = 0; i < LossBook::causes; ++i) {
@@ -72,10 +84,9 @@ json lossesOf(const StatusReport& report) {
     }
     return losses;
 }
-} // namespace
 
-std::string toJson(const StatusReport& report) {
-    const json object{
+json objectOf(const StatusReport& report) {
+    return {
         {"well", report.isWell()},
         {"sentence", sentenceOf(report)},
         {"version", VELMOR_VERSION},
@@ -83,7 +94,7 @@ std::string toJson(const StatusReport& report) {
         {"started", report.started},
         {"process", report.processId},
         {"mainThread", report.mainThreadId},
-        {"configuration", report.isChanging() ? json() : json(report.configuration)},
+        {"configuration", report.isChanging() ? json() : toJson(*report.configuration)},
         {"sources", listOf(report.sources)},
         {"tracked", report.tracked},
         {"waitingForName", orNull(report.unnamed)},
@@ -98,8 +109,22 @@ std::string toJson(const StatusReport& report) {
           {"memory", report.ownUse.memory},
           {"handles", report.ownUse.handles}}},
     };
+}
+
+std::string textOf(const json& object) {
     // Names are bytes of the system's; those that are no UTF-8 are replaced.
     return object.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+} // namespace
+
+std::string toJson(const StatusReport& report) {
+    return textOf(objectOf(report));
+}
+
+std::string toJson(const StatusReport& report, const std::string& problem) {
+    json object = objectOf(report);
+    object["problem"] = problem;
+    return textOf(object);
 }
 
 } // namespace Velmor

@@ -63,7 +63,7 @@ StatusReport::DataFiles waitingFiles() {
 }
 
 /// What a new configuration changes. Nothing while one is being put in force.
-void addConfigured(StatusReport& report, const std::string& configuration, const std::string& missingRights) {
+void addConfigured(StatusReport& report, const ConfigurationInForce& configuration, const std::string& missingRights) {
     Monopoly& lock = programState().deliveryMonopoly;
     bool isResetting = false;
     if (!lock.tryEnforce(isResetting))
@@ -76,7 +76,7 @@ void addConfigured(StatusReport& report, const std::string& configuration, const
 }
 } // namespace
 
-StatusReport takeStatus(const std::string& configuration, const std::string& missingRights) {
+StatusReport takeStatus(const ConfigurationInForce& configuration, const std::string& missingRights) {
     StatusReport report;
     report.now = platform().clock->now();
     report.started = runtallyState().programStart;

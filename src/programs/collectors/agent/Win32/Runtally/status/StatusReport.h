@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/Machine.h"
+#include "programs/collectors/agent/Win32/Runtally/status/ConfigurationInForce.h"
 #include "programs/collectors/agent/WorkerBook.h"
 #include "shared/library/common/system/LossBook.h"
 #include "shared/library/logger/RecentMessages.h"
@@ -40,10 +41,10 @@ struct StatusReport {
     int32_t started = 0;
     uint32_t processId = 0;
     uint32_t mainThreadId = 0;
-    std::string configuration;    // the file; empty while another configuration is being put in force, as are the
-    std::vector<Source> sources;  // sources,
-    std::vector<Records> records; // the records
-    DataFiles dataFiles;          // and the data files
+    std::optional<ConfigurationInForce> configuration; // while another one is being put in force there is none, nor
+    std::vector<Source> sources;                       // any of these
+    std::vector<Records> records;
+    DataFiles dataFiles;
     uint64_t tracked = 0;
     std::optional<uint64_t> unnamed; // those that wait for a name; none if that is just being changed
     std::optional<uint64_t> early;   // ends that wait for their starts; likewise
@@ -52,20 +53,23 @@ struct StatusReport {
     std::vector<RecentMessages::Entry> messages;
     OwnUse ownUse;
 
-    bool isChanging() const { return configuration.empty(); }
+    bool isChanging() const { return !configuration; }
     /// Whether nothing was lost, and no source lacks anything.
     bool isWell() const;
 };
 
-/// Looks at everything. `configuration` is the file's name, `missingRights` what the system said at the start. Any
+/// Looks at everything. `missingRights` is what the system said at the start. Any
 /// thread but one that holds a lock of the collector may ask.
-StatusReport takeStatus(const std::string& configuration, const std::string& missingRights);
+StatusReport takeStatus(const ConfigurationInForce& configuration, const std::string& missingRights);
 
 /// One sentence: what is tracked and how, and what was lost.
 std::string sentenceOf(const StatusReport& report);
 
 /// One JSON object on one line.
 std::string toJson(const StatusReport& report);
+
+/// Likewise, with what became of a new configuration: `problem` is why it isn't in force, and empty if it is.
+std::string toJson(const StatusReport& report, const std::string& problem);
 
 /// The figures in the text format that Prometheus reads, with their units.
 std::string toMetrics(const StatusReport& report);
