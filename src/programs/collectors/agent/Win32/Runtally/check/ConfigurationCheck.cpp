@@ -209,8 +209,12 @@ void ConfigurationCheck::checkRules(const std::string& file) {
     }
     IncludeExclude rules;
     std::string error;
-    if (isThere(file, ConfigurationKey::rules, true) && rules.load(file, error, in(file)) && !rules.canInclude())
-        in(file).error(1, "no rule can include a record, so nothing is recorded",
+    if (!isThere(file, ConfigurationKey::rules, true) || !rules.load(file, error, in(file)))
+        return;
+    const bool canRecord = rules.canInclude("runtally") || (isOn(modulesKey, false) && rules.canInclude("module")) ||
+                           (isOn(performanceKey, false) && rules.canInclude("process"));
+    if (!canRecord)
+        in(file).error(1, "no rule can include a record that is made, so nothing is recorded",
                        "write include datatype=* to want all");
 }
 
