@@ -319,7 +319,8 @@ void ConfigurationCheck::checkCatalogue() {
     for (const std::string& name : result.loaded) {
         const int32_t module = LogCommons::moduleFromName(name);
         const auto known = messageNumbers(module);
-        const std::string file = directory + "LogMessages/" + name + ".mess";
+        std::string file = directory;
+        file.append("LogMessages/").append(name).append(".mess");
         checkEncoding(file, in(file), false, {"//"});
         for (const auto& [number, line] : messages.linesOf(module))
             if (std::find(known.begin(), known.end(), number) == known.end())
