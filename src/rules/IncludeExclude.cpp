@@ -16,11 +16,13 @@ bool IncludeExclude::load(const std::string& fileName, std::string& errorText, c
     return isRead;
 }
 
-bool IncludeExclude::canInclude() const {
+bool IncludeExclude::canInclude(std::string_view datatype) const {
     for (const Rule& rule : rules_) {
-        if (rule.status == RuleStatus::include && whyItNeverHolds(rule, references_).empty())
+        if (!canHoldFor(datatype, rule, references_))
+            continue;
+        if (rule.status == RuleStatus::include)
             return true;
-        if (alwaysHolds(rule))
+        if (alwaysHoldsFor(datatype, rule))
             return false;
     }
     return false;

@@ -34,8 +34,8 @@ public:
     /// read so far stay. Tells the sink what holds never, or otherwise than it looks.
     bool load(const std::string& fileName, std::string& errorText, const FindingSink& sink = {});
 
-    /// Whether any record can be wanted, as far as the rules themselves tell.
-    bool canInclude() const;
+    /// Whether a record of that datatype can be wanted, as far as the rules themselves tell.
+    bool canInclude(std::string_view datatype) const;
 
     bool isIncluded(const RuleFacts& facts);
 

@@ -273,8 +273,17 @@ std::string whyItNeverHolds(const Rule& rule, const IncludeExclude::References& 
     return kinds == 0 ? "no kind of record tells all that it asks for" : "";
 }
 
-bool alwaysHolds(const Rule& rule) {
-    return std::all_of(rule.conditions.begin(), rule.conditions.end(), isTrivial);
+bool canHoldFor(std::string_view datatype, const Rule& rule, const IncludeExclude::References& references) {
+    const auto kind = std::find(recordKinds.begin(), recordKinds.end(), datatype) - recordKinds.begin();
+    return whyItNeverHolds(rule, references).empty() &&
+           std::all_of(rule.conditions.begin(), rule.conditions.end(),
+                       [&](const RuleCondition& condition) { return (kindsOf(condition) & (1U << kind)) != 0; });
+}
+
+bool alwaysHoldsFor(std::string_view datatype, const Rule& rule) {
+    return std::all_of(rule.conditions.begin(), rule.conditions.end(), [&](const RuleCondition& condition) {
+        return isTrivial(condition) || (condition.key == RuleKey::datatype && wildcardMatch(condition.text, datatype));
+    });
 }
 
 void tellVainRules(const std::vector<Rule>& rules, const IncludeExclude::References& references,

@@ -337,6 +337,25 @@ TEST_F(CheckTest, MistakesInRulesAreNamed) {
                 });
 }
 
+TEST_F(CheckTest, RulesThatWantOnlyRecordsThatArentMadeRecordNothing) {
+    std::vector<std::string> usageAlone = wholeConfiguration;
+    usageAlone[24] = "module-data (Bool) = false {";
+    usageAlone[27] = "performance-monitor (Bool) = false {";
+    for (const auto& [rules, canRecord] : {
+             std::pair{"include datatype=module\n", false},
+             std::pair{"include cpu=1\n", false},
+             std::pair{"exclude datatype=runtally\ninclude datatype=*\n", false},
+             std::pair{"exclude datatype=run* app=x\ninclude datatype=*\n", true},
+             std::pair{"include ref=a\nref:a\n{\nuser=x\n}\n", true},
+         }) {
+        write("include-exclude", rules);
+        writeConfiguration(usageAlone);
+        EXPECT_EQ(check().hasErrors(), !canRecord) << rules << check().text();
+        writeConfiguration(wholeConfiguration);
+        EXPECT_FALSE(check().hasErrors()) << rules << check().text();
+    }
+}
+
 TEST_F(CheckTest, MistakesInThePrimeTimeAreNamed) {
     expectNamed("primetime", {
                                  {"*:*:*:*:* exclde\n", 1, "did you mean exclude?"},
@@ -526,6 +545,8 @@ TEST_F(CheckTest, NineOfTenMisspeltWordsGetTheRightHint) {
             if (!rules.load(directory / "rules", error, {findings, "rules"}))
                 count(std::string(row.word), misspelt, findings.text());
         }
+    RecordProperty("right", static_cast<int>(right));
+    RecordProperty("all", static_cast<int>(all));
     EXPECT_GT(all, 200U);
     EXPECT_GE(right * 10, all * 9) << right << " of " << all << "; not: " << wrong;
 }

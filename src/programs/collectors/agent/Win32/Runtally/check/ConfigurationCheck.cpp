@@ -209,8 +209,12 @@ void ConfigurationCheck::checkRules(const std::string& file) {
     }
     IncludeExclude rules;
     std::string error;
-    if (isThere(file, ConfigurationKey::rules, true) && rules.load(file, error, in(file)) && !rules.canInclude())
-        in(file).error(1, "no rule can include a record, so nothing is recorded",
+    if (!isThere(file, ConfigurationKey::rules, true) || !rules.load(file, error, in(file)))
+        return;
+    const bool canRecord = rules.canInclude("runtally") || (isOn(modulesKey, false) && rules.canInclude("module")) ||
+                           (isOn(performanceKey, false) && rules.canInclude("process"));
+    if (!canRecord)
+        in(file).error(1, "no rule can include a record that is made, so nothing is recorded",
                        "write include datatype=* to want all");
 }
 
@@ -315,7 +319,8 @@ void ConfigurationCheck::checkCatalogue() {
     for (const std::string& name : result.loaded) {
         const int32_t module = LogCommons::moduleFromName(name);
         const auto known = messageNumbers(module);
-        const std::string file = directory + "LogMessages/" + name + ".mess";
+        std::string file = directory;
+        file.append("LogMessages/").append(name).append(".mess");
         checkEncoding(file, in(file), false, {"//"});
         for (const auto& [number, line] : messages.linesOf(module))
             if (std::find(known.begin(), known.end(), number) == known.end())
