@@ -59,12 +59,22 @@ TEST_F(Status, WhatIsWrittenAndWhatIsLostIsToldToAll) {
     json status = ask('0');
     EXPECT_TRUE(status["well"]);
     EXPECT_EQ(status["process"], collector_.program().pid());
-    EXPECT_EQ(status["configuration"], collector_.directory() / "runtally.conf");
+    const std::string inForce =
+        collector_.directory() / "runtally.conf " + (collector_.directory() / "include-exclude");
+    EXPECT_EQ(collector_.run("", "sha256sum " + inForce + " | sha256sum").substr(2, 64),
+              status["configuration"]["hash"]);
     EXPECT_EQ(status["dataFiles"]["count"], files(".data").size());
     EXPECT_GT(status["tracked"], 0);
+    size_t written = 0;
+    size_t found = 0;
     EXPECT_TRUE(eventually([&] { // between the two looks there may be another record
-        return ask('0')["records"][0]["written"] == parseRecords(collector_.text("ProcessLog"), true).size();
-    }));
+        collector_.control("dump"); // until then some may be in the collector's buffer
+        const json answer = ask('0');
+        written = answer["records"][0]["written"];
+        found = parseRecords(collector_.text("ProcessLog"), true).size();
+        return written == found;
+    })) << written
+        << " told and " << found << " found";
     EXPECT_NE(metrics().find("velmor_runtally_healthy 1\n"), std::string::npos) << metrics();
 
     for (const std::string& file : files(".data"))
@@ -82,9 +92,14 @@ TEST_F(Status, WhatIsWrittenAndWhatIsLostIsToldToAll) {
     const std::string sentence = status["sentence"];
     EXPECT_NE(sentence.find("lost: " + std::to_string(lost) + " records whose file was taken away"), std::string::npos)
         << sentence;
-    collector_.control("reconfigure");
+    EXPECT_EQ(collector_.control("reconfigure").front(), '0');
     const std::string figure = "velmor_runtally_lost_total{cause=\"taken_away\"} " + std::to_string(lost) + "\n";
     EXPECT_TRUE(eventually([&] { return metrics().find(figure) != std::string::npos; })) << metrics();
+    collector_.directory().write("include-exclude", "inclde datatype=*\n");
+    const std::string refusal = collector_.control("reconfigure");
+    EXPECT_EQ(refusal.front(), '1');
+    EXPECT_NE(refusal.find("include-exclude"), std::string::npos) << refusal;
+    EXPECT_EQ(ask('1')["configuration"]["hash"], status["configuration"]["hash"]) << "the former stays in force";
     collector_.stop();
     EXPECT_NE(readFile(journal()).find("<3>ERROR"), std::string::npos) << readFile(journal());
 }

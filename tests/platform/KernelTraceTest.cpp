@@ -68,6 +68,16 @@ void take(Seen& seen, const TraceEvent& event) {
     seen.codes.insert(handle && seen.processes->exitCode(handle, code, error) ? int64_t{code} : -1);
 }
 
+/// Open descriptors to events and sockets of any kind; those to processes come and go with these.
+ptrdiff_t sourcesOpen() {
+    const std::filesystem::directory_iterator entries("/proc/self/fd");
+    return std::count_if(begin(entries), end(entries), [](const auto& entry) {
+        std::error_code failure;
+        const std::string target = std::filesystem::read_symlink(entry.path(), failure).string();
+        return target.starts_with("socket:") || target == "anon_inode:[perf_event]";
+    });
+}
+
 class KernelTraceTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -153,6 +163,7 @@ TEST(TracePayloadTest, WithoutAKnownOwnerThereIsNoSid) {
 TEST_F(KernelTraceTest, OneSessionOfANameRunsAndEndsWhenItIsStopped) {
     LinuxKernelTrace trace(processes);
     TraceProperties properties;
+    const ptrdiff_t openBefore = sourcesOpen();
     EXPECT_EQ(trace.query(sessionName, properties), NativeError::instanceNotFound);
     ASSERT_EQ(trace.start(sessionName, properties), NativeError::success);
     EXPECT_EQ(trace.start(sessionName, properties), NativeError::alreadyExists);
@@ -165,6 +176,7 @@ TEST_F(KernelTraceTest, OneSessionOfANameRunsAndEndsWhenItIsStopped) {
     EXPECT_EQ(trace.process(handle, onEvent, [] { return true; }), NativeError::success);
     stopper.join();
     EXPECT_EQ(trace.stop(sessionName), NativeError::instanceNotFound);
+    EXPECT_EQ(sourcesOpen(), openBefore) << "though a reader, as one that was ended by force, hasn't closed it";
 }
 
 TEST_F(KernelTraceTest, AnotherListenersComingIsNoLoss) {

@@ -258,12 +258,24 @@ void TraceSession::stop() {
         for (int i = 0; i < mostLastRounds && release(); ++i)
             round(true);
     }
+    if (!book_) // it has been stopped before
+        return;
     book_->forEach([](const TracedPointer& note) {
         if (note->state == TracedProcess::runs)
             note->state = TracedProcess::unwatched;
     });
+    giveSourcesUp();
     ended_ = true;
     queue_.wake();
+}
+
+/// A reader that was ended by force never gives its session back, which must not keep descriptors and rings for ever.
+void TraceSession::giveSourcesUp() {
+    connector_.reset();
+    rings_.reset();
+    epitaphs_ = {};
+    book_.reset();
+    executions_.clear();
 }
 
 /// Gives what runs a record of its own. False if all had one.

@@ -57,6 +57,7 @@ private:
     void run();
     bool pauseUntil(int milliseconds, bool forNews);
     bool release();
+    void giveSourcesUp();
     void round(bool isLast);
     void fetch();
     void apply(const ProcessNotice& notice);

@@ -59,7 +59,7 @@ bool readRules(const ConfReader& conf, IncludeExclude& rules, std::string& file,
 }
 
 std::string ruleProblem(const std::string& file, const std::string& error) {
-    return "The rule file \"" + file + "\" can't be loaded (" + error + "); correct it.";
+    return "The rule file \"" + shownPath(file) + "\" can't be loaded (" + error + "); correct it.";
 }
 } // namespace
 
