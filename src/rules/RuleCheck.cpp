@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdlib>
 #include <set>
+#include <unordered_map>
 
 namespace Velmor {
 
@@ -145,6 +146,52 @@ bool covers(const Rule& earlier, const Rule& later) {
     });
 }
 
+/// The rules that come before another, by what one must have in common with them to be covered. Long files would take
+/// hours: after so many comparisons nothing is looked for any more.
+class EarlierRules {
+public:
+    /// The first that decides wherever `later` could; null if none is found.
+    const Rule* coverOf(const Rule& later) {
+        const Rule* first = unconditional_;
+        const auto look = [&](const std::vector<const Rule*>& rules) {
+            for (const Rule* rule : rules) {
+                if (budget_ == 0 || (first && first->line <= rule->line))
+                    return;
+                --budget_;
+                if (covers(*rule, later))
+                    first = rule;
+            }
+        };
+        for (const RuleCondition& condition : later.conditions)
+            if (const auto same = byCondition_.find(identityOf(condition)); same != byCondition_.end())
+                look(same->second);
+        look(byPattern_);
+        return first;
+    }
+
+    void add(const Rule& rule) {
+        const auto telling = std::find_if(rule.conditions.begin(), rule.conditions.end(),
+                                          [](const RuleCondition& condition) { return !isTrivial(condition); });
+        if (telling == rule.conditions.end())
+            unconditional_ = unconditional_ ? unconditional_ : &rule;
+        else if (kindOf(telling->key) == RuleKind::fact && isPattern(telling->text))
+            byPattern_.push_back(&rule);
+        else
+            byCondition_[identityOf(*telling)].push_back(&rule);
+    }
+
+private:
+    static std::string identityOf(const RuleCondition& condition) {
+        return wordOf(condition) + '=' + condition.text + '|' + std::to_string(condition.number) + '|' +
+               std::to_string(condition.value) + '|' + std::to_string(condition.date.getSeconds());
+    }
+
+    const Rule* unconditional_ = nullptr;
+    std::vector<const Rule*> byPattern_;
+    std::unordered_map<std::string, std::vector<const Rule*>> byCondition_;
+    uint32_t budget_ = 2'000'000;
+};
+
 class VainRules {
 public:
     VainRules(const std::vector<Rule>& rules, const IncludeExclude::References& references, const FindingSink& sink)
@@ -173,15 +220,12 @@ private:
                 sink_.warning(rule.line, "the rule never holds: " + why, "correct it, or remove it");
             return;
         }
-        const auto end = std::find_if(rules_.begin(), rules_.end(), [&](const Rule& r) { return &r == &rule; });
-        const auto cover = std::find_if(rules_.begin(), end, [&](const Rule& earlier) {
-            return whyItNeverHolds(earlier, references_).empty() && covers(earlier, rule);
-        });
-        if (cover != end)
+        if (const Rule* cover = earlier_.coverOf(rule))
             sink_.warning(rule.line,
                           "the rule is never reached, since that of line " + std::to_string(cover->line) +
                               " decides before it",
                           "put it before that line, or remove it");
+        earlier_.add(rule);
     }
 
     void lookAtBlock(const std::string& name, const Rule& block) {
@@ -209,17 +253,17 @@ private:
     }
 
     void tellReferences(const Rule& rule) {
-        std::vector<std::string_view> names;
-        for (const auto& [name, block] : references_)
-            names.emplace_back(name);
         for (const RuleCondition& condition : rule.conditions) {
             if (condition.key != RuleKey::ref)
                 continue;
             used_.insert(condition.text);
-            if (references_.count(condition.text) == 0)
-                sink_.warning(condition.line,
-                              "there is no block ref:" + condition.text + ", so the condition never holds",
-                              hintOr(condition.text, names, "write the block"));
+            if (references_.count(condition.text) != 0)
+                continue;
+            std::vector<std::string_view> names;
+            for (const auto& [name, block] : references_)
+                names.emplace_back(name);
+            sink_.warning(condition.line, "there is no block ref:" + condition.text + ", so the condition never holds",
+                          hintOr(condition.text, names, "write the block"));
         }
     }
 
@@ -227,6 +271,7 @@ private:
     const IncludeExclude::References& references_;
     const FindingSink& sink_;
     std::set<std::string> used_;
+    EarlierRules earlier_; // that may hold
 };
 
 bool isDigits(std::string_view text) {

@@ -58,7 +58,8 @@ TEST(LifeEndToEnd, AProcessLeavesTouchingSlicesAndItsCodeAndCommandsAreObeyed) {
     Child other({ownShell(collector, "stillruns"), "-c", "read x"});
     for (const Child* started : {&process, &other})
         ASSERT_TRUE(collector.awaitLog("Added process " + std::to_string(started->pid())));
-    EXPECT_TRUE(collector.control("info").starts_with("0 " + std::to_string(collector.program().pid()) + ","));
+    EXPECT_TRUE(collector.control("info").starts_with("0 process " + std::to_string(collector.program().pid()) +
+                                                      ", main thread "));
     EXPECT_EQ(collector.control("dump"), "0 done\n");
     EXPECT_EQ(collector.usage("longlived").size(), 1U) << "the reply comes after the delivery";
     collector.writeConfiguration("    interval (TimeSpan) = P5H { }\n", RunningCollector::polling);

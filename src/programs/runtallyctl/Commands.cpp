@@ -13,6 +13,7 @@
 #include "shared/library/common/time/Timer.h"
 #include "shared/library/logger/LogCommons.h"
 
+#include <algorithm>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -114,6 +115,21 @@ int sendAndWait(const std::string& command, int32_t timeout) {
     const int status = ask(command, timeout, answer);
     if (status == CommandStatus::done)
         std::cout << (answer.empty() ? "done" : printable(answer)) << '\n';
+    return status;
+}
+
+int printInfo(int32_t timeout, bool asJson) {
+    std::string answer;
+    const int status = ask(std::string(CommandWord::sendProcessInfo), timeout, answer);
+    if (status != CommandStatus::done)
+        return status;
+    const size_t comma = std::min(answer.find(','), answer.size());
+    const std::string process = printable(answer.substr(0, comma));
+    const std::string thread = printable(answer.substr(std::min(comma + 1, answer.size())));
+    if (asJson)
+        std::cout << "{\"process\":" << process << ",\"mainThread\":" << thread << "}\n";
+    else
+        std::cout << "process " << process << ", main thread " << thread << '\n';
     return status;
 }
 

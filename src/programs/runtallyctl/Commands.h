@@ -22,6 +22,9 @@ int ask(const std::string& command, int32_t timeout, std::string& answer);
 /// Sends a command and prints its reply, for which it waits up to `timeout` seconds.
 int sendAndWait(const std::string& command, int32_t timeout);
 
+/// Asks for the collector's process and main thread, and prints their ids; as JSON if asked for.
+int printInfo(int32_t timeout, bool asJson);
+
 /// Stands in for the core service: prints the numbered messages that arrive, with the wording of the catalogue in
 /// `catalogue`, until it is interrupted or, if above 0, `seconds` have passed.
 int listen(const std::string& catalogue, int32_t seconds);

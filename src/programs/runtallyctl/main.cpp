@@ -3,12 +3,15 @@
 #include "programs/runtallyctl/Commands.h"
 #include "programs/runtallyctl/StatusCommand.h"
 #include "programs/runtallyctl/UsageReport.h"
+#include "shared/library/common/errors/Findings.h"
 #include "shared/library/common/errors/IPCException.h"
 #include "shared/library/common/ipc/IPCMessage.h"
+#include "shared/library/common/text/TextUtils.h"
 #include "shared/library/logger/LoggerUnit.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <functional>
 #include <iostream>
 
@@ -40,34 +43,50 @@ void addReading(CLI::App& tool, Options& options) {
     add("records", "The single records of delivered data files", Velmor::printRecords);
 }
 
+void addTimeout(CLI::App* command, int32_t& seconds) {
+    command->add_option("--timeout", seconds, "Seconds to wait for the reply")
+        ->capture_default_str()
+        ->check(CLI::Range(1, longestTime));
+}
+
+/// Whether a first word is a command or an option; if not, says so, with the command that was most likely meant.
+bool isKnown(const CLI::App& tool, const std::string& word) {
+    std::vector<std::string> names;
+    for (const CLI::App* command : tool.get_subcommands({}))
+        names.push_back(command->get_name());
+    const std::vector<std::string_view> known(names.begin(), names.end());
+    if (word.starts_with('-') || std::find(known.begin(), known.end(), word) != known.end())
+        return true;
+    std::cerr << '"' << Velmor::printable(word) << "\" is no command; "
+              << Velmor::hintOr(word, known, "\"runtallyctl --help\" lists them") << '\n';
+    return false;
+}
+
 void addCommands(CLI::App& tool, Options& options) {
     tool.add_subcommand("die", "End the collector, after its last delivery")->callback([&options] {
         options.action = [] { return Velmor::sendCommand(std::string(Velmor::CommandWord::die)); };
     });
     CLI::App* again =
         tool.add_subcommand("reconfigure", "Let the collector read its configuration again, and say what is in force");
-    again->add_option("--timeout", options.longTimeout, "Seconds to wait for the outcome")
-        ->capture_default_str()
-        ->check(CLI::Range(1, longestTime));
+    addTimeout(again, options.longTimeout);
     again->callback([&options] { options.action = [&options] { return Velmor::reconfigure(options.longTimeout); }; });
-    const auto addAnswered = [&](const char* name, const char* text, std::string_view word) {
-        CLI::App* command = tool.add_subcommand(name, text);
-        command->add_option("--timeout", options.timeout, "Seconds to wait for the reply")
-            ->capture_default_str()
-            ->check(CLI::Range(1, longestTime));
-        command->callback([&options, word] {
-            options.action = [&options, word] { return Velmor::sendAndWait(std::string(word), options.timeout); };
-        });
-    };
-    addAnswered("dump", "Deliver all data now", Velmor::CommandWord::dump);
-    addAnswered("info", "Process id and main thread id of the collector", Velmor::CommandWord::sendProcessInfo);
+    CLI::App* dump = tool.add_subcommand("dump", "Deliver all data now");
+    addTimeout(dump, options.timeout);
+    dump->callback([&options] {
+        options.action = [&options] {
+            return Velmor::sendAndWait(std::string(Velmor::CommandWord::dump), options.timeout);
+        };
+    });
+    CLI::App* info = tool.add_subcommand("info", "Process id and main thread id of the collector");
+    addTimeout(info, options.timeout);
+    info->add_flag("--json", options.asJson, "Print JSON");
+    info->callback(
+        [&options] { options.action = [&options] { return Velmor::printInfo(options.timeout, options.asJson); }; });
     CLI::App* status =
         tool.add_subcommand("status", "How the collector is: sources, records, losses, workers, messages");
     status->add_flag("--json", options.status.asJson, "Print one JSON object");
     status->add_flag("--watch", options.status.watches, "Print it again each second");
-    status->add_option("--timeout", options.status.timeout, "Seconds to wait for the reply")
-        ->capture_default_str()
-        ->check(CLI::Range(1, longestTime));
+    addTimeout(status, options.status.timeout);
     status->callback([&options] { options.action = [&options] { return Velmor::printStatus(options.status); }; });
     CLI::App* listen = tool.add_subcommand("listen", "Print the messages that the collector sends to the core service");
     listen->add_option("--catalogue", options.catalogue, "Directory in which LogMessages lies")->capture_default_str();
@@ -89,6 +108,8 @@ int main(int count, char** values) {
     Options options;
     addReading(tool, options);
     addCommands(tool, options);
+    if (count > 1 && !isKnown(tool, values[1])) // NOLINT(cppcoreguidelines-pro-bounds-pointer-arithmetic)
+        return static_cast<int>(CLI::ExitCodes::ExtrasError);
     CLI11_PARSE(tool, count, values);
     try {
         const int status = options.action();
