@@ -30,6 +30,9 @@ public:
     /// From now on the system's requests to the program arrive in the calling thread's queue: to end as `close`,
     /// to read the configuration again as `settingChange`.
     virtual void receiveSystemRequests() = 0;
+
+    /// For a program that has nothing to finish: a request to end ends it at once.
+    virtual void obeySystemRequests() = 0;
 };
 
 } // namespace Velmor

@@ -18,6 +18,8 @@
 namespace Velmor {
 
 namespace {
+constexpr int requestSignals[]{SIGTERM, SIGINT, SIGHUP};
+
 /// The messages of one thread, and a descriptor that is readable while something waits.
 class Queue {
 public:
@@ -156,21 +158,32 @@ bool LinuxMessageQueues::wait(uint32_t& message) {
     }
 }
 
+namespace {
+/// Requests that came while they were held arrive now.
+void letRequestsIn() {
+    sigset_t requested;
+    sigemptyset(&requested);
+    for (const int signal : requestSignals)
+        sigaddset(&requested, signal);
+    pthread_sigmask(SIG_UNBLOCK, &requested, nullptr);
+}
+} // namespace
+
+void LinuxMessageQueues::obeySystemRequests() {
+    letRequestsIn();
+}
+
 void LinuxMessageQueues::receiveSystemRequests() {
     requests.descriptor.store(ownQueue().descriptor());
     requests.receiver.store(ownThreadId());
     struct sigaction action {};
     action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
-    sigset_t received;
-    sigemptyset(&received);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+    for (const int signal : requestSignals)
         sigaction(signal, &action, nullptr);
-        sigaddset(&received, signal);
-    }
     action.sa_handler = SIG_IGN;
     sigaction(SIGPIPE, &action, nullptr);
-    pthread_sigmask(SIG_UNBLOCK, &received, nullptr); // which may have been held until now
+    letRequestsIn();
 }
 
 } // namespace Velmor

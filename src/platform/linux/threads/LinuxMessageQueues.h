@@ -12,6 +12,7 @@ public:
     bool peek(uint32_t& message) override;
     bool wait(uint32_t& message) override;
     void receiveSystemRequests() override;
+    void obeySystemRequests() override;
 };
 
 } // namespace Velmor

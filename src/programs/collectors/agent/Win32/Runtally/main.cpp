@@ -117,6 +117,7 @@ int tellUsage() {
 }
 
 int check(const std::string& commandLine, bool isJson) {
+    Velmor::platform().messageQueues->obeySystemRequests();
     Velmor::platform().machine->limitRights();
     const Velmor::Findings findings = Velmor::Runtally(commandLine).check(true);
     std::cout << (isJson ? findings.json() : findings.text());
