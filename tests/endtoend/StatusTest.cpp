@@ -67,7 +67,7 @@ TEST_F(Status, WhatIsWrittenAndWhatIsLostIsToldToAll) {
     EXPECT_GT(status["tracked"], 0);
     size_t written = 0;
     size_t found = 0;
-    EXPECT_TRUE(eventually([&] { // between the two looks there may be another record
+    EXPECT_TRUE(eventually([&] {    // between the two looks there may be another record
         collector_.control("dump"); // until then some may be in the collector's buffer
         const json answer = ask('0');
         written = answer["records"][0]["written"];
