@@ -7,6 +7,7 @@
 #include "support/TinyProgram.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -25,10 +26,20 @@ constexpr const char* sleepProgram = "/bin/sleep";
 /// A process whose main thread has ended while another runs on: until SIGTERM, which makes that one exit with 5.
 int runWithoutMainThread() {
     pthread_t thread;
-    std::signal(SIGTERM, [](int) { _exit(5); });
-    if (pthread_create(
-            &thread, nullptr, [](void*) -> void* { return pause(), nullptr; }, nullptr) == 0)
-        syscall(SYS_exit, 0);
+    const auto body = [](void*) -> void* {
+        sigset_t wanted;
+        sigemptyset(&wanted);
+        sigaddset(&wanted, SIGTERM);
+        int received = 0;
+        sigwait(&wanted, &received);
+        _exit(5);
+    };
+    sigset_t blocked;
+    sigfillset(&blocked);
+    pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+    if (pthread_create(&thread, nullptr, body, nullptr) != 0)
+        return 1;
+    syscall(SYS_exit, 0);
     return 1;
 }
 
@@ -82,6 +93,23 @@ protected:
     LinuxProcesses processes;
     std::vector<uint32_t> ids;
     uint32_t error = 0;
+};
+
+/// The exit codes that one source tells by itself.
+struct SourceCase {
+    LinuxProcesses::Sources sources;
+    bool ofZombies;
+    bool ofReaped;
+};
+class ExitCodeTest : public ProcessesTest, public testing::WithParamInterface<SourceCase> {
+protected:
+    /// Waits for the end, and looks as long as there is a zombie and when it has gone.
+    static void expectCode(LinuxProcesses& asked, const ProcessHandle& process, Child& child, const char* code) {
+        child.awaitEnd();
+        EXPECT_EQ(codeOf(asked, process), GetParam().ofZombies ? code : "unknown");
+        child.reap();
+        EXPECT_EQ(codeOf(asked, process), GetParam().ofReaped ? code : "unknown");
+    }
 };
 } // namespace
 
@@ -183,45 +211,59 @@ TEST_F(ProcessesTest, AnotherUsersExecutableIsRefusedAndTheOwnerIsTheEffectiveUs
     EXPECT_EQ(stranger.reap(), 0);
 }
 
-TEST_F(ProcessesTest, ASourceOfExitCodesTellsWhatItKnowsAndNothingElse) {
-    // Whether it tells as long as there is a zombie, and when that has gone.
-    using Case = std::tuple<const char*, LinuxProcesses::Sources, bool, bool>;
-    for (const auto& [what, sources, ofZombies, ofReaped] :
-         {Case{"descriptor", {true, false, false}, false, ExitCodes::descriptorsTell()},
-          Case{"stat line", {false, true, false}, true, false}, Case{"exit records", {false, false, true}, true, true},
-          Case{"none", {false, false, false}, false, false}}) {
-        if (sources.exitRecords && !ExitRecords::start([](uint32_t, const ExitRecord&) {}))
-            continue; // the kernel refuses them
-        LinuxProcesses asked(sources);
-        const auto expectCode = [&, told = std::pair(ofZombies, ofReaped)](const ProcessHandle& process, Child& child,
-                                                                           const char* code) {
-            child.awaitEnd();
-            EXPECT_EQ(codeOf(asked, process), told.first ? code : "unknown");
-            child.reap();
-            EXPECT_EQ(codeOf(asked, process), told.second ? code : "unknown");
-        };
-        SCOPED_TRACE(what);
-        for (const auto& [script, code] : {std::pair{"read x; exit 7", "7"}, {"read x; kill -KILL $$", "137"}}) {
-            Child child({"/bin/sh", "-c", script});
-            const auto process = asked.open(child.pid(), error);
-            ASSERT_TRUE(process);
-            EXPECT_EQ(codeOf(asked, process), std::to_string(stillActive));
-            child.closeInput();
-            expectCode(process, child, code);
-        }
-        Child child(runWithoutMainThread);
-        const auto process = asked.open(child.pid(), error);
-        ASSERT_TRUE(process && eventually([&] { return child.state() == 'Z'; }));
-        EXPECT_EQ(codeOf(asked, process), std::to_string(stillActive));
-        EXPECT_TRUE(lists(child.pid())) << "a group lives on without its main thread";
-        for (const auto& opened : {processes.open(child.pid(), error), asked.open(child.pid(), error)}) {
-            ASSERT_TRUE(opened) << error;
-            EXPECT_EQ(pathOf(opened), std::filesystem::read_symlink("/proc/self/exe"));
-            EXPECT_EQ(ownerOf(opened), "S-1-22-1-" + std::to_string(geteuid()));
-        }
-        child.signal(SIGTERM);
-        expectCode(process, child, "5"); // the last thread's
+TEST_F(ProcessesTest, AGroupLivesOnWithoutItsMainThread) {
+    Child child(runWithoutMainThread);
+    const auto held = processes.open(child.pid(), error);
+    ASSERT_TRUE(held);
+    ASSERT_TRUE(eventually([&] { return child.state() == 'Z'; }));
+    EXPECT_TRUE(lists(child.pid()));
+    LinuxProcesses fresh;
+    for (LinuxProcesses* asked : {&processes, &fresh}) {
+        const auto process = asked->open(child.pid(), error);
+        ASSERT_TRUE(process) << error;
+        EXPECT_EQ(pathOf(process), std::filesystem::read_symlink("/proc/self/exe"));
+        EXPECT_EQ(codeOf(*asked, process), std::to_string(stillActive));
+        EXPECT_EQ(ownerOf(process), "S-1-22-1-" + std::to_string(geteuid()));
     }
+    child.signal(SIGTERM);
+    child.awaitEnd();
+    EXPECT_FALSE(lists(child.pid()));
+    EXPECT_EQ(codeOf(processes, held), "5");
 }
+
+TEST_P(ExitCodeTest, ASourceTellsWhatItKnowsAndNothingElse) {
+    const auto& sources = GetParam().sources;
+    if (sources.exitRecords && !ExitRecords::start([](uint32_t, const ExitRecord&) {}))
+        GTEST_SKIP() << "the kernel refuses its exit records";
+    LinuxProcesses asked(sources);
+    using Case = std::tuple<const char*, const char*>;
+    for (const auto& [script, code] : {Case{"read x; exit 7", "7"}, Case{"read x; kill -KILL $$", "137"}}) {
+        Child child({"/bin/sh", "-c", script});
+        const auto process = asked.open(child.pid(), error);
+        ASSERT_TRUE(process);
+        EXPECT_EQ(codeOf(asked, process), std::to_string(stillActive));
+        child.closeInput();
+        expectCode(asked, process, child, code);
+    }
+    Child child(runWithoutMainThread);
+    const auto process = asked.open(child.pid(), error);
+    ASSERT_TRUE(process && eventually([&] { return child.state() == 'Z'; }));
+    EXPECT_EQ(codeOf(asked, process), std::to_string(stillActive));
+    child.signal(SIGTERM);
+    expectCode(asked, process, child, "5"); // the last thread's
+}
+
+INSTANTIATE_TEST_SUITE_P(Sources, ExitCodeTest,
+                         testing::Values(SourceCase{{true, false, false}, false, ExitCodes::descriptorsTell()},
+                                         SourceCase{{false, true, false}, true, false},
+                                         SourceCase{{false, false, true}, true, true},
+                                         SourceCase{{false, false, false}, false, false}),
+                         [](const auto& tested) {
+                             const auto& sources = tested.param.sources;
+                             return sources.descriptor    ? "Descriptor"
+                                    : sources.statLine    ? "StatLine"
+                                    : sources.exitRecords ? "ExitRecords"
+                                                          : "None";
+                         });
 
 } // namespace Velmor

@@ -20,6 +20,13 @@ namespace Velmor {
 namespace {
 constexpr int requestSignals[]{SIGTERM, SIGINT, SIGHUP};
 
+#if defined(__SANITIZE_THREAD__)
+constexpr int longestWait =
+    500; // milliseconds: the sanitizer keeps a signal that comes just before a wait until its end
+#else
+constexpr int longestWait = -1;
+#endif
+
 /// The messages of one thread, and a descriptor that is readable while something waits.
 class Queue {
 public:
@@ -44,7 +51,7 @@ public:
 
     void waitForRing() const {
         pollfd wanted{event_.descriptor(), POLLIN, 0};
-        poll(&wanted, 1, -1);
+        poll(&wanted, 1, longestWait);
         if (!event_.clear() && errno == EBADF)
             std::abort(); // without the descriptor the thread would spin
     }
