@@ -41,6 +41,7 @@ constexpr double arenas = 4096; // KiB that the allocator may hold more or less 
 constexpr double accountingGrain = 1.1; // seconds: the accounting's starts are whole ones
 constexpr auto hang = 2500ms;
 constexpr auto stubbornness = 5000ms;              // longer than a worker has to end at a reconfiguration
+constexpr std::chrono::seconds killingFrom = 600s; // shorter runs end no worker by force
 constexpr std::chrono::seconds settlingTime = 60s; // after which figures must not grow
 
 std::chrono::seconds soakTime() {
@@ -388,7 +389,7 @@ TEST_F(Soak, NothingIsMissingDoubledOrWrongAndNothingGrows) {
         }
         if (random_() % 5 == 0)
             hangAThread();
-        if (random_() % 5 == 0)
+        if (soakTime() >= killingFrom && random_() % 5 == 0)
             killAWorker();
         if (SteadyClock::now() < lastRestart && random_() % 8 == 0)
             restart();
