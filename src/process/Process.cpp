@@ -71,10 +71,8 @@ bool Process::openProcess(std::string_view caller, uint32_t pid, bool& accessDen
     }
     accessDenied = error == NativeError::accessDenied;
     lost = error == NativeError::invalidParameter;
-    if (error == NativeError::tooManyOpenFiles) {
-        ++processShared().unopened;
+    if (error == NativeError::tooManyOpenFiles)
         lossBook().add(LossBook::Cause::unopened);
-    }
     if (accessDenied)
         log.debug(3, "   openProcess.%s: Access denied to process.", caller);
     else if (lost)
@@ -136,10 +134,6 @@ void Process::tellUnknownCodes(bool now) {
         return;
     shared.codesTold = ticks;
     shared.logger.warning(RuntallyMessage::exitCodesUnknown, std::to_string(shared.untoldCodes.exchange(0)));
-}
-
-uint32_t Process::unopenedCount() {
-    return processShared().unopened;
 }
 
 bool Process::isRunning() {

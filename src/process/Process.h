@@ -78,8 +78,6 @@ public:
     uint32_t getExitCode();
     /// Says how many codes could not be learnt that no message has told of; once a minute, or `now`.
     static void tellUnknownCodes(bool now);
-    /// How many processes could not be opened for want of handles, in all.
-    static uint32_t unopenedCount();
     /// True only if a handle is held and tells that the process runs.
     bool isRunning();
 

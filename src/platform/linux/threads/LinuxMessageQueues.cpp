@@ -21,8 +21,8 @@ namespace {
 constexpr int requestSignals[]{SIGTERM, SIGINT, SIGHUP};
 
 #if defined(__SANITIZE_THREAD__)
-constexpr int longestWait =
-    500; // milliseconds: the sanitizer keeps a signal that comes just before a wait until its end
+// Milliseconds: the sanitizer keeps a signal that comes just before a wait until the end of that.
+constexpr int longestWait = 500;
 #else
 constexpr int longestWait = -1;
 #endif

@@ -9,23 +9,24 @@ WorkerBook::Entry& WorkerBook::find(const std::string& name) {
     return found != entries_.end() ? *found : entries_.emplace_back(Entry{name});
 }
 
+WorkerBook::Entry& WorkerBook::take(const ThreadRecord& worker) {
+    Entry& entry = find(worker.name);
+    entry.state = worker.state;
+    entry.lastOk = worker.lastOk.getSeconds();
+    return entry;
+}
+
 void WorkerBook::begin(const std::list<ThreadRecord>& workers) {
     const TimedMonopolyHold hold(lock_);
     for (Entry& entry : entries_)
         entry.isOn = false;
-    for (const ThreadRecord& worker : workers) {
-        Entry& entry = find(worker.name);
-        entry.isOn = true;
-        entry.state = worker.state;
-        entry.lastOk = worker.lastOk.getSeconds();
-    }
+    for (const ThreadRecord& worker : workers)
+        take(worker).isOn = true;
 }
 
 void WorkerBook::note(const ThreadRecord& worker) {
     const TimedMonopolyHold hold(lock_);
-    Entry& entry = find(worker.name);
-    entry.state = worker.state;
-    entry.lastOk = worker.lastOk.getSeconds();
+    take(worker);
 }
 
 void WorkerBook::restarted(const std::string& name) {

@@ -32,6 +32,7 @@ public:
 
 private:
     Entry& find(const std::string& name);
+    Entry& take(const ThreadRecord& worker);
 
     Monopoly lock_; // guards the entries
     std::vector<Entry> entries_;

@@ -79,7 +79,8 @@ bool Agent::configure() {
     int32_t level = 0;
     if (conf().getInteger(lowerName() + ".log.debug-level", level) == 0)
         LoggerUnit::setDebugLevel(level);
-    tellFindings(check(false));
+    if (!isReconfiguring_) // else they have been told before the workers were stopped
+        tellFindings(check(false));
     if (!loadPrimeTime(directory))
         return false;
     readStaticInfo();
@@ -239,8 +240,8 @@ bool Agent::isConfigurationUsable() {
     if (!problem.empty() || !acceptsConfiguration(fresh, problem))
         return refuse(problem);
     const Findings findings = check(false);
+    tellFindings(findings);
     if (findings.hasErrors()) {
-        tellFindings(findings);
         const std::vector<Finding> list = findings.sorted();
         return refuse(findingLine(
             *std::find_if(list.begin(), list.end(), [](const Finding& finding) { return finding.isError; })));

@@ -44,14 +44,6 @@ LossBook::Entry LossBook::entry(Cause cause) const {
     return {words.count, words.first, words.last};
 }
 
-void LossBook::clear() {
-    for (Words& words : words_) {
-        words.count = 0;
-        words.first = 0;
-        words.last = 0;
-    }
-}
-
 LossBook& lossBook() {
     static LossBook book;
     return book;

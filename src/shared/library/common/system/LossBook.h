@@ -35,7 +35,6 @@ public:
     /// Enters losses of this moment.
     void add(Cause cause, uint64_t count = 1);
     Entry entry(Cause cause) const;
-    void clear();
 
 private:
     struct Words {

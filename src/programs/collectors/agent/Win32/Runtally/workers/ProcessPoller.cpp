@@ -11,6 +11,7 @@
 #include "programs/collectors/agent/Win32/Runtally/state/RuntallyState.h"
 #include "programs/collectors/agent/Win32/Runtally/state/TracerState.h"
 #include "programs/collectors/agent/Win32/Runtally/tracking/ProcessTracking.h"
+#include "shared/library/common/system/LossBook.h"
 #include "shared/library/common/time/Timer.h"
 
 #include <utility>
@@ -165,7 +166,7 @@ void reportEndedByHandle() {
 }
 
 /// Says once that the system has no handles left, until it has some again.
-void tellShortage(bool isTableRead, uint32_t unopened) {
+void tellShortage(bool isTableRead, uint64_t unopened) {
     RuntallyState& state = runtallyState();
     const bool isShort = !isTableRead || unopened != 0;
     if (isShort == std::exchange(state.isShortOfHandles, isShort) || !isShort)
@@ -178,10 +179,11 @@ void tellShortage(bool isTableRead, uint32_t unopened) {
 
 /// Compares the table with the one before; `isTableRead` tells whether it could be had.
 bool pollTable() {
-    const uint32_t unopened = Process::unopenedCount();
+    const auto unopened = [] { return lossBook().entry(LossBook::Cause::unopened).count; };
+    const uint64_t before = unopened();
     runtallyState().procPoll.dropUntaken(); // of a thread that was ended by force
     const bool isTableRead = runtallyState().procPoll.poll(0);
-    tellShortage(isTableRead, Process::unopenedCount() - unopened);
+    tellShortage(isTableRead, unopened() - before);
     if (!isTableRead)
         logger().debug(1, "Failed to poll process table.");
     return isTableRead;
